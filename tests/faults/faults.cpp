@@ -1,0 +1,301 @@
+// faults: runs a program and counts, kills at, or fails its disk-changing system calls
+//
+//   faults count PROGRAM ARG...              prints "calls N" on standard error's last line
+//   faults kill N PROGRAM ARG...             kills everything just before the N-th call (from 1)
+//   faults fail N ERRNO PROGRAM ARG...       the N-th call and all after it of the same kind of
+//                                            change fail with ERRNO (a number)
+//   faults once N ERRNO PROGRAM ARG...       only the N-th call fails
+//   faults trace PROGRAM ARG...              prints each counted call
+//
+// A tracer at the kernel's door, not a preload: a write from inside the C library, a static program
+// and a child of a child are seen alike. A filter in the traced program stops it at the counted
+// calls only, so that the rest runs at full speed. Counted is what changes a disk: opening with
+// O_CREAT, O_TRUNC or O_TMPFILE, writing to a regular file, and every call that makes, removes,
+// renames, links, truncates, syncs or changes the attributes of a name. Writes to pipes, terminals
+// and sockets are not.
+//
+// Exit status: the program's own; 137 after a kill; 125 if the tracer itself failed.
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <set>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+enum class mode { count, kill, fail, once, trace };
+
+struct watched {
+    long number;
+    const char* name;
+};
+
+const watched calls[] = {
+    {SYS_write, "write"},
+    {SYS_pwrite64, "pwrite64"},
+    {SYS_writev, "writev"},
+    {SYS_pwritev, "pwritev"},
+    {SYS_open, "open"},
+    {SYS_openat, "openat"},
+    {SYS_openat2, "openat2"},
+    {SYS_creat, "creat"},
+    {SYS_mkdir, "mkdir"},
+    {SYS_mkdirat, "mkdirat"},
+    {SYS_rmdir, "rmdir"},
+    {SYS_unlink, "unlink"},
+    {SYS_unlinkat, "unlinkat"},
+    {SYS_rename, "rename"},
+    {SYS_renameat, "renameat"},
+    {SYS_renameat2, "renameat2"},
+    {SYS_link, "link"},
+    {SYS_linkat, "linkat"},
+    {SYS_symlink, "symlink"},
+    {SYS_symlinkat, "symlinkat"},
+    {SYS_truncate, "truncate"},
+    {SYS_ftruncate, "ftruncate"},
+    {SYS_fallocate, "fallocate"},
+    {SYS_chmod, "chmod"},
+    {SYS_fchmod, "fchmod"},
+    {SYS_fchmodat, "fchmodat"},
+    {SYS_chown, "chown"},
+    {SYS_fchown, "fchown"},
+    {SYS_lchown, "lchown"},
+    {SYS_fchownat, "fchownat"},
+    {SYS_utimensat, "utimensat"},
+    {SYS_utime, "utime"},
+    {SYS_utimes, "utimes"},
+    {SYS_fsync, "fsync"},
+    {SYS_fdatasync, "fdatasync"},
+    {SYS_syncfs, "syncfs"},
+    {SYS_mknod, "mknod"},
+    {SYS_mknodat, "mknodat"},
+    {SYS_copy_file_range, "copy_file_range"},
+    {SYS_sendfile, "sendfile"},
+    {SYS_setxattr, "setxattr"},
+    {SYS_fsetxattr, "fsetxattr"},
+};
+
+const char* name_of(long number) {
+    for (const auto& call : calls)
+        if (call.number == number)
+            return call.name;
+    return "?";
+}
+
+[[noreturn]] void die(const char* what) {
+    std::perror(what);
+    std::_Exit(125);
+}
+
+// Child: asks to be traced, puts the filter in place and becomes the program.
+[[noreturn]] void become(char** argv) {
+    std::vector<sock_filter> filter;
+    filter.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)));
+    for (const auto& call : calls) {
+        filter.push_back(
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(call.number), 0, 1));
+        filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRACE));
+    }
+    filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
+    if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
+        die("faults: ptrace");
+    ::raise(SIGSTOP);
+    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+        ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+        die("faults: seccomp");
+    ::execvp(argv[0], argv);
+    die(argv[0]);
+}
+
+bool regular(pid_t pid, unsigned long long descriptor) {
+    struct stat about {};
+    std::string path =
+        "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(static_cast<int>(descriptor));
+    return ::stat(path.c_str(), &about) == 0 && S_ISREG(about.st_mode);
+}
+
+// openat2 keeps its flags in memory of the caller; the first word of the structure.
+unsigned long long open_flags(pid_t pid, const user_regs_struct& regs) {
+    switch (regs.orig_rax) {
+    case SYS_open:
+        return regs.rsi;
+    case SYS_openat:
+        return regs.rdx;
+    case SYS_openat2: {
+        errno = 0;
+        long flags = ::ptrace(PTRACE_PEEKDATA, pid, regs.rdx, nullptr);
+        return errno ? 0 : static_cast<unsigned long long>(flags);
+    }
+    default:
+        return O_CREAT;
+    }
+}
+
+bool counts(pid_t pid, const user_regs_struct& regs) {
+    switch (regs.orig_rax) {
+    case SYS_write:
+    case SYS_pwrite64:
+    case SYS_writev:
+    case SYS_pwritev:
+    case SYS_sendfile:
+        return regular(pid, regs.rdi);
+    case SYS_copy_file_range:
+        return regular(pid, regs.rdx);
+    case SYS_open:
+    case SYS_openat:
+    case SYS_openat2: {
+        auto flags = open_flags(pid, regs);
+        return (flags & (O_CREAT | O_TRUNC)) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    }
+    default:
+        return true;
+    }
+}
+
+struct run {
+    mode what = mode::count;
+    long at = 0;
+    int error = 0;
+    long seen = 0;
+    pid_t first = 0;
+    int status = 125;
+    std::set<pid_t> alive;
+};
+
+void kill_all(const run& r) {
+    for (pid_t pid : r.alive)
+        ::kill(pid, SIGKILL);
+}
+
+// Makes the pending call fail: no call is made, and the wanted error stands in its place.
+void refuse(pid_t pid, user_regs_struct regs, int error) {
+    regs.orig_rax = ~0ULL;
+    regs.rax = static_cast<unsigned long long>(-static_cast<long>(error));
+    ::ptrace(PTRACE_SETREGS, pid, nullptr, &regs);
+}
+
+// A counted call is about to run. False: everything was killed.
+bool before_call(run& r, pid_t pid) {
+    user_regs_struct regs{};
+    if (::ptrace(PTRACE_GETREGS, pid, nullptr, &regs) != 0 || !counts(pid, regs))
+        return true;
+    ++r.seen;
+    if (r.what == mode::trace)
+        std::fprintf(stderr, "call %ld %s\n", r.seen, name_of(static_cast<long>(regs.orig_rax)));
+    if (r.what == mode::kill && r.seen == r.at) {
+        kill_all(r);
+        return false;
+    }
+    if ((r.what == mode::fail && r.seen >= r.at) || (r.what == mode::once && r.seen == r.at))
+        refuse(pid, regs, r.error);
+    return true;
+}
+
+void ended(run& r, pid_t pid, int status) {
+    r.alive.erase(pid);
+    if (pid == r.first)
+        r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void go_on(run& r, pid_t pid, int status) {
+    int signal = 0;
+    int stopped = WSTOPSIG(status);
+    int event = status >> 16;
+    if (event == PTRACE_EVENT_SECCOMP) {
+        if (!before_call(r, pid))
+            return;
+    } else if (event == 0 && stopped != SIGSTOP && stopped != SIGTRAP) {
+        signal = stopped;
+    }
+    ::ptrace(PTRACE_CONT, pid, nullptr, signal);
+}
+
+int follow(run& r) {
+    int status = 0;
+    if (::waitpid(r.first, &status, 0) != r.first || !WIFSTOPPED(status))
+        die("faults: first stop");
+    const long options = PTRACE_O_TRACESECCOMP | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK |
+                         PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL;
+    if (::ptrace(PTRACE_SETOPTIONS, r.first, nullptr, options) != 0)
+        die("faults: options");
+    r.alive.insert(r.first);
+    ::ptrace(PTRACE_CONT, r.first, nullptr, 0);
+    while (!r.alive.empty()) {
+        pid_t pid = ::waitpid(-1, &status, __WALL);
+        if (pid < 0)
+            break;
+        if (WIFEXITED(status) || WIFSIGNALED(status)) {
+            ended(r, pid, status);
+        } else {
+            r.alive.insert(pid);
+            go_on(r, pid, status);
+        }
+    }
+    return r.status;
+}
+
+bool parse(run& r, int argc, char** argv, int& at) {
+    std::string what = argc > 1 ? argv[1] : "";
+    at = 2;
+    if (what == "count")
+        r.what = mode::count;
+    else if (what == "trace")
+        r.what = mode::trace;
+    else if (what == "kill")
+        r.what = mode::kill;
+    else if (what == "fail")
+        r.what = mode::fail;
+    else if (what == "once")
+        r.what = mode::once;
+    else
+        return false;
+    if (r.what == mode::kill || r.what == mode::fail || r.what == mode::once) {
+        if (at >= argc)
+            return false;
+        r.at = std::atol(argv[at++]);
+    }
+    if (r.what == mode::fail || r.what == mode::once) {
+        if (at >= argc)
+            return false;
+        r.error = std::atoi(argv[at++]);
+    }
+    return at < argc;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    run r;
+    int at = 0;
+    if (!parse(r, argc, argv, at)) {
+        std::fprintf(stderr,
+                     "usage: faults count|trace|kill N|fail N ERRNO|once N ERRNO PROGRAM ARG...\n");
+        return 125;
+    }
+    r.first = ::fork();
+    if (r.first < 0)
+        die("faults: fork");
+    if (r.first == 0)
+        become(argv + at);
+    int status = follow(r);
+    if (r.what == mode::count)
+        std::fprintf(stderr, "calls %ld\n", r.seen);
+    return status;
+}
