@@ -1,0 +1,168 @@
+// worker: the engine runs in a child process, so that its end never ends the command
+// format: one line of JSON per event on a pipe, private to this file
+// invariant: without an outcome from the child the result is never a success
+#include "worker.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace kmhost {
+
+using nlohmann::json;
+
+namespace {
+
+long now_ms() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
+constexpr long progress_interval_ms = 100;
+
+// What the parent has heard so far.
+struct heard {
+    outcome result;
+    bool has_result = false;
+    worker_end end;
+};
+
+void hear(const std::string& line, heard& so_far, const progress_watcher& watch) {
+    json event = json::parse(line, nullptr, false);
+    if (!event.is_object())
+        return;
+    const std::string kind = event.value("event", "");
+    if (kind == "progress" && watch)
+        watch({event.value("done", 0L), event.value("total", 0L), event.value("what", "")});
+    else if (kind == "ending")
+        so_far.end.why = event.value("why", "");
+    else if (kind == "result")
+        so_far.has_result = from_wire(event.value("outcome", ""), so_far.result);
+}
+
+void listen(int descriptor, heard& so_far, const progress_watcher& watch) {
+    std::string pending;
+    char block[65536];
+    for (;;) {
+        ssize_t got = ::read(descriptor, block, sizeof block);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return;
+        pending.append(block, static_cast<size_t>(got));
+        size_t start = 0;
+        for (size_t end; (end = pending.find('\n', start)) != std::string::npos; start = end + 1)
+            hear(pending.substr(start, end - start), so_far, watch);
+        pending.erase(0, start);
+    }
+}
+
+int wait_for(pid_t child) {
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0)
+        if (errno != EINTR)
+            return 0x7f00;
+    return status;
+}
+
+outcome early_end(const worker_end& end) {
+    outcome result;
+    std::string text = "The operation ended before it was complete";
+    if (end.signal)
+        text += std::string(" (signal ") + std::to_string(end.signal) + ", " +
+                ::strsignal(end.signal) + ")";
+    else if (!end.why.empty())
+        text += ": " + end.why;
+    else
+        text += " (status " + std::to_string(end.status) + ")";
+    text += ". What stands on disk is consistent; run the same command again.";
+    result.fail(exit_busy, "interrupted", text, "pending");
+    return result;
+}
+
+[[noreturn]] void be_worker(int descriptor, const worker_body& body) {
+    worker_line line(descriptor);
+    outcome result;
+    body(line, result);
+    line.result(result);
+    // Exit handlers and static destructors belong to the parent's run of the program.
+    std::fflush(nullptr);
+    ::_exit(0);
+}
+
+} // namespace
+
+void worker_line::send(const std::string& line) {
+    const std::string whole = line + "\n";
+    size_t at = 0;
+    while (at < whole.size()) {
+        ssize_t put = ::write(descriptor_, whole.data() + at, whole.size() - at);
+        if (put < 0 && errno == EINTR)
+            continue;
+        if (put <= 0)
+            return; // the parent is gone; the operation itself goes on to its good end
+        at += static_cast<size_t>(put);
+    }
+}
+
+void worker_line::progress(const progress_report& report) {
+    const long now = now_ms();
+    const bool last = report.total > 0 && report.done >= report.total;
+    if (!last && now - last_progress_ms_ < progress_interval_ms)
+        return;
+    last_progress_ms_ = now;
+    json event = {{"event", "progress"},
+                  {"done", report.done},
+                  {"total", report.total},
+                  {"what", report.what}};
+    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+void worker_line::ending(int status, const std::string& why) {
+    json event = {{"event", "ending"}, {"status", status}, {"why", why}};
+    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+void worker_line::result(const outcome& final) {
+    json event = {{"event", "result"}, {"outcome", to_wire(final)}};
+    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+outcome run_worker(const worker_body& body, const progress_watcher& watch, worker_end* end) {
+    int ends[2];
+    heard so_far;
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        so_far.result.fail(exit_failed, "pipe", std::string("No pipe: ") + std::strerror(errno));
+        return so_far.result;
+    }
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    if (child < 0) {
+        so_far.result.fail(exit_failed, "fork", std::string("No process: ") + std::strerror(errno));
+        ::close(ends[0]);
+        ::close(ends[1]);
+        return so_far.result;
+    }
+    if (child == 0) {
+        ::close(ends[0]);
+        ::signal(SIGPIPE, SIG_IGN);
+        be_worker(ends[1], body);
+    }
+    ::close(ends[1]);
+    listen(ends[0], so_far, watch);
+    ::close(ends[0]);
+    const int status = wait_for(child);
+    so_far.end.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    so_far.end.status = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+    so_far.end.ended_early = !so_far.has_result;
+    if (end)
+        *end = so_far.end;
+    return so_far.has_result ? so_far.result : early_end(so_far.end);
+}
+
+} // namespace kmhost

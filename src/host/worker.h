@@ -1,0 +1,52 @@
+// worker: the engine runs in a child process, so that its end never ends the command
+#pragma once
+
+#include "outcome.h"
+
+#include <functional>
+#include <string>
+
+namespace kmhost {
+
+// How far a long operation is. `total` 0: unknown.
+struct progress_report {
+    long done = 0;
+    long total = 0;
+    std::string what;
+};
+
+// The worker's end of the line to its parent. Lives in the worker only; every call is one write, so
+// that what was told before a crash has arrived.
+class worker_line {
+  public:
+    explicit worker_line(int descriptor) : descriptor_(descriptor) {}
+    // At most about ten a second reach the parent, the last of an operation (done == total) always.
+    void progress(const progress_report& report);
+    // The library is about to end the process with `status`, and says why.
+    void ending(int status, const std::string& why);
+    void result(const outcome& final);
+
+  private:
+    void send(const std::string& line);
+    int descriptor_;
+    long last_progress_ms_ = 0;
+};
+
+using worker_body = std::function<void(worker_line& line, outcome& result)>;
+using progress_watcher = std::function<void(const progress_report& report)>;
+
+// How a worker ended without handing over an outcome.
+struct worker_end {
+    bool ended_early = false; // true: no outcome came
+    int signal = 0;           // the signal that killed it, 0: none
+    int status = 0;           // its exit status
+    std::string why;          // what the library said before it ended the process
+};
+
+// Runs `body` in a child process and gives its outcome. A child that dies, or that the library
+// ends, gives "pending" with exit code 10 and a message that says what happened; `end`, if not
+// null, tells how. `watch` may be empty. The caller must have one thread only.
+outcome run_worker(const worker_body& body, const progress_watcher& watch,
+                   worker_end* end = nullptr);
+
+} // namespace kmhost
