@@ -1,0 +1,24 @@
+// options: what stands on the command line of kmctl, parsed
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kmctl {
+
+enum class when { automatic, always, never };
+
+struct global_options {
+    std::string state; // --state, "" if not given
+    std::string root;  // --root, "" if not given
+    bool json = false;
+    bool quiet = false;
+    int verbose = 0;
+    when progress = when::automatic;
+    when color = when::automatic;
+    long wait_seconds = 30; // for the lock; -1 waits for ever
+    int trace_level = -1;   // -1: as the settings say
+    bool reboot_exit_code = false;
+};
+
+} // namespace kmctl
