@@ -14,10 +14,8 @@ json message_json(const message& one) {
 }
 
 json package_json(const package_facts& one) {
-    return {{"name", one.name},
-            {"version", one.version},
-            {"state", one.state},
-            {"result", one.result}};
+    return {
+        {"name", one.name}, {"version", one.version}, {"state", one.state}, {"result", one.result}};
 }
 
 json common_json(const outcome& result) {

@@ -10,14 +10,14 @@ namespace kmhost {
 
 // Exit codes that a script can trust. Warnings are no failure: they end in `done`.
 enum exit_code : int {
-    exit_done = 0,          // done, or nothing was to do
-    exit_failed = 1,        // tried and failed; the messages name what and why
-    exit_usage = 2,         // the command line is wrong
-    exit_not_found = 3,     // no such package, file or setting
-    exit_reboot = 4,        // done, but a reboot is needed; only when it was asked for
-    exit_refused = 5,       // the state of the package does not allow it
-    exit_invalid = 6,       // the package file is no package file, or a damaged one
-    exit_busy = 10          // another process holds the state, or the run was cut: try again
+    exit_done = 0,      // done, or nothing was to do
+    exit_failed = 1,    // tried and failed; the messages name what and why
+    exit_usage = 2,     // the command line is wrong
+    exit_not_found = 3, // no such package, file or setting
+    exit_reboot = 4,    // done, but a reboot is needed; only when it was asked for
+    exit_refused = 5,   // the state of the package does not allow it
+    exit_invalid = 6,   // the package file is no package file, or a damaged one
+    exit_busy = 10      // another process holds the state, or the run was cut: try again
 };
 
 enum class severity { info, warning, error };

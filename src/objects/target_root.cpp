@@ -1,0 +1,326 @@
+// target_root: the one door through which objects reach the machine
+// no format
+// invariant: every path is resolved by the kernel below the root; no path is put together by text
+#include "target_root.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <map>
+#include <sys/statvfs.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace km {
+
+namespace {
+
+// Directories in use at a time are few: files come in path order, so a handful hits nearly always.
+constexpr size_t cached_directories = 8;
+
+struct cached {
+    std::string path;
+    int descriptor;
+};
+
+struct root_state {
+    std::string text;
+    int descriptor = -1; // -1: the machine itself
+    std::vector<cached> directories;
+    std::map<dev_t, int> changed;
+    bool beyond_reach = false; // a changed file system of which no descriptor could be had
+};
+
+root_state& state() {
+    static root_state only;
+    return only;
+}
+
+int open_below(const std::string& path, int flags) {
+    root_state& root = state();
+    if (root.descriptor < 0)
+        return ::open(path.c_str(), flags | O_CLOEXEC);
+    open_how how{};
+    how.flags = static_cast<__u64>(flags | O_CLOEXEC);
+    how.resolve = RESOLVE_IN_ROOT;
+    for (;;) {
+        long got = ::syscall(SYS_openat2, root.descriptor, path.c_str(), &how, sizeof how);
+        // A rename somewhere below the root makes the kernel give up a walk over "..".
+        if (got < 0 && errno == EAGAIN)
+            continue;
+        return static_cast<int>(got);
+    }
+}
+
+// Most recently used last.
+int cached_directory(const std::string& path) {
+    auto& all = state().directories;
+    for (size_t i = all.size(); i-- > 0;)
+        if (all[i].path == path) {
+            cached hit = all[i];
+            all.erase(all.begin() + static_cast<long>(i));
+            all.push_back(hit);
+            return hit.descriptor;
+        }
+    return -1;
+}
+
+int directory_of(const std::string& path) {
+    int descriptor = cached_directory(path);
+    if (descriptor >= 0)
+        return descriptor;
+    descriptor = open_below(path, O_PATH | O_DIRECTORY);
+    if (descriptor < 0)
+        return -1;
+    auto& all = state().directories;
+    if (all.size() == cached_directories) {
+        ::close(all.front().descriptor);
+        all.erase(all.begin());
+    }
+    all.push_back({path, descriptor});
+    return descriptor;
+}
+
+bool well_formed(const std::string& path) {
+    return !path.empty() && path[0] == '/' && path.find('\0') == std::string::npos;
+}
+
+// An open descriptor of an O_PATH directory on which modes can be changed and file systems synced.
+int readable_twin(int directory) {
+    return ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+bool owned_without_write(int directory, mode_t& mode) {
+    struct stat about {};
+    if (::fstat(directory, &about) != 0 || about.st_uid != ::geteuid())
+        return false;
+    mode = about.st_mode & 07777;
+    return (mode & 0300) != 0300;
+}
+
+// O_PATH descriptors refuse fchmod; their name in /proc does not.
+int change_mode(int directory, mode_t mode) {
+    const std::string name = "/proc/self/fd/" + std::to_string(directory);
+    return ::chmod(name.c_str(), mode);
+}
+
+} // namespace
+
+int set_target_root(const char* directory) {
+    root_state& root = state();
+    forget_directories();
+    if (root.descriptor >= 0)
+        ::close(root.descriptor);
+    root.descriptor = -1;
+    root.text.clear();
+    if (!directory || !*directory || std::strcmp(directory, "/") == 0)
+        return 1;
+    root.descriptor = ::open(directory, O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (root.descriptor < 0)
+        return 0;
+    root.text = directory;
+    return 1;
+}
+
+const std::string& get_target_root() { return state().text; }
+
+place locate(const std::string& path) {
+    place where;
+    if (!well_formed(path)) {
+        where.error = EINVAL;
+        return where;
+    }
+    const size_t end = path.find_last_not_of('/');
+    const size_t slash = end == std::string::npos ? 0 : path.find_last_of('/', end);
+    where.parent = slash == 0 ? "/" : path.substr(0, slash);
+    where.name = end == std::string::npos ? "." : path.substr(slash + 1, end - slash);
+    if (end != std::string::npos && (where.name == "." || where.name == "..")) {
+        where.error = EINVAL;
+        return where;
+    }
+    where.directory = directory_of(where.parent);
+    if (where.directory < 0)
+        where.error = errno;
+    return where;
+}
+
+std::vector<std::string> missing_parents(const std::string& path, int& error) {
+    std::vector<std::string> missing;
+    error = 0;
+    std::string here = path;
+    for (;;) {
+        place where = locate(here);
+        if (where.found() || where.error != ENOENT) {
+            error = where.found() ? 0 : where.error;
+            return missing;
+        }
+        missing.insert(missing.begin(), where.parent);
+        here = where.parent;
+    }
+}
+
+int make_directory(const std::string& path, mode_t mode) {
+    place where = locate(path);
+    if (!where.found()) {
+        errno = where.error;
+        return 0;
+    }
+    writable_directory lifted(where.directory);
+    if (::mkdirat(where.directory, where.name.c_str(), mode | 0700) != 0) {
+        if (errno != EEXIST)
+            return 0;
+        struct stat about {};
+        if (::fstatat(where.directory, where.name.c_str(), &about, 0) != 0)
+            return 0;
+        if (!S_ISDIR(about.st_mode)) {
+            errno = ENOTDIR;
+            return 0;
+        }
+        return 1;
+    }
+    touched(where.directory);
+    return ::fchmodat(where.directory, where.name.c_str(), mode | 0700, 0) == 0;
+}
+
+void forget_directories() {
+    for (auto& one : state().directories)
+        ::close(one.descriptor);
+    state().directories.clear();
+}
+
+int look_at(const std::string& path, struct stat& about) {
+    place where = locate(path);
+    if (!where.found()) {
+        errno = where.error;
+        return 0;
+    }
+    return ::fstatat(where.directory, where.name.c_str(), &about, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+int open_for_reading(const std::string& path) {
+    place where = locate(path);
+    if (!where.found()) {
+        errno = where.error;
+        return -1;
+    }
+    // O_NONBLOCK: a named pipe in the place of a file must not stop the engine.
+    return ::openat(where.directory, where.name.c_str(),
+                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+}
+
+int read_link(const std::string& path, std::string& text) {
+    place where = locate(path);
+    if (!where.found()) {
+        errno = where.error;
+        return 0;
+    }
+    char block[4097];
+    ssize_t got = ::readlinkat(where.directory, where.name.c_str(), block, sizeof block);
+    if (got < 0)
+        return 0;
+    text.assign(block, static_cast<size_t>(got));
+    return 1;
+}
+
+int remove_name(const std::string& path, bool is_directory) {
+    place where = locate(path);
+    if (!where.found()) {
+        errno = where.error;
+        return where.error == ENOENT || where.error == ENOTDIR;
+    }
+    int done = ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
+    if (done != 0 && errno == EACCES) {
+        writable_directory lifted(where.directory);
+        done = ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
+    }
+    if (done != 0)
+        return errno == ENOENT;
+    touched(where.directory);
+    if (is_directory)
+        forget_directories();
+    return 1;
+}
+
+int replace_name(const place& where, const std::string& temporary) {
+    if (::renameat(where.directory, temporary.c_str(), where.directory, where.name.c_str()) != 0) {
+        if (errno != EACCES)
+            return 0;
+        writable_directory lifted(where.directory);
+        if (::renameat(where.directory, temporary.c_str(), where.directory, where.name.c_str()))
+            return 0;
+    }
+    touched(where.directory);
+    return 1;
+}
+
+int may_write_in(const place& where) {
+    if (::faccessat(where.directory, ".", W_OK | X_OK, AT_EACCESS) == 0)
+        return 1;
+    if (errno != EACCES)
+        return 0;
+    mode_t mode = 0;
+    if (owned_without_write(where.directory, mode))
+        return 1;
+    errno = EACCES;
+    return 0;
+}
+
+int room_in(int directory, unsigned long long& bytes, dev_t& device) {
+    struct statvfs space {};
+    struct stat about {};
+    if (::fstat(directory, &about) != 0)
+        return 0;
+    if (::fstatvfs(directory, &space) != 0)
+        return 0;
+    device = about.st_dev;
+    bytes = static_cast<unsigned long long>(::geteuid() == 0 ? space.f_bfree : space.f_bavail) *
+            space.f_frsize;
+    return 1;
+}
+
+void touched(int directory, int open_file) {
+    struct stat about {};
+    if (::fstat(directory, &about) != 0 || state().changed.count(about.st_dev))
+        return;
+    int twin = readable_twin(directory);
+    if (twin < 0 && open_file >= 0)
+        twin = ::fcntl(open_file, F_DUPFD_CLOEXEC, 0);
+    if (twin >= 0)
+        state().changed[about.st_dev] = twin;
+    else
+        state().beyond_reach = true;
+}
+
+int flush_touched() {
+    auto& changed = state().changed;
+    int first_error = 0;
+    if (state().beyond_reach)
+        ::sync();
+    state().beyond_reach = false;
+    for (auto it = changed.begin(); it != changed.end();) {
+        if (::syncfs(it->second) != 0) {
+            first_error = first_error ? first_error : errno;
+            ++it;
+            continue;
+        }
+        ::close(it->second);
+        it = changed.erase(it);
+    }
+    errno = first_error;
+    return first_error == 0;
+}
+
+writable_directory::writable_directory(int directory) : directory_(directory) {
+    if (::geteuid() == 0 || ::faccessat(directory, ".", W_OK | X_OK, AT_EACCESS) == 0)
+        return;
+    if (owned_without_write(directory, restore_))
+        changed_ = change_mode(directory, restore_ | 0300) == 0;
+}
+
+writable_directory::~writable_directory() {
+    if (changed_)
+        change_mode(directory_, restore_);
+}
+
+} // namespace km

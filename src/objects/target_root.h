@@ -1,0 +1,94 @@
+// target_root: the one door through which objects reach the machine
+#pragma once
+
+#include <string>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <vector>
+
+namespace km {
+
+// Puts `directory` in front of every path that objects touch; empty or "/" stands for the machine
+// itself. A path cannot leave the root: symbolic links and ".." are resolved by the kernel inside
+// it, never by text. 1, or 0 with errno if the directory cannot be opened. Called by the host once,
+// before the first object acts; later calls forget all cached directories.
+int set_target_root(const char* directory);
+
+// The root as it was given, empty for the machine itself.
+const std::string& get_target_root();
+
+// A name in an open directory. `directory` is lent: it stays open until the next call of any
+// function of this header that may close it (locate, make_parents, forget_directories).
+struct place {
+    int directory = -1; // -1: the parent is not there, or not to be reached
+    int error = 0;      // errno of that
+    std::string name;   // last component
+    std::string parent; // path of the parent, for messages
+
+    bool found() const { return directory >= 0; }
+};
+
+// Opens the parent of the absolute path `path`. A relative path, one with a NUL and one whose last
+// component is "." or ".." give EINVAL; an empty last component ("/") is the root itself as ".".
+place locate(const std::string& path);
+
+// Missing parents of `path`, outermost first; empty if all are there. `error` takes the errno of a
+// parent that cannot be looked at, 0 otherwise.
+std::vector<std::string> missing_parents(const std::string& path, int& error);
+
+// Makes one directory with `mode` (the umask is not applied). 1, also if it is there already; 0
+// with errno.
+int make_directory(const std::string& path, mode_t mode);
+
+// Drops cached directory handles. To be called when a directory was removed or a link replaced.
+void forget_directories();
+
+// The metadata of what stands at `path` itself, a last symbolic link not followed. 1, or 0 with
+// errno.
+int look_at(const std::string& path, struct stat& about);
+
+// Opens what stands at `path` for reading; a last symbolic link is refused (ELOOP). -1 with errno.
+int open_for_reading(const std::string& path);
+
+// Text of the symbolic link at `path`. 1, or 0 with errno.
+int read_link(const std::string& path, std::string& text);
+
+// Removes the name `path`. 1, also if it is not there; 0 with errno. Where the parent belongs to
+// the caller and only its mode forbids it, the mode is lifted for the moment of the removal.
+int remove_name(const std::string& path, bool is_directory);
+
+// Renames inside one directory, over what stands there. Same help with the mode. 1, or 0 with
+// errno.
+int replace_name(const place& where, const std::string& temporary);
+
+// 1 if the caller may make and remove names in the directory, also by lifting the mode of a
+// directory of its own; 0 with errno.
+int may_write_in(const place& where);
+
+// Bytes that the caller may still write on the file system of `directory`, and its device number.
+// 1, or 0 with errno.
+int room_in(int directory, unsigned long long& bytes, dev_t& device);
+
+// Notes that the file system of `directory` was changed, so that flush_touched() reaches it.
+void touched(int directory, int open_file = -1);
+
+// One flush per file system that was changed since the last call. 1, or 0 with errno of the first
+// that failed; what failed is tried again by the next call.
+int flush_touched();
+
+// While alive, the directory may be written in by its owner: where only its mode stands in the way
+// the missing bits are added, and taken off at the end.
+class writable_directory {
+  public:
+    explicit writable_directory(int directory);
+    ~writable_directory();
+    writable_directory(const writable_directory&) = delete;
+    writable_directory& operator=(const writable_directory&) = delete;
+
+  private:
+    int directory_;
+    mode_t restore_ = 0;
+    bool changed_ = false;
+};
+
+} // namespace km
