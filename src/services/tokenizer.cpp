@@ -67,7 +67,7 @@ void tokenizer::reset_syntax() { std::memset(classes_, 0, sizeof classes_); }
 
 int tokenizer::take() { return input_->read(); }
 
-int tokenizer::class_of(int c) const { return c < 0 ? 0 : c < 256 ? classes_[c] : word; }
+int tokenizer::class_of(int c) const { return c < 0 ? 0 : c < 256 ? classes_[c] : static_cast<int>(word); }
 
 // c is CR or LF: counts the line and goes past it.
 void tokenizer::end_of_line(int& c) {
