@@ -10,8 +10,8 @@
 namespace km {
 
 class vector;
-class encode_channel;
-class decode_channel;
+class input_channel;
+class output_channel;
 
 // Text of 16-bit characters with value semantics: every copy copies the characters. A `const char*`
 // handed in is text in the default code page, not raw bytes. Positions and counts are unsigned; a
@@ -136,6 +136,12 @@ class ustring : public codable {
 
     // The text in the default code page, valid until the next call on this object or its end.
     const char* mbcs_str() const;
+
+    // The coded form of a text: a count of bytes (two bytes, or FF FF FF and four from 65536 on),
+    // then a modified UTF-8 in which every character stands by itself and 0 is C0 80. 1.
+    int writeUTF(output_channel& to) const;
+    // 0 if the stream ends early or holds no such text; grows only with what came.
+    int readUTF(input_channel& from);
 
     // h = 2h XOR character: stored tables depend on it.
     std::uint32_t hash_code() const override;

@@ -1,0 +1,45 @@
+// decode_channel: bytes to typed values
+#pragma once
+
+#include "filter_channel.h"
+#include "pathname.h"
+
+#include <cstdint>
+
+namespace km {
+
+// The mirror of encode_channel. A short read sets the error of decoding to 3, and the value is
+// built from whatever came; get_error() stays the inner channel's.
+class decode_channel : public pushback_input_channel {
+  public:
+    static constexpr int default_size = 512;
+    static constexpr int short_read = 3;
+    explicit decode_channel(input_channel* inner, int size = default_size)
+        : pushback_input_channel(inner, size) {}
+    int read() override;
+    int read(unsigned char* buffer, int length) override;
+    // -1 at the end.
+    virtual int read_byte() { return read(); }
+    virtual void read_bytes(unsigned char* bytes, int count);
+    virtual short read_short();
+    virtual std::int32_t read_integer();
+    // The low 32 bits, sign-extended.
+    virtual long read_long();
+    // 1, or 0 if it is no text of this form.
+    virtual int read_string(ustring& text);
+    // A raw form: a short length, that many bytes, and a NUL is added. Null, with the bytes unread,
+    // if the length does not fit.
+    virtual char* read_string(char* buffer, int size);
+    virtual float read_float();
+    virtual void read_bulk_string(const pathname& file);
+    int get_decode_error() const { return error_; }
+    void set_decode_error(int error) { error_ = error; }
+    int get_bytes_read() const { return bytes_read_; }
+
+  private:
+    bool read_buffer(unsigned char* bytes, int count);
+    int error_ = 0;
+    int bytes_read_ = 0;
+};
+
+} // namespace km
