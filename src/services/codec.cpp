@@ -121,7 +121,6 @@ encoder& encoder::encode_object(const codable* object) {
 void encoder::flush() { channel_->flush(); }
 
 namespace {
-constexpr const char* km_function_name = "decoder";
 constexpr int array_block = 65536;
 } // namespace
 
@@ -264,6 +263,11 @@ void decoder::decode_iterator(int id, iterator*& elements) {
     for (;;) {
         codable* element = nullptr;
         decode_object(element);
+        // Every sequence owns its elements: one that stands elsewhere already would be freed twice.
+        if (was_reference_) {
+            fail("decoding error");
+            break;
+        }
         // A half-read element is handed out too: its owner deletes it.
         if (element)
             read->push_back(element);
@@ -435,8 +439,9 @@ int decoder::skip(short id) {
         iterator* elements = nullptr;
         tell("iterator");
         decode_iterator(id, elements);
-        // The elements stay alive and unowned on purpose: later back references may name them, and
-        // only their owner could tell which of them are parts of others.
+        // Later back references may name them, so they live as long as the decoder.
+        while (elements && elements->hasMoreElements())
+            skipped_.emplace_back(elements->nextElement());
         delete elements;
         break;
     }

@@ -103,7 +103,8 @@ class decoder {
     // The object is the caller's, unless it is a back reference.
     void decode_object_field(int id, codable*& value);
     // A vector_iterator that owns a vector which does not own its elements: the caller deletes the
-    // iterator and takes the elements. Null if the field is not there.
+    // iterator and takes the elements. Null if the field is not there. A back reference among the
+    // elements gives status 2.
     void decode_iterator(int id, iterator*& elements);
     void decode_object(codable*& result);
     // An object of class T that the stream brought for the first time: what a field that owns its
@@ -143,6 +144,7 @@ class decoder {
     int status_ = 0;
     int depth_ = 0;
     bool was_reference_ = false;
+    std::vector<std::unique_ptr<codable>> skipped_;
 };
 
 template <class T> T* decoder::take_owned_object() {
