@@ -89,7 +89,5 @@ const char* get_user_home();
 // 0: this is an installation without a connection to a gateway.
 int is_connected();
 pathname get_default_prod_dir();
-// Short (2) name of the platform.
-const char* get_interp(int reserved, int form);
 
 } // namespace km

@@ -49,8 +49,6 @@ const char* get_user_home() {
 
 int is_connected() { return 0; }
 
-const char* get_interp(int, int) { return "solaris2"; }
-
 void get_configuration_file_location(pathname& out) {
     if (moved_to().is_valid()) {
         out = moved_to();
