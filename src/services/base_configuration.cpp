@@ -24,7 +24,8 @@ namespace {
 long to_number(const ustring& text) { return std::strtol(text.mbcs_str(), nullptr, 10); }
 
 int to_int(long value) {
-    return static_cast<int>(std::clamp(value, static_cast<long>(INT_MIN), static_cast<long>(INT_MAX)));
+    return static_cast<int>(
+        std::clamp(value, static_cast<long>(INT_MIN), static_cast<long>(INT_MAX)));
 }
 
 char* to_malloc(const ustring& text) { return ::strdup(text.mbcs_str()); }

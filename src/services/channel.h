@@ -10,11 +10,11 @@ namespace km {
 // Error codes of the channels of this library; file channels report the codes of file_handle.
 enum channel_error : int {
     channel_good = 0,
-    channel_no_inner = 1,   // inner channel missing, output array cannot grow
+    channel_no_inner = 1, // inner channel missing, output array cannot grow
     channel_no_memory = 2,
-    channel_bad_call = 3,   // bad argument or bad state of the caller
-    channel_disagree = 4,   // sizes or checksum of an entry, or a failed inner channel
-    channel_too_large = 5,  // the archive passed 2 GiB
+    channel_bad_call = 3,  // bad argument or bad state of the caller
+    channel_disagree = 4,  // sizes or checksum of an entry, or a failed inner channel
+    channel_too_large = 5, // the archive passed 2 GiB
     channel_no_source = 6,
     channel_fatal_read = 11,
     channel_network = 12,

@@ -159,9 +159,8 @@ int decoder::check_invalid_value(int expected, short& id, int& id_as_int) {
         channel_->unread((id >> 8) & 0xFF);
         return 0;
     }
-    KM_TRACE(trace_info, "common",
-             "BUILD_NUMBER (%ld) < package_build_number(%ld) try to skip...", own,
-             package_build_number);
+    KM_TRACE(trace_info, "common", "BUILD_NUMBER (%ld) < package_build_number(%ld) try to skip...",
+             own, package_build_number);
     while (channel_->get_decode_error() == 0) {
         if (expected == id_as_int)
             return 1;

@@ -55,7 +55,9 @@ void add(vector& lines, const char16_t* key, const ustring& value) {
     lines.push_back(new ustring(ustring(key) + ustring(u"=") + value));
 }
 
-ustring below(const pathname& dir, const char16_t* name) { return (dir + ustring(name)).get_text(); }
+ustring below(const pathname& dir, const char16_t* name) {
+    return (dir + ustring(name)).get_text();
+}
 
 void initialize_variables(const pathname& dir, vector& lines) {
     file(dir + ustring(u"work")).mk_tree();

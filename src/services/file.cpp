@@ -128,7 +128,8 @@ int file::is_locked(int) {
         changed = true;
     }
     file_handle handle(path_, O_WRONLY);
-    if (handle.get_state() && (handle.get_system_error() == EACCES || handle.get_system_error() == ETXTBSY)) {
+    if (handle.get_state() &&
+        (handle.get_system_error() == EACCES || handle.get_system_error() == ETXTBSY)) {
         KM_TRACE(trace_warning, "common", "File is locked..");
         return 1;
     }

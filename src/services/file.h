@@ -9,8 +9,8 @@
 namespace km {
 
 // A name in the file system; no open descriptor. Operations go to the system by name and return 1
-// or 0 (or a value, -1 for failure); get_error() keeps the errno of the last failure that stores it.
-// An empty path gives 0 with a trace.
+// or 0 (or a value, -1 for failure); get_error() keeps the errno of the last failure that stores
+// it. An empty path gives 0 with a trace.
 class file {
   public:
     file() = default;

@@ -31,7 +31,8 @@ std::vector<const pathname*> sorted_names(const vector* names) {
     for (int i = 0; names && i < names->size(); ++i)
         if (const auto* path = names->at<pathname>(i))
             sorted.push_back(path);
-    std::qsort(sorted.data(), sorted.size(), sizeof(const pathname*), file::compare_pathnames);
+    if (!sorted.empty())
+        std::qsort(sorted.data(), sorted.size(), sizeof(const pathname*), file::compare_pathnames);
     return sorted;
 }
 
@@ -104,7 +105,8 @@ unsigned long file::binary_search(char* buffer, const pathname& dir, const ustri
     const long top = static_cast<long>(max);
     long lo = 0, hi = top, previous_hi = 0, p = 30, steps = 0;
     for (; steps < 50; ++steps) {
-        const std::string name = numbered(prefix, static_cast<unsigned long>(std::max(top - p, 0L)));
+        const std::string name =
+            numbered(prefix, static_cast<unsigned long>(std::max(top - p, 0L)));
         std::snprintf(buffer, 64, "%s", name.c_str());
         const bool found = ::access((dir + ustring(name.c_str())).mbcs_str(), F_OK) == 0;
         KM_TRACE(trace_return, "common", "between [%ld, %ld] check for : %ld -> %s", lo, hi, p,

@@ -53,7 +53,8 @@ class file_handle {
     int chsize(long size);
     // Bytes of the file, by name when closed; -1 with state 4, 0 if the state was not good.
     long filelength();
-    // Makes the content last; nothing where synchronising is off. A pipe or terminal counts as done.
+    // Makes the content last; nothing where synchronising is off. A pipe or terminal counts as
+    // done.
     int flush();
     int eof();
 

@@ -8,6 +8,13 @@
 
 namespace km {
 
+HashtableEntry::~HashtableEntry() {
+    if (!owns_)
+        return;
+    delete key_;
+    delete value_;
+}
+
 Hashtable::Hashtable() { init(21, 0.75F); }
 
 Hashtable::Hashtable(int capacity, float load) { init(capacity, load); }

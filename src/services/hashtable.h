@@ -7,12 +7,16 @@
 namespace km {
 
 // One entry of a bucket's chain. Key and value belong to the table, not to the entry: deleting an
-// entry deletes neither.
+// entry deletes neither, unless it was decoded and no table took them over.
 class HashtableEntry : public codable {
   public:
     HashtableEntry() = default;
     HashtableEntry(std::uint32_t hash, codable* key, codable* value)
         : hash_(hash), key_(key), value_(value) {}
+
+    ~HashtableEntry() override;
+    HashtableEntry(const HashtableEntry&) = delete;
+    HashtableEntry& operator=(const HashtableEntry&) = delete;
 
     codable* get_key() const { return key_; }
     codable* get_value() const { return value_; }
@@ -37,6 +41,7 @@ class HashtableEntry : public codable {
     codable* key_ = nullptr;
     codable* value_ = nullptr;
     HashtableEntry* next_ = nullptr;
+    bool owns_ = false;
 };
 
 // Map with one chain per bucket. It owns keys and values. Keys answer hash_code and operator==.

@@ -25,6 +25,7 @@ void HashtableEntry::encode_object(encoder& to) const {
 
 // A key or value that stands elsewhere already would be freed twice.
 codable* HashtableEntry::decode_object(decoder& from, long) {
+    owns_ = true;
     key_ = from.take_owned_object<codable>();
     if (!from.get_status())
         value_ = from.take_owned_object<codable>();
@@ -61,6 +62,8 @@ codable* Hashtable::decode_object(decoder& from, long) {
         auto* entry = dynamic_cast<HashtableEntry*>(element);
         codable* key = entry ? entry->key_ : nullptr;
         codable* value = entry ? entry->value_ : nullptr;
+        if (entry)
+            entry->owns_ = false;
         from.forget(element);
         delete element;
         if (key && !from.get_status() && put(key, value))

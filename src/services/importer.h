@@ -31,7 +31,8 @@ class importer {
     virtual int next_pair(ustring* name, ustring* value) = 0;
     virtual int next_word(ustring* word) = 0;
     virtual void unread_word() = 0;
-    // The next command, imported by its own import; the caller's until it is added. Null at the end.
+    // The next command, imported by its own import; the caller's until it is added. Null at the
+    // end.
     virtual cm_command* next_command() = 0;
     // Whether the object at hand may carry "is_shared".
     virtual int is_shared_allowed() = 0;

@@ -28,7 +28,8 @@ struct flock whole_file(short type) {
 // Another process may have removed the file between opening and locking: then the lock guards
 // nothing, and a third could lock a new file of that name.
 bool name_stands_for(const char* name, int handle) {
-    struct stat by_name {}, by_handle {};
+    struct stat by_name {
+    }, by_handle{};
     return ::stat(name, &by_name) == 0 && ::fstat(handle, &by_handle) == 0 &&
            by_name.st_dev == by_handle.st_dev && by_name.st_ino == by_handle.st_ino;
 }
@@ -42,8 +43,7 @@ void tell_holder(int handle) {
         command[std::strcspn(command, "\n")] = 0;
         ::close(self);
     }
-    const int size = std::snprintf(line, sizeof line, "%ld %ld %s\n",
-                                   static_cast<long>(::getpid()),
+    const int size = std::snprintf(line, sizeof line, "%ld %ld %s\n", static_cast<long>(::getpid()),
                                    static_cast<long>(::time(nullptr)), command);
     // The line is a courtesy: a full disk must not cost the lock.
     if (::ftruncate(handle, 0) == 0 && ::pwrite(handle, line, static_cast<size_t>(size), 0) < 0)
@@ -81,8 +81,7 @@ int UnLock(file& lock_file, int& handle) {
 }
 
 int IsLocked(file& lock_file) {
-    const int handle =
-        ::open(lock_file.get_path().mbcs_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+    const int handle = ::open(lock_file.get_path().mbcs_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
     if (handle < 0)
         return errno != ENOENT;
     struct flock lock = whole_file(F_WRLCK);

@@ -22,8 +22,8 @@ class semaphore {
     semaphore(const semaphore&) = delete;
     semaphore& operator=(const semaphore&) = delete;
 
-    // Waits up to `seconds` (-1: one hour; 0: one try). 0 acquired, also if it is held here already,
-    // 1 timed out, 2 failed.
+    // Waits up to `seconds` (-1: one hour; 0: one try). 0 acquired, also if it is held here
+    // already, 1 timed out, 2 failed.
     [[nodiscard]] int wait2(long seconds);
     int trylock() { return wait2(1); }
     // 1, also if it was not held; 0 if the file could not be removed.

@@ -33,8 +33,8 @@ ustring* minmax_variable_list::evaluate_MinMax(const ustring& text, int which) {
     const auto at = name.find(token);
     vector names;
     if (at != ustring::npos && file(directory).is_directory())
-        file(directory).list(names, name.substr(0, at) + ustring(u"*") +
-                                        name.substr(at + token.length()));
+        file(directory).list(names,
+                             name.substr(0, at) + ustring(u"*") + name.substr(at + token.length()));
     const ustring* best = nullptr;
     for (int i = 0; i < names.size(); ++i) {
         const auto* entry = names.at<ustring>(i);

@@ -70,7 +70,8 @@ void pathname::remove_common_part(const pathname* first, const pathname* second)
     const ustring a = first->text_;
     const ustring b = second ? second->text_ : ustring();
     auto begins = [](const ustring& s, const ustring& head) {
-        return s.length() >= head.length() && s.compare(0, head.length(), head, 0, head.length(), 0) == 0;
+        return s.length() >= head.length() &&
+               s.compare(0, head.length(), head, 0, head.length(), 0) == 0;
     };
     ustring::size_type drop = a.length();
     if (!b.empty() && begins(text_, b))

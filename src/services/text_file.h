@@ -42,7 +42,9 @@ class text_file : public file {
     long find_last_line_matching_pattern(const ustring& pattern) const;
     long find_command(const ustring& name, long from = 0) const;
     long find_command_with_key(const ustring& name, const ustring& key, long from = 0) const;
-    bool line_exists(const ustring& pattern) const { return find_line_matching_pattern(pattern) >= 0; }
+    bool line_exists(const ustring& pattern) const {
+        return find_line_matching_pattern(pattern) >= 0;
+    }
     int add_line_at_index(const ustring& text, unsigned index);
     int add_line(const ustring& text, int where = at_end, const ustring& reference = ustring());
     // The first match; 1 if there was one.

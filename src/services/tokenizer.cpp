@@ -9,7 +9,13 @@
 namespace km {
 
 namespace {
-enum character_class : unsigned char { whitespace = 1, numeric = 2, word = 4, quote = 8, comment = 16 };
+enum character_class : unsigned char {
+    whitespace = 1,
+    numeric = 2,
+    word = 4,
+    quote = 8,
+    comment = 16
+};
 }
 
 tokenizer::tokenizer(reader* input) : input_(input) {
@@ -67,7 +73,9 @@ void tokenizer::reset_syntax() { std::memset(classes_, 0, sizeof classes_); }
 
 int tokenizer::take() { return input_->read(); }
 
-int tokenizer::class_of(int c) const { return c < 0 ? 0 : c < 256 ? classes_[c] : static_cast<int>(word); }
+int tokenizer::class_of(int c) const {
+    return c < 0 ? 0 : c < 256 ? classes_[c] : static_cast<int>(word);
+}
 
 // c is CR or LF: counts the line and goes past it.
 void tokenizer::end_of_line(int& c) {

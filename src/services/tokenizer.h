@@ -34,8 +34,8 @@ class tokenizer {
     // Takes every class away from all characters.
     void reset_syntax();
 
-    // The kind of the next token: t_end, t_number (value in nval), t_word (text in sval), t_eol, the
-    // quote character of a quoted text (in sval), or the character itself.
+    // The kind of the next token: t_end, t_number (value in nval), t_word (text in sval), t_eol,
+    // the quote character of a quoted text (in sval), or the character itself.
     int next_token();
     // The next next_token() gives the same token again.
     void push_back() { pushed_back_ = 1; }

@@ -99,8 +99,7 @@ class trace_settings {
     }
 
     void apply_remote() {
-        if (trace::_remote_level <= 0 ||
-            (!trace::_remote_settings_override_local && level != 0))
+        if (trace::_remote_level <= 0 || (!trace::_remote_settings_override_local && level != 0))
             return;
         level = trace::_remote_level;
         size = trace::_remote_trace_size;

@@ -117,8 +117,8 @@ int ustring::compare(size_type pos, size_type n, const char16_t* wide, size_type
     return order ? order : static_cast<int>(own) - static_cast<int>(wlen);
 }
 
-int ustring::compare(size_type pos, size_type n, const ustring& other, size_type opos,
-                     size_type on, int ignore_case) const {
+int ustring::compare(size_type pos, size_type n, const ustring& other, size_type opos, size_type on,
+                     int ignore_case) const {
     return compare(pos, n, other.buffer_, other.cut(opos, on), ignore_case);
 }
 

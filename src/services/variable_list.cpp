@@ -33,9 +33,7 @@ variable_list* searched_chain() {
     return nullptr;
 }
 
-ustring reference_to(const ustring& name) {
-    return ustring(u"$(") + name + ustring(u")");
-}
+ustring reference_to(const ustring& name) { return ustring(u"$(") + name + ustring(u")"); }
 
 bool may_look_up(const ustring& name) {
     if (++lookups > most_lookups) {

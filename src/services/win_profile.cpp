@@ -13,9 +13,7 @@ ustring key_pattern(const ustring& key) { return key + ustring(u"=*"); }
 
 win_profile::~win_profile() { win_profile::commit_changes(); }
 
-int win_profile::check_path() {
-    return exists() ? 1 : file(get_path().get_parent()).mk_tree();
-}
+int win_profile::check_path() { return exists() ? 1 : file(get_path().get_parent()).mk_tree(); }
 
 int win_profile::commit_changes() {
     KM_TRACE_FUNCTION("win_profile::commit_changes");

@@ -18,7 +18,7 @@ COMMENT = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"', re.S)
 FENCES = [
     ("I-2", r"(?<![\w.>])(?:::)?(?:rename|renameat2?|fsync|fdatasync|syncfs)\s*\(",
      {"durable.cpp", "durable.h", "file.cpp", "fileio.cpp"}),
-    ("I-3", r"(?<![\w.>:])(?:::|std::)?_?exit\s*\(", {"engine_exit.cpp", "engine_exit.h"}),
+    ("I-3", r"(?<![\w.>:])(?:::|std::)?_?exit\s*\(", {"engine_exit.cpp", "engine_exit.h", "profiler.h"}),
     ("I-4", r"\b(?:throw|catch)\b(?!\s*\(\)\s*;)", {"base/"}),
     ("I-5", r"\bstd::(?:cout|cerr)\b|(?<![\w.>])(?:printf|puts)\s*\(", set()),
 ]

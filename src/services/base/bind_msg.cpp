@@ -26,7 +26,7 @@ std::string bind_entry(const message_entry& entry, int depth) {
 }
 
 const char* kind_of(const any& value) {
-    static const char* const names[] = {"none", "long",   "unsigned", "double", "string",
+    static const char* const names[] = {"none", "long",        "unsigned",      "double", "string",
                                         "time", "string list", "message entry", "message"};
     return names[value.index()];
 }
@@ -51,7 +51,8 @@ bool elements_of(const any& value, std::vector<any>& out) {
 // The value that one number of a path picks: 0 the value itself, n the n-th field. Field 1 of a
 // message is its sequence, which stands for the message here.
 any field_of(const any& value, long number) {
-    if (number == 0 || (number == 1 && std::holds_alternative<std::shared_ptr<XOpenMessage>>(value)))
+    if (number == 0 ||
+        (number == 1 && std::holds_alternative<std::shared_ptr<XOpenMessage>>(value)))
         return value;
     std::vector<any> elements;
     if (!elements_of(value, elements))
@@ -106,7 +107,8 @@ std::string number_text(char c, bool is_long, const any& value) {
     const long low = is_long ? whole : static_cast<long>(static_cast<std::uint32_t>(whole));
     switch (c) {
     case 'd':
-        return printed("%ld", is_long ? whole : static_cast<long>(static_cast<std::int32_t>(whole)));
+        return printed("%ld",
+                       is_long ? whole : static_cast<long>(static_cast<std::int32_t>(whole)));
     case 'u':
         return printed("%lu", low);
     case 'o':
@@ -200,8 +202,7 @@ std::string conversion_text(const char*& at, const any& value, int depth) {
     case 'o':
     case 'x':
     case 'X':
-        return std::holds_alternative<std::monostate>(found) ? ""
-                                                             : number_text(c, is_long, found);
+        return std::holds_alternative<std::monostate>(found) ? "" : number_text(c, is_long, found);
     case 'f': {
         char text[512];
         std::snprintf(text, sizeof text, "%f", as_double(found));

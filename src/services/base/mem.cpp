@@ -87,7 +87,9 @@ void move_to(ml_pool* pool, void* p) {
 } // namespace
 
 void* x_malloc(size_t size) { return checked(std::malloc(size), size); }
-void* x_calloc(size_t count, size_t size) { return checked(std::calloc(count, size), count * size); }
+void* x_calloc(size_t count, size_t size) {
+    return checked(std::calloc(count, size), count * size);
+}
 void* x_realloc(void* p, size_t size) { return checked(std::realloc(p, size), size); }
 void x_free(void* p) { std::free(p); }
 

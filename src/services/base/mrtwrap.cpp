@@ -144,10 +144,10 @@ const char* msgcat_value() {
 }
 
 constexpr named_value named_values[] = {
-    {"INTERP", interp_value},    {"SYSTEM", systemdir},   {"TEMP", temp},
-    {"STAGE", stage},            {"UPG", upgradedir},     {"BIN", bindir},
-    {"LIB", libdir},             {"RUN", rundir},         {"UNID", uniqueidentifier},
-    {"IBASE", installbase},      {"IDRIVE", installvol},  {"TOOLS", tools_value},
+    {"INTERP", interp_value}, {"SYSTEM", systemdir},  {"TEMP", temp},
+    {"STAGE", stage},         {"UPG", upgradedir},    {"BIN", bindir},
+    {"LIB", libdir},          {"RUN", rundir},        {"UNID", uniqueidentifier},
+    {"IBASE", installbase},   {"IDRIVE", installvol}, {"TOOLS", tools_value},
     {"MSGCAT", msgcat_value},
 };
 

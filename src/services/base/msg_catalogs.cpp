@@ -90,8 +90,7 @@ nl_catd search(const std::string& name, const language_parts& parts) {
         size_t end = path.find_first_of(":;", start);
         end = end == std::string::npos ? path.size() : end;
         if (end > start) {
-            const nl_catd found =
-                my_addCat(expanded(path.substr(start, end - start), name, parts));
+            const nl_catd found = my_addCat(expanded(path.substr(start, end - start), name, parts));
             if (found != none)
                 return found;
         }

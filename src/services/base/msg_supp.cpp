@@ -68,8 +68,7 @@ std::string argument_text(const conversion& how, va_list& arguments) {
                                : std::to_string(static_cast<unsigned long>(value));
     }
     const int value = va_arg(arguments, int);
-    return how.type == 'd' ? std::to_string(value)
-                           : std::to_string(static_cast<unsigned>(value));
+    return how.type == 'd' ? std::to_string(value) : std::to_string(static_cast<unsigned>(value));
 }
 
 } // namespace

@@ -34,7 +34,10 @@ int decode_utf8(const unsigned char* s, size_t bytes, char32_t& c) {
         c = lead;
         return 1;
     }
-    int more = lead >= 0xC2 && lead < 0xE0 ? 1 : lead >= 0xE0 && lead < 0xF0 ? 2 : lead >= 0xF0 && lead < 0xF5 ? 3 : 0;
+    int more = lead >= 0xC2 && lead < 0xE0   ? 1
+               : lead >= 0xE0 && lead < 0xF0 ? 2
+               : lead >= 0xF0 && lead < 0xF5 ? 3
+                                             : 0;
     if (!more)
         return invalid;
     c = lead & (0x3F >> more);
@@ -341,7 +344,8 @@ const char* uxl_strchr(int cp, const char* s, int c) {
 const char* uxl_strstr(int cp, const char* s, const char* part) {
     UConverter* converter = converter_of(cp);
     const size_t bytes = std::strlen(s), wanted = std::strlen(part);
-    for (size_t at = 0; at + wanted <= bytes; at += character_bytes(converter, s + at, bytes - at)) {
+    for (size_t at = 0; at + wanted <= bytes;
+         at += character_bytes(converter, s + at, bytes - at)) {
         if (std::memcmp(s + at, part, wanted) == 0)
             return s + at;
         if (at == bytes)
