@@ -102,7 +102,8 @@ long decompressing_channel::ignore(long count) {
     const auto scratch = std::make_unique<unsigned char[]>(static_cast<unsigned>(in_size_));
     long gone = 0;
     while (gone < count) {
-        const int got = read(scratch.get(), static_cast<int>(std::min<long>(count - gone, in_size_)));
+        const int got =
+            read(scratch.get(), static_cast<int>(std::min<long>(count - gone, in_size_)));
         if (got < 1)
             break;
         gone += got;

@@ -31,6 +31,7 @@ class semaphore {
     // Whether a process holds the lock, this one included.
     int _IsLocked();
     int is_held() const { return handle_ >= 0; }
+    int get_flag() const { return flag_; }
     const ustring& get_name() const { return name_; }
     const pathname& get_lock_file() const { return lock_file_.get_path(); }
 

@@ -18,7 +18,9 @@ class zip_file : public file_handle {
     int readCEN();
     // A new vector of copies of the entries, the caller's.
     vector* getCEN() const { return new vector(entries_); }
-    void set_comment(const char* comment, unsigned long length) { comment_.assign(comment, length); }
+    void set_comment(const char* comment, unsigned long length) {
+        comment_.assign(comment, length);
+    }
     const std::string& get_comment() const { return comment_; }
 
   private:

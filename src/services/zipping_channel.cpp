@@ -152,8 +152,7 @@ int zipping_channel::close_deflated() {
 int zipping_channel::close_entry() {
     if (!current_)
         return 1;
-    const int done =
-        current_->method == zip_entry::stored ? close_stored() : close_deflated();
+    const int done = current_->method == zip_entry::stored ? close_stored() : close_deflated();
     if (!done)
         return 0;
     entries_.push_back(current_->clone());

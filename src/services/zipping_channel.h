@@ -25,9 +25,9 @@ class zipping_channel : public compressing_channel {
     void set_comment(const char* comment);
     void set_method(int method);
     void set_level(int level);
-    // Closes the open entry and starts this one, which is taken over; null starts the one that add()
-    // prepared. Time and size that are unknown are looked up under the entry's name: callers preset
-    // them. 1 or 0.
+    // Closes the open entry and starts this one, which is taken over; null starts the one that
+    // add() prepared. Time and size that are unknown are looked up under the entry's name: callers
+    // preset them. 1 or 0.
     int put_next_entry(zip_entry* entry);
     using compressing_channel::write;
     void write(const unsigned char* buffer, int length) override;

@@ -111,10 +111,9 @@ TEST(Zip, GoldenBytesOfAStoredEmptyFile) {
     EXPECT_EQ(zip.finish(), 1);
     const std::string time = "\xDD\x63\x5D\x58"s, zero = "\0\0\0\0"s;
     EXPECT_EQ(text_of(out), "PK\3\4\x0A\0\x08\0\0\0"s + time + zero + zero + zero + "\1\0\0\0a"s +
-                                "PK\7\x08"s + zero + zero + zero +
-                                "PK\1\2\x0A\0\x0A\0\x08\0\0\0"s + time + zero + zero + zero +
-                                "\1\0\0\0\0\0"s + zero + zero + zero + "a" +
-                                "PK\5\6\0\0\0\0\1\0\1\0\x2F\0\0\0\x2F\0\0\0\0\0"s);
+                                "PK\7\x08"s + zero + zero + zero + "PK\1\2\x0A\0\x0A\0\x08\0\0\0"s +
+                                time + zero + zero + zero + "\1\0\0\0\0\0"s + zero + zero + zero +
+                                "a" + "PK\5\6\0\0\0\0\1\0\1\0\x2F\0\0\0\x2F\0\0\0\0\0"s);
 }
 
 TEST(Zip, EveryEntryComesBackWhateverTheSourceGivesAtATime) {
