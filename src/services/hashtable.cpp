@@ -135,6 +135,11 @@ HashtableEntry* Hashtable::unlink_entry(const codable& key) {
     return nullptr;
 }
 
+void Hashtable::replace_value(HashtableEntry* entry, codable* value) {
+    delete entry->value_;
+    entry->value_ = value;
+}
+
 int Hashtable::remove(const codable* key) {
     HashtableEntry* entry = unlink_entry(*key);
     if (entry) {

@@ -100,6 +100,8 @@ class Hashtable : public codable {
     // Takes the entry of `key` out of its chain and out of the count; the entry, its key and its
     // value are the caller's then. Null if there is none.
     HashtableEntry* unlink_entry(const codable& key);
+    // Deletes the entry's value and puts another in its place, which the table owns.
+    static void replace_value(HashtableEntry* entry, codable* value);
 
   private:
     friend class Keyslist;

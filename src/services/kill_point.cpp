@@ -8,32 +8,20 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <unistd.h>
 
 namespace km {
 
-namespace {
-
-struct wanted_point {
-    std::string name;
-    long pass = 1;
-    wanted_point() {
-        const char* text = std::getenv("KM_KILL_AT");
-        if (!text)
-            return;
-        const char* colon = std::strrchr(text, ':');
-        name.assign(text, colon ? static_cast<size_t>(colon - text) : std::strlen(text));
-        if (colon)
-            pass = std::strtol(colon + 1, nullptr, 10);
-    }
-};
-
-} // namespace
-
 void pass_kill_point(const char* name) {
-    static wanted_point wanted;
-    if (!wanted.name.empty() && wanted.name == name && --wanted.pass == 0)
+    static long passes = 0;
+    const char* wanted = std::getenv("KM_KILL_AT");
+    if (!wanted)
+        return;
+    const char* colon = std::strrchr(wanted, ':');
+    const size_t length = colon ? static_cast<size_t>(colon - wanted) : std::strlen(wanted);
+    if (std::strlen(name) != length || std::strncmp(name, wanted, length) != 0)
+        return;
+    if (++passes == (colon ? std::strtol(colon + 1, nullptr, 10) : 1))
         ::kill(::getpid(), SIGKILL);
 }
 

@@ -1,0 +1,112 @@
+// A process that dies at any named point of the stores leaves the old or the new content.
+#include "durable.h"
+#include "library_loader.h"
+#include "persistent_hashtable.h"
+#include "ustring.h"
+
+#include "support/scratch.h"
+
+#include <csignal>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using km::pathname;
+using km::Persistent_Hashtable;
+using km::ustring;
+
+namespace {
+
+// True if the child died at the point.
+bool dies_at(const std::string& point, const std::function<void()>& body) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::setenv("KM_KILL_AT", point.c_str(), 1);
+        body();
+        ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+}
+
+std::string content(const pathname& path) {
+    EXPECT_EQ(Persistent_Hashtable::recover(path), 1);
+    Persistent_Hashtable table(path, 1, 0, nullptr);
+    if (table.get_table_error())
+        return "error " + std::to_string(table.get_table_error());
+    std::string text;
+    for (const char* key : {"a", "b", "c"})
+        if (const auto* value = table.get_as<ustring>(ustring(key)))
+            text += std::string(key) + "=" + value->mbcs_str() + " ";
+    return text;
+}
+
+} // namespace
+
+TEST(Kill, ATableIsTheOldOrTheNewOne) {
+    km_test::scratch_dir dir;
+    dir.write("libs.znp", KM_BUILD_LIB "/libkmcore\n");
+    ::setenv("SPEDITOR_LIB_PATH", dir.path().c_str(), 1);
+    ::setenv("HOME", dir.path().c_str(), 1);
+    const pathname path(dir.at("t.pht").c_str());
+    const std::string old_text = "a=1 b=2 ";
+    const struct {
+        const char* point;
+        const char* new_text;
+        bool removes;
+        bool always_new;
+    } cases[] = {
+        {"table.slot.written", "a=1 b=2 c=3 ", false, false},
+        {"table.slot.before_mark", "a=1 b=2 c=3 ", false, false},
+        {"table.slot.after_mark", "a=1 b=2 c=3 ", false, true},
+        {"table.remove.before_mark", "a=1 ", true, false},
+        {"table.remove.after_mark", "a=1 ", true, true},
+        {"table.defrag.copying", "a=1 ", true, true},
+        {"table.defrag.before_copied", "a=1 ", true, true},
+        {"table.defrag.copied", "a=1 ", true, true},
+        {"table.defrag.moved", "a=1 ", true, true},
+        {"table.defrag.cut", "a=1 ", true, true},
+        // Inside the rewriting: slots of the copy, and slots moved to the start.
+        {"table.slot.before_mark:1", "a=1 ", true, true},
+        {"table.slot.before_mark:2", "a=1 ", true, true},
+        {"table.slot.written:2", "a=1 ", true, true},
+    };
+    for (const auto& one : cases) {
+        ::unlink(dir.at("t.pht").c_str());
+        {
+            Persistent_Hashtable table(path, 0, 0, nullptr);
+            table.update(new ustring("a"), new ustring("1"));
+            table.update(new ustring("b"), new ustring("2"));
+        }
+        EXPECT_TRUE(dies_at(one.point, [&] {
+            Persistent_Hashtable table(path, 1, 0, nullptr);
+            table.set_free_threshold(10);
+            const ustring key("b");
+            if (one.removes)
+                table.remove(&key);
+            else
+                table.update(new ustring("c"), new ustring("3"));
+        })) << one.point;
+        const std::string found = content(path);
+        EXPECT_TRUE(found == one.new_text || (!one.always_new && found == old_text))
+            << one.point << ": " << found;
+        EXPECT_EQ(content(path), found) << "a second recovery changes nothing";
+    }
+    km::library_loader::discard();
+}
+
+TEST(Kill, ADurableReplaceIsTheOldOrTheNewFile) {
+    km_test::scratch_dir dir;
+    const pathname path(dir.at("f").c_str());
+    for (const char* point :
+         {"durable.before_write", "durable.before_rename", "durable.after_rename"}) {
+        dir.write("f", "old");
+        EXPECT_TRUE(dies_at(point, [&] {
+            km::replace_durably(path, 0600, [](int out) { return km::write_fully(out, "new", 3); });
+        })) << point;
+        EXPECT_EQ(dir.read("f"), std::string(point) == "durable.after_rename" ? "new" : "old");
+    }
+}
