@@ -2,6 +2,7 @@
 #include "durable.h"
 #include "library_loader.h"
 #include "persistent_hashtable.h"
+#include "refcounttable.h"
 #include "ustring.h"
 
 #include "support/scratch.h"
@@ -109,4 +110,36 @@ TEST(Kill, ADurableReplaceIsTheOldOrTheNewFile) {
         })) << point;
         EXPECT_EQ(dir.read("f"), std::string(point) == "durable.after_rename" ? "new" : "old");
     }
+}
+
+TEST(Kill, CountsAreInOneOfTheTwoFiles) {
+    km_test::scratch_dir dir;
+    dir.write("libs.znp", KM_BUILD_LIB "/libkmcore\n");
+    ::setenv("SPEDITOR_LIB_PATH", dir.path().c_str(), 1);
+    ::setenv("HOME", dir.path().c_str(), 1);
+    const pathname where(dir.path().c_str());
+    const ustring object("/f"), package("p"), version("1");
+    {
+        km::cm_ref_count_table table(where, 0);
+        table.set_counter(object, package, version, 1);
+        table.commit();
+    }
+    const std::string old_bytes = dir.read("rct.tme");
+    for (const char* point :
+         {"counts.commit.before_backup", "counts.commit.backed_up", "counts.commit.written"}) {
+        ::unlink(dir.at("rctbak.tme").c_str());
+        dir.write("rct.tme", old_bytes);
+        EXPECT_TRUE(dies_at(point, [&] {
+            km::cm_ref_count_table table(where, 0);
+            table.set_counter(object, package, version, 2);
+            table.commit();
+        })) << point;
+        EXPECT_TRUE(dir.read("rct.tme") == old_bytes || dir.read("rctbak.tme") == old_bytes);
+        if (!dir.exists("rct.tme"))
+            km::rename_file(dir.at("rctbak.tme").c_str(), dir.at("rct.tme").c_str());
+        km::cm_ref_count_table table(where, 1);
+        const int count = table.get_ref_count(object);
+        EXPECT_EQ(count, std::string(point) == "counts.commit.written" ? 2 : 1) << point;
+    }
+    km::library_loader::discard();
 }
