@@ -9,18 +9,31 @@
 
 namespace km {
 
+namespace {
+// Steps are gathered, so that the inner channel is not written to for each of them.
+constexpr int hold_size = 65536;
+} // namespace
+
 compressing_channel::compressing_channel(output_channel* inner, compressor* engine, int size)
     : filter_output_channel(inner), engine_(engine),
-      out_buffer_(new unsigned char[static_cast<unsigned>(std::max(size, 1))]()), out_size_(size) {
+      out_buffer_(new unsigned char[hold_size + static_cast<unsigned>(std::max(size, 1))]()),
+      out_size_(size) {
     if (!inner || !engine)
         engine_exit(1, "a compressing channel needs a compressor and a channel");
 }
 
+void compressing_channel::hand_on() {
+    if (held_ > 0)
+        inner_->write(out_buffer_.get(), held_);
+    held_ = 0;
+}
+
 bool compressing_channel::compress() {
     const unsigned long in_before = engine_->total_in();
-    const int made = engine_->compress(out_buffer_.get(), out_size_);
-    if (made > 0)
-        inner_->write(out_buffer_.get(), made);
+    const int made = engine_->compress(out_buffer_.get() + held_, out_size_);
+    held_ += std::max(made, 0);
+    if (held_ >= hold_size)
+        hand_on();
     return made > 0 || engine_->total_in() != in_before;
 }
 
@@ -35,6 +48,7 @@ void compressing_channel::write(const unsigned char* buffer, int length) {
     engine_->set_input(buffer, length);
     while (!engine_->needs_input() && compress()) {
     }
+    hand_on();
 }
 
 int compressing_channel::finish() {
@@ -43,6 +57,7 @@ int compressing_channel::finish() {
     engine_->set_finish(1);
     while (!engine_->get_finished() && compress()) {
     }
+    hand_on();
     return engine_->get_finished();
 }
 

@@ -22,14 +22,17 @@ class compressing_channel : public filter_output_channel {
     void set_finish_on_close(int value) { finish_on_close_ = value; }
 
   protected:
-    // One step; false if it neither took nor gave a byte.
+    // One step of at most `size` bytes of output; false if it neither took nor gave a byte. The
+    // size of a step decides where flush points fall, and so the bytes of the stream.
     bool compress();
+    void hand_on();
     std::unique_ptr<compressor> engine_;
 
   private:
     int finish_on_close_ = 1;
     std::unique_ptr<unsigned char[]> out_buffer_;
     int out_size_;
+    int held_ = 0;
 };
 
 // Inflates what it reads from its inner channel.

@@ -13,9 +13,10 @@
 namespace km {
 
 namespace {
-// Larger than what the deflate stream of a block needs, so that a block is one write.
-constexpr int out_size = 65536;
-constexpr int copy_block = 65536;
+// Step of the deflate stream and block of a file: together they decide where its flush points fall.
+constexpr int out_size = 512;
+constexpr int copy_block = 4096;
+constexpr int read_size = 20480;
 } // namespace
 
 zipping_channel::zipping_channel(output_channel* inner)
@@ -254,7 +255,7 @@ void zipping_channel::writeEND(long start) {
 }
 
 int zipping_channel::copy_file(const pathname& path) {
-    file_input_channel in(path);
+    buffered_input_channel in(new file_input_channel(path), read_size);
     if (in.get_error())
         return fail(channel_no_source);
     const auto block = std::make_unique<unsigned char[]>(copy_block);
