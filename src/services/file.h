@@ -96,8 +96,15 @@ class file {
     // Order of two pathname*, for arrays.
     static int compare_pathnames(const void* a, const void* b);
 
-    // Text file from or to UTF-8: type 0 to, 1 from UTF-8. Told in file_translate.
+    // Writes this text file to `target` (made 0600, or overwritten) in UTF-8 (type 0), or from
+    // UTF-8 in the code page of the locale (type 1). Bytes that are no character of the source's
+    // encoding pass unchanged; a character without a place in the target's becomes '?'. 1, or 0
+    // with a trace: a file that cannot be opened, another type, a target that is this very file
+    // (it stays as it is), or a failure on the way, after which the target is removed. A crash
+    // leaves a part of the target. The body is in file_translate.
     int translate(const pathname& target, int type);
+    int translate_to_utf8(const pathname& target) { return translate(target, 0); }
+    int translate_from_utf8(const pathname& target) { return translate(target, 1); }
 
   private:
     int remove_directory(int recursive);
