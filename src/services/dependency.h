@@ -13,10 +13,10 @@ class variable_list;
 
 // Values of `style`.
 enum dependency_style : int {
-    dependency_ignored = 0,    // valid whenever `package` is given
-    dependency_as_is = 1,      // must hold before the operation
-    dependency_on_removal = 2, // must not turn true by the package
-    dependency_on_install = 3  // must not turn false by the package
+    dependency_ignored = 0,    // valid whenever a package is given
+    dependency_as_is = 1,      // must hold as things are
+    dependency_on_removal = 2, // what holds with the package must hold without it
+    dependency_on_install = 3  // what holds without the package must hold with it
 };
 
 // Whether the dependency allows the operation: 1 or 0.

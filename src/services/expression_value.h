@@ -15,6 +15,9 @@ int is_constant_boolean(const ustring& text);
 // none.
 double znp_atof(const ustring& text);
 
+// Whether `test` accepts any item of a list that is separated by ';'; empty items do not count.
+bool any_item(const ustring& list, const std::function<bool(const ustring& item)>& test);
+
 // One operand or result. Never coded.
 class value_t : public uncoded<codable> {
   public:

@@ -3,6 +3,7 @@
 // invariants: a name is resolved at most once on the way down; every look-up is counted
 #include "variable_list.h"
 
+#include "char_traits.h"
 #include "minmax_variables.h"
 #include "pair.h"
 #include "trclog.h"
@@ -35,10 +36,17 @@ variable_list* searched_chain() {
 
 ustring reference_to(const ustring& name) { return ustring(u"$(") + name + ustring(u")"); }
 
+// A look-up hashes and copies its name: each kilobyte of one counts as a further look-up.
+constexpr long name_unit = 1024;
+
+bool budget_left() { return lookups <= most_lookups; }
+
 bool may_look_up(const ustring& name) {
-    if (++lookups > most_lookups) {
-        if (lookups == most_lookups + 1)
-            KM_TRACE(trace_warning, "common", "too many look-ups of variables, the rest stays");
+    if (!budget_left())
+        return false;
+    lookups += 1 + static_cast<long>(name.length()) / name_unit;
+    if (!budget_left()) {
+        KM_TRACE(trace_warning, "common", "too many look-ups of variables, the rest stays");
         return false;
     }
     const bool cycle = std::find(resolving.begin(), resolving.end(), name) != resolving.end();
@@ -63,6 +71,27 @@ std::unique_ptr<ustring> value_for(variable_list& chain, const ustring& name, bo
     }
     return value;
 }
+
+// Finds what closes a reference. References are walked from the right, so that only what lies
+// before the last one is new; a text of nothing but openings would take its square otherwise.
+class closings {
+  public:
+    ustring::size_type behind(const ustring& text, ustring::size_type from) {
+        const auto end = std::min(seen_from_, text.length());
+        const char16_t* hit =
+            from < end ? string_char_traits::find(text.c_str() + from, end - from, u')') : nullptr;
+        if (hit)
+            nearest_ = static_cast<ustring::size_type>(hit - text.c_str());
+        seen_from_ = from;
+        return nearest_;
+    }
+    // The text has changed.
+    void forget() { seen_from_ = nearest_ = ustring::npos; }
+
+  private:
+    ustring::size_type seen_from_ = ustring::npos;
+    ustring::size_type nearest_ = ustring::npos;
+};
 
 struct outermost {
     outermost() {
@@ -179,15 +208,17 @@ int variable_list::substitute_variables(ustring& text) {
         return 1;
     const outermost counted;
     int result = 1;
+    closings closing;
     for (auto pos = text.rfind(u"$(", ustring::npos, 2); pos != ustring::npos;
          pos = text.rfind(u"$(", pos, 2)) {
-        const auto end = text.find(u')', pos + 2);
+        const auto end = closing.behind(text, pos + 2);
         if (end != ustring::npos) {
-            const ustring name = text.substr(pos + 2, end - pos - 2);
-            const auto value = text.length() <= most_characters ? value_for(*chain, name, false)
-                                                                : std::unique_ptr<ustring>();
+            const auto value = text.length() <= most_characters && budget_left()
+                                   ? value_for(*chain, text.substr(pos + 2, end - pos - 2), false)
+                                   : std::unique_ptr<ustring>();
             if (value) {
                 text.replace(pos, end + 1 - pos, *value);
+                closing.forget();
                 continue;
             }
             if (pos < 2)
@@ -256,15 +287,17 @@ void variable_list::substitute_values(ustring& text) {
 ustring variable_list::lookup_undefined_variables(const ustring& text) {
     const outermost counted;
     ustring copy(text);
+    closings closing;
     for (auto pos = copy.rfind(u"$(", ustring::npos, 2); pos != ustring::npos;
          pos = copy.rfind(u"$(", pos, 2)) {
-        const auto end = copy.find(u')', pos + 2);
+        const auto end = closing.behind(copy, pos + 2);
         if (end != ustring::npos) {
             const ustring name = copy.substr(pos + 2, end - pos - 2);
             const auto value = value_for(*this, name, true);
             if (!value)
                 return isAWinRegMacro(name) ? ustring() : name;
             copy.replace(pos, end + 1 - pos, *value);
+            closing.forget();
             continue;
         }
         if (pos < 2)
