@@ -21,9 +21,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     km::variable_list::set_chain(km::variable_list::for_decoder, &list);
 
     km::condition condition(whole);
-    const int parsed = condition.infix2postfix();
-    const int holds = condition.evaluate();
-    if ((holds && !condition.error.empty()) || (!parsed && condition.error.empty()))
+    if ((condition.infix2postfix() != 0) != condition.error.empty())
+        std::abort();
+    if (condition.evaluate() && !condition.error.empty())
         std::abort();
     km::ustring message;
     int unresolved = 0;
