@@ -7,6 +7,7 @@
 #include "char_traits.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace km {
 
@@ -25,6 +26,34 @@ bool in_set(const char16_t* set, unsigned n, char16_t c, int ignore_case) {
                        : string_char_traits::find(set, n, c);
 }
 
+// From this length on a pattern is searched without going back in the text: "aaa..." in "aaa..."
+// would take the product of the lengths otherwise.
+constexpr unsigned long_pattern = 64;
+
+// borders[i]: length of the longest proper start of the pattern that ends at i too.
+std::vector<unsigned> borders_of(const char16_t* s, unsigned n, int ignore_case) {
+    std::vector<unsigned> borders(n);
+    for (unsigned i = 1, k = 0; i < n; ++i) {
+        while (k && !same(s[i], s[k], ignore_case))
+            k = borders[k - 1];
+        borders[i] = k += same(s[i], s[k], ignore_case);
+    }
+    return borders;
+}
+
+// Position of the pattern in text[pos, end), or npos.
+unsigned find_long(const char16_t* text, unsigned pos, unsigned end, const char16_t* s, unsigned n,
+                   int ignore_case) {
+    const auto borders = borders_of(s, n, ignore_case);
+    for (unsigned k = 0; pos < end; ++pos) {
+        while (k && !same(text[pos], s[k], ignore_case))
+            k = borders[k - 1];
+        if (same(text[pos], s[k], ignore_case) && ++k == n)
+            return pos + 1 - n;
+    }
+    return ustring::npos;
+}
+
 } // namespace
 
 ustring::size_type ustring::find(const char16_t* s, size_type pos, size_type n,
@@ -34,6 +63,9 @@ ustring::size_type ustring::find(const char16_t* s, size_type pos, size_type n,
         return pos <= length_ ? length_ : npos;
     if (n > length_)
         return npos;
+    // Equality ends at a 0, which only the search that goes back knows.
+    if (n >= long_pattern && !string_char_traits::find(s, n, u'\0'))
+        return find_long(buffer_, pos, length_, s, n, ignore_case);
     for (; pos <= length_ - n; ++pos)
         if (same(buffer_[pos], s[0], ignore_case) && same_text(buffer_ + pos, s, n, ignore_case))
             return pos;

@@ -191,5 +191,7 @@ TEST_F(Conditions, EndInALinearTimeForHostileTexts) {
     EXPECT_EQ(outcome("'" + repeated("x", many)), "290");
     EXPECT_EQ(outcome("'" + repeated("$(", many) + "' == x"), "false");
     EXPECT_EQ(outcome("'" + repeated("$(", many) + ")' == x"), "false");
+    EXPECT_EQ(outcome("'" + repeated("a", many) + "' LIKE '*" + repeated("a", many / 2) + "b*'"),
+              "false");
     EXPECT_EQ(outcome(repeated("9", many) + " > 1"), "true");
 }

@@ -77,6 +77,26 @@ TEST(Ustring, SearchesGiveThePositionOrAllOnes) {
     EXPECT_EQ(text.find(u'z'), ustring::npos);
 }
 
+TEST(Ustring, LongPatternsAreFoundWhereShortOnesAre) {
+    unsigned seed = 1;
+    for (int round = 0; round < 300; ++round) {
+        const std::string unit(1 + round % 5, 'a');
+        std::string text, pattern;
+        while (text.size() < 700)
+            text += (seed = seed * 1103515245U + 12345U) >> 28 ? unit : "B";
+        pattern = text.substr(seed % 500, 60 + seed % 90);
+        text.erase(seed % 600, 1);
+        const auto at = text.find(pattern);
+        const ustring whole(text.c_str()), part(pattern.c_str());
+        const auto wanted = at == std::string::npos ? ustring::npos : static_cast<unsigned>(at);
+        EXPECT_EQ(whole.find(part), wanted) << pattern;
+        ustring upper(part);
+        upper.to_upper();
+        EXPECT_LE(whole.find(upper.c_str(), 0, upper.length(), 1), wanted);
+    }
+    EXPECT_EQ(ustring(400000, u'a').find(ustring(200000, u'a') + ustring(u"b")), ustring::npos);
+}
+
 TEST(Ustring, ComparesByTheLengthsThatWereGiven) {
     const ustring a("Alpha"), b("alphabet");
     EXPECT_EQ(a.compare(b, 1), -3);
