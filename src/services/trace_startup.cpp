@@ -169,6 +169,7 @@ int trace::check_tags(const char* tags) {
     if (inside)
         return 0;
     inside = true;
+    const errno_keeper keeper;
     int found = 0;
     tag_reader wanted(tags);
     for (ustring tag; !found && wanted.next(tag);)

@@ -73,6 +73,7 @@ void trace::get_current_time() {
 int trace::prepare_header(const char* mark, const char* function) {
     if (!_stream[_curr_stream])
         return 0;
+    const errno_keeper keeper;
     get_current_time();
     const size_t used = std::strlen(_line_buffer);
     std::snprintf(_line_buffer + used, sizeof _line_buffer - used, "%s%s ", mark, function);
@@ -94,6 +95,7 @@ void trace::write_trace_text(const char* format, ...) {
     trace_stream* stream = _stream[_curr_stream];
     if (!stream)
         return;
+    const errno_keeper keeper;
     bool changed_here = false;
     if (_trace_size < static_cast<unsigned long>(stream->size()) + std::strlen(_line_buffer) &&
         !_is_changing_phase) {

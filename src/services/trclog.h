@@ -3,12 +3,14 @@
 // A line of the trace: "[pid] local-time mark function text". It goes to numbered files
 // "<prefix><number>.trc" beside each other, which the counter file "<prefix>.tpc" keeps in turn
 // among the processes of one prefix. A trace never fails its caller: a file that cannot be opened
-// diverts to standard error. No lock guards it; one thread traces.
+// diverts to standard error. Nor does it change errno: a line may stand between a failure and the
+// look at its errno. No lock guards it; one thread traces.
 #pragma once
 
 #include "profiler.h"
 #include "ustring.h"
 
+#include <cerrno>
 #include <cstdarg>
 
 namespace km {
@@ -86,6 +88,18 @@ class trace {
     static unsigned long _remote_trace_size;
     static int _remote_trace_style;
     static const char* _remote_trace_tags;
+};
+
+// Gives errno back as it was.
+class errno_keeper {
+  public:
+    errno_keeper() : kept_(errno) {}
+    ~errno_keeper() { errno = kept_; }
+    errno_keeper(const errno_keeper&) = delete;
+    errno_keeper& operator=(const errno_keeper&) = delete;
+
+  private:
+    int kept_;
 };
 
 // Mark of a level: " [F] " and so on.

@@ -317,6 +317,20 @@ TEST_F(Settings, TraceFilesFollowTheSettings) {
     EXPECT_LT(about.st_size, 700);
 }
 
+TEST_F(Settings, ATraceThatCannotBeWrittenKeepsTheErrorOfItsCaller) {
+    with("product_dir=" + dir_.path() + "\ntrace_level=4\ntrace_tags=common\n");
+    ASSERT_EQ(::symlink("/dev/full", dir_.at("full1.trc").c_str()), 0);
+    in_child([&] {
+        km::trace::initialize("full", nullptr);
+        KM_TRACE_FUNCTION("test::function");
+        errno = ENOENT;
+        KM_TRACE(km::trace_error, "common", "error %d", errno);
+        EXPECT_EQ(errno, ENOENT);
+        km::trace::terminate();
+    });
+    EXPECT_TRUE(km::file(pathname(dir_.at("full1.trc").c_str())).is_link());
+}
+
 TEST_F(Settings, LevelZeroMakesNoFileAndAllMeansAll) {
     with("product_dir=" + dir_.path() + "\ntrace_level=0\n");
     in_child([&] {
