@@ -27,21 +27,33 @@ int text_file::load() {
     FILE* in = std::fopen(get_path().mbcs_str(), "re");
     if (!in)
         return 0;
-    lines_.clear();
+    vector fresh;
     for (ustring text; text.getline(in);) {
         strip_blanks(text);
-        lines_.push_back(new text_line(text));
+        fresh.push_back(new text_line(text));
     }
+    // A part of the lines must not stand for the file: a commit would cut it.
     const int good = !std::ferror(in);
     std::fclose(in);
+    if (good)
+        take_lines(fresh);
     return good;
+}
+
+void text_file::take_lines(vector& fresh) {
+    lines_.clear();
+    for (int i = 0; i < fresh.size(); ++i)
+        lines_.push_back(fresh[i]);
+    fresh.set_owns(0);
 }
 
 int text_file::read(int force) {
     KM_TRACE_FUNCTION("text_file::read");
     if (read_ && !force)
         return 1;
-    if (exists() && !load()) {
+    if (!exists()) {
+        lines_.clear();
+    } else if (!load()) {
         read_ = 0;
         return 0;
     }
@@ -74,7 +86,8 @@ int text_file::commit_changes() {
     } else {
         auto write = [this](int descriptor) { return write_lines(descriptor); };
         done = replace_durably(get_path(), 0644, write);
-        if (!done && (errno == EACCES || errno == EPERM || errno == EROFS)) {
+        const int error = done ? 0 : errno;
+        if (error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG) {
             const int out = ::open(get_path().mbcs_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
             done = out >= 0 && write(out);
             if (out >= 0 && ::close(out) != 0)

@@ -28,8 +28,9 @@ class text_file : public file {
 
     const text_line& operator[](long index) const;
     long line_count() const { return lines_.size(); }
-    // Loads the lines if they are not loaded, or again with `force`. 0 if the file is there and
-    // cannot be opened.
+    // Loads the lines if they are not loaded, or again with `force`; edits that were not committed
+    // are lost then. A file that is not there has no lines. 0 if it is there and cannot be opened
+    // or read to its end; the lines stay as they were.
     int read(int force = 0);
     // Writes what changed: the file comes new by temporary file, flush and rename (owner and mode
     // kept, a link followed); where the directory refuses that, in place. No lines left: the file
@@ -70,6 +71,7 @@ class text_file : public file {
 
   private:
     int load();
+    void take_lines(vector& fresh);
     int write_lines(int descriptor) const;
     void set_tokens(long index, const ustring& name, const vector& tokens, char16_t separator);
 

@@ -103,6 +103,30 @@ TEST(TextFile, TheLastLineTakesTheFileWithIt) {
     EXPECT_FALSE(dir.exists("f"));
 }
 
+TEST(TextFile, AForcedReadTakesWhatTheDiskHoldsNow) {
+    km_test::scratch_dir dir;
+    dir.write("f", "old\n");
+    text_file text(path(dir, "f"));
+    text.read();
+    text.add_line(word("edit"));
+    dir.write("f", "new\n");
+    EXPECT_EQ(text.read(), 1);
+    EXPECT_EQ(text.line_count(), 2); // not forced
+    EXPECT_EQ(text.read(1), 1);
+    EXPECT_EQ(text.line_count(), 1);
+    EXPECT_TRUE(text.line_exists(word("new")));
+    EXPECT_EQ(text.is_changed(), 0);
+    ::unlink(dir.at("f").c_str());
+    EXPECT_EQ(text.read(1), 1);
+    EXPECT_EQ(text.line_count(), 0);
+    // A directory can be opened and not read: what is in memory stays.
+    text.add_line(word("kept"));
+    ::mkdir(dir.at("f").c_str(), 0755);
+    EXPECT_EQ(text.read(1), 0);
+    EXPECT_EQ(text.line_count(), 1);
+    EXPECT_EQ(text.is_changed(), 1);
+}
+
 TEST(TextFile, WhatCannotBeWrittenStaysToBeWritten) {
     km_test::scratch_dir dir;
     text_file text(path(dir, "none/f"));
