@@ -116,6 +116,8 @@ int tokenizer::read_number(int c) {
         if (c == '.' && !fraction && (class_of('.') & numeric)) {
             fraction = true;
         } else if (c >= '0' && c <= '9') {
+            if (fraction && scale > 1e300)
+                continue; // never infinity by infinity
             value = value * 10 + (c - '0');
             if (fraction)
                 scale *= 10;
@@ -140,8 +142,7 @@ int tokenizer::read_word(int c) {
 int tokenizer::read_quoted(int c) {
     const int mark = c;
     for (c = take(); c >= 0 && c != mark; c = take()) {
-        // A line end inside a text does not end it, but it counts.
-        if (c == '\r' || c == '\n')
+        if (c == '\r')
             ++line;
         sval += static_cast<char16_t>(c);
     }

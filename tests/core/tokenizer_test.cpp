@@ -38,6 +38,20 @@ TEST(Tokenizer, DefaultsKnowWordsAndQuotes) {
     EXPECT_EQ(words->line, 2);
 }
 
+TEST(Tokenizer, AQuotedTextGoesOverLinesAndACarriageReturnCounts) {
+    std::unique_ptr<tokenizer> words(over("'a\nb' 'c\r\nd' e"));
+    EXPECT_EQ(all(*words), "q:a\nb q:c\r\nd w:e ");
+    EXPECT_EQ(words->line, 2);
+}
+
+TEST(Tokenizer, ANumberOfAnyLengthIsANumber) {
+    const std::string ones(400, '1');
+    std::unique_ptr<tokenizer> words(over((ones + "." + ones).c_str()));
+    words->parse_numbers();
+    EXPECT_EQ(words->next_token(), tokenizer::t_number);
+    EXPECT_GT(words->nval, 1e300); // not NaN
+}
+
 TEST(Tokenizer, NumbersNeedToBeAskedFor) {
     std::unique_ptr<tokenizer> words(over("12 -3.5 - 1.2.3 -x"));
     words->parse_numbers();
