@@ -139,12 +139,11 @@ int semaphore::wait2(long seconds) {
             return acquired;
         KM_TRACE(trace_warning, "common", "File '%s' cannot be Locked. errno is %d: %s",
                  lock_file_.get_path().mbcs_str(), error, std::strerror(error));
-        if (!IsLocked(lock_file_) || (error != EAGAIN && error != EACCES)) {
+        // EAGAIN tells of a holder, also if it has gone since.
+        if (error != EAGAIN && !(error == EACCES && IsLocked(lock_file_))) {
             KM_TRACE(trace_error, "common",
                      "File '%s' cannot be Locked because already locked errno is %d: %s",
                      lock_file_.get_path().mbcs_str(), error, std::strerror(error));
-            if (error == EAGAIN && seconds > 0)
-                continue; // the holder went between the two questions
             return failed;
         }
         if (seconds <= 0)

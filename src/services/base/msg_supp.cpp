@@ -142,7 +142,7 @@ void spmessage::add(const char* text) {
     if (!message_)
         message_ = new XOpenMessage;
     // The text is an argument: a '%' in it is no conversion.
-    message_->entries.push_back({"", "%1$s", 0, StringList{text}});
+    message_->entries.push_back({"", "%1$s", 0, StringList{text ? text : null_text}});
     added();
 }
 
