@@ -44,6 +44,7 @@ int file::exists() {
     if (error != ENOENT && error != EINVAL && error != EACCES)
         return 1;
     KM_TRACE(trace_return, "common", "Access failed with errno = %d", error);
+    KM_TRACE(trace_return, "common", "message = '%s' ...", std::strerror(error));
     return keep(error);
 }
 
@@ -128,16 +129,16 @@ int file::is_locked(int) {
         changed = true;
     }
     file_handle handle(path_, O_WRONLY);
-    if (handle.get_state() &&
-        (handle.get_system_error() == EACCES || handle.get_system_error() == ETXTBSY)) {
+    const int error = handle.get_state() ? handle.get_system_error() : 0;
+    int locked = error == EACCES || error == ETXTBSY;
+    if (locked)
         KM_TRACE(trace_warning, "common", "File is locked..");
-        return 1;
-    }
     if (changed) {
         handle.close();
-        set_file_attributes(mode & 07777);
+        if (!set_file_attributes(mode & 07777))
+            locked = 0;
     }
-    return 0;
+    return locked;
 }
 
 int file::set_write() {
@@ -195,8 +196,9 @@ int file::mk_tree() {
     return parent.mk_tree() && mk_dir();
 }
 
-int file::rename_to(const pathname& target, int copy_on_failure) {
+int file::rename_to(const pathname& new_path, int copy_on_failure) {
     KM_TRACE_FUNCTION("file::rename_to");
+    const pathname target(new_path); // it may be this file's own path
     unsigned long mode = 0;
     const int has_mode = get_file_attributes(mode);
     if (!rename_file(path_.mbcs_str(), target.mbcs_str())) {
@@ -225,7 +227,16 @@ int file::rename_to(const pathname& target, int copy_on_failure) {
     return 1;
 }
 
+bool file::is_same(const file& other) const {
+    struct stat one {
+    }, two{};
+    return ::stat(path_.mbcs_str(), &one) == 0 && ::stat(other.path_.mbcs_str(), &two) == 0 &&
+           one.st_dev == two.st_dev && one.st_ino == two.st_ino;
+}
+
 int file::copy_content(file& target) {
+    if (is_same(target))
+        return 1; // opening the target would empty the source
     file_handle from(path_, O_RDONLY);
     if (from.get_state()) {
         KM_TRACE(trace_error, "common", "Failed to open source file '%s' for copy.",

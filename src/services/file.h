@@ -46,7 +46,7 @@ class file {
     int mk_tree();
     // Afterwards this object stands for the target. With `copy_on_failure` a rename that fails
     // becomes a copy and a removal.
-    int rename_to(const pathname& target, int copy_on_failure);
+    int rename_to(const pathname& new_path, int copy_on_failure);
     // A link is removed itself, never what is behind it. 1 if there is nothing to remove.
     int remove(int recursive);
     // Removes what matches the pattern in the directory, and directories that became empty.
@@ -79,15 +79,16 @@ class file {
     file get_volume() const { return file(pathname(path_.get_volume())); }
 
     // A plain file, or a directory and, with `recurse`, one level below it. On a full disk the
-    // target is removed and the result is 0.
+    // target is removed and the result is 0. A file copied to itself, by whatever name, stays.
     int copy(file& target, int recurse);
 
     // A new file (`is_file` not 0) or directory with a free name of the prefix (at most 7
     // characters) and six digits in `dir`, which is made if need be; names in `skip_names`
-    // (pathnames; it gets sorted) are passed over. The caller's, or null.
+    // (pathnames, in any order) are passed over. The caller's, or null.
     static file* get_temp_name(const pathname& dir, const ustring& prefix, int is_file,
                                vector* skip_names);
-    // The first number to try, counting down from max.
+    // The first number to try, counting down from max. The buffer, of at least 64 bytes, gets the
+    // name that was asked last.
     static unsigned long binary_search(char* buffer, const pathname& dir, const ustring& prefix,
                                        unsigned long max);
     // The text with a '/' behind it if it names a directory of this machine.
@@ -108,6 +109,7 @@ class file {
 
   private:
     int remove_directory(int recursive);
+    bool is_same(const file& other) const;
     int copy_content(file& target);
     int copy_children(file& target);
     int keep(int error);

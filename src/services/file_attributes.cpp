@@ -6,6 +6,7 @@
 #include "trclog.h"
 
 #include <cerrno>
+#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,6 +29,7 @@ bool look(const pathname& path, struct stat& about) {
     if (::stat(path.mbcs_str(), &about) == 0)
         return true;
     KM_TRACE(trace_warning, "common", "Stat failed with errno = %d", errno);
+    KM_TRACE(trace_warning, "common", "message = '%s' ...", std::strerror(errno));
     return false;
 }
 

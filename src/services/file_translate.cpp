@@ -11,7 +11,6 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace km {
@@ -29,13 +28,6 @@ constexpr direction directions[] = {
     {uxl_to_utf8_r, 12288},
     {uxl_from_utf8_r, 24576},
 };
-
-bool same_file(const pathname& one, const pathname& other) {
-    struct stat a {
-    }, b{};
-    return ::stat(one.mbcs_str(), &a) == 0 && ::stat(other.mbcs_str(), &b) == 0 &&
-           a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
 
 // Converts all of `from` and closes `to`; 0 if either failed.
 int convert_all(file_input_channel& from, file_output_channel& to, const direction& how) {
@@ -75,7 +67,7 @@ int file::translate(const pathname& target, int type) {
         KM_TRACE(trace_error, "common", "Error on specified type of translation");
         return 0;
     }
-    if (same_file(path_, target)) {
+    if (is_same(file(target))) {
         KM_TRACE(trace_error, "common", "File '%s' cannot be translated onto itself.",
                  path_.mbcs_str());
         return 0;

@@ -32,6 +32,7 @@ file_info* info_of(const pathname& directory, const char* name) {
         info->mode = about.st_mode & ~0xA000UL;
     } else {
         KM_TRACE(trace_warning, "common", "Stat failed with errno = %d", errno);
+        KM_TRACE(trace_warning, "common", "message = '%s' ...", std::strerror(errno));
     }
     if (entry.is_link())
         info->mode |= 0xA000;
@@ -42,10 +43,11 @@ file_info* info_of(const pathname& directory, const char* name) {
 
 int file::list(vector& names, const ustring& pattern) {
     KM_TRACE_FUNCTION("file::list");
-    DIR* open = is_directory() ? ::opendir(path_.mbcs_str()) : nullptr;
+    DIR* open = ::opendir(path_.mbcs_str());
     if (!open) {
+        keep(errno);
         KM_TRACE(trace_error, "common", "Not a directory..");
-        return keep(errno);
+        return 0;
     }
     while (const dirent* entry = ::readdir(open)) {
         if (is_dot_name(entry->d_name))

@@ -13,12 +13,15 @@
 
 namespace km {
 
-int file_handle::fail(state to, const char* what) {
-    const int error = errno;
+void file_handle::latch(state to, int error) {
     state_ = to;
     system_error_ = static_cast<short>(error);
-    KM_TRACE(trace_info, "common", "failure %s file %s, errno=%d", what, path_.mbcs_str(), error);
-    errno = error;
+}
+
+int file_handle::fail(state to, const char* what) {
+    const int error = errno;
+    latch(to, error);
+    KM_TRACE(trace_info, "common", "failure %sfile %s, errno=%d", what, path_.mbcs_str(), error);
     return 0;
 }
 
@@ -28,14 +31,19 @@ file_handle::file_handle(const pathname& path) { default_open(path); }
 
 file_handle::file_handle(const pathname& path, int flags) { open(path, flags); }
 
-file_handle::file_handle(const file_handle& other) { *this = other; }
+file_handle::file_handle(const file_handle& other) { take(other, "opening hash"); }
 
 file_handle& file_handle::operator=(const file_handle& other) {
     if (this == &other)
         return *this;
     close();
-    if (state_ != good)
-        return *this;
+    if (state_ == good)
+        take(other, "duplicating ");
+    return *this;
+}
+
+// Fields of the other and a duplicate of its descriptor; this handle is closed and good.
+void file_handle::take(const file_handle& other, const char* what) {
     state_ = other.state_;
     path_ = other.path_;
     system_error_ = other.system_error_;
@@ -43,12 +51,11 @@ file_handle& file_handle::operator=(const file_handle& other) {
     bytes_written_ = other.bytes_written_;
     flags_ = other.flags_;
     synchronise_ = other.synchronise_;
-    if (other.descriptor_ >= 0) {
-        descriptor_ = ::fcntl(other.descriptor_, F_DUPFD_CLOEXEC, 0);
-        if (descriptor_ < 0)
-            fail(open_failed, "duplicating");
-    }
-    return *this;
+    if (other.descriptor_ < 0)
+        return;
+    descriptor_ = ::fcntl(other.descriptor_, F_DUPFD_CLOEXEC, 0);
+    if (descriptor_ < 0)
+        fail(open_failed, what);
 }
 
 file_handle::~file_handle() {
@@ -65,7 +72,7 @@ int file_handle::open(const pathname& path, int flags) {
     flags_ = flags;
     descriptor_ = ::open(path.mbcs_str(), flags | O_CLOEXEC, 0600);
     if (descriptor_ < 0)
-        fail(open_failed, "opening");
+        fail(open_failed, "opening ");
     return 1;
 }
 
@@ -76,13 +83,18 @@ int file_handle::close() {
         return 1;
     const int done = ::close(descriptor_);
     descriptor_ = -1;
-    return done == 0 ? 1 : fail(close_failed, "closing");
+    if (done == 0)
+        return 1;
+    const int error = errno;
+    latch(close_failed, error);
+    KM_TRACE(trace_info, "common", "failure closing file %s errno %d", path_.mbcs_str(), error);
+    return 0;
 }
 
 int file_handle::seek(long offset, int whence) {
     if (state_ != good)
         return 0;
-    return ::lseek(descriptor_, offset, whence) >= 0 ? 1 : fail(seek_failed, "seeking");
+    return ::lseek(descriptor_, offset, whence) >= 0 ? 1 : fail(seek_failed, "seeking ");
 }
 
 int file_handle::start() { return seek(0, SEEK_SET); }
@@ -94,7 +106,7 @@ int file_handle::move_from_current(long offset) { return seek(offset, SEEK_CUR);
 long file_handle::tell() {
     const off_t at = ::lseek(descriptor_, 0, SEEK_CUR);
     if (at < 0)
-        fail(seek_failed, "seeking");
+        fail(seek_failed, "seeking ");
     return at;
 }
 
@@ -111,7 +123,7 @@ int file_handle::read(char* buffer, unsigned long n) {
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
-            return fail(read_failed, "reading");
+            return fail(read_failed, "reading ");
         if (got == 0)
             break;
         bytes_read_ += static_cast<unsigned long>(got);
@@ -132,7 +144,7 @@ int file_handle::write(const char* buffer, unsigned long n) {
         if (put < 0 && errno == EINTR)
             continue;
         if (put <= 0)
-            return fail(write_failed, "writing in");
+            return fail(write_failed, "writing in ");
         bytes_written_ += static_cast<unsigned long>(put);
     }
     return 1;
@@ -144,8 +156,7 @@ int file_handle::chsize(long size) {
     if (::ftruncate(descriptor_, size) == 0)
         return 1;
     const int error = errno;
-    state_ = write_failed;
-    system_error_ = static_cast<short>(error);
+    latch(write_failed, error);
     KM_TRACE(trace_info, "common", "failure changing size for file %s, new size=%ld, errno=%d",
              path_.mbcs_str(), size, error);
     return 0;
@@ -160,8 +171,7 @@ long file_handle::filelength() {
     if (got == 0)
         return static_cast<long>(about.st_size);
     const int error = errno;
-    state_ = read_failed;
-    system_error_ = static_cast<short>(error);
+    latch(read_failed, error);
     KM_TRACE(trace_info, "common", "failure reading file length, file %s, errno=%d",
              path_.mbcs_str(), error);
     return -1;
@@ -172,7 +182,7 @@ int file_handle::flush() {
         return 0;
     if (!synchronise_)
         return 1;
-    return sync_descriptor(descriptor_) ? 1 : fail(write_failed, "writing in");
+    return sync_descriptor(descriptor_) ? 1 : fail(write_failed, "writing in ");
 }
 
 int file_handle::eof() { return tell() < filelength() ? 0 : 1; }

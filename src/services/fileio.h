@@ -69,7 +69,9 @@ class file_handle {
     int is_open() const { return descriptor_ >= 0; }
 
   private:
-    int fail(state to, const char* format);
+    int fail(state to, const char* what);
+    void latch(state to, int error);
+    void take(const file_handle& other, const char* what);
     int seek(long offset, int whence);
 
     short state_ = good;

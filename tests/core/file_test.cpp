@@ -7,10 +7,13 @@
 #include "support/scratch.h"
 
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using km::file;
@@ -96,6 +99,52 @@ TEST(File, RenameFallsBackToACopyOnlyWhenAsked) {
     EXPECT_EQ(moved.rename_to(pathname(dir.at("b").c_str()), 0), 1);
     EXPECT_EQ(moved.get_path(), pathname(dir.at("b").c_str()));
     EXPECT_EQ(dir.read("b"), "content");
+}
+
+TEST(File, ItsOwnNameAsTargetLosesNothing) {
+    km_test::scratch_dir dir;
+    dir.write("a", "content");
+    ASSERT_EQ(::link(dir.at("a").c_str(), dir.at("b").c_str()), 0);
+    file a = at(dir, "a"), b = at(dir, "b");
+    EXPECT_EQ(a.copy(a, 0), 1);
+    EXPECT_EQ(a.copy(b, 0), 1);
+    EXPECT_EQ(a.rename_to(a.get_path(), 1), 1);
+    EXPECT_EQ(dir.read("a"), "content");
+}
+
+TEST(File, AskingForALockGivesTheModeBack) {
+    km_test::scratch_dir dir;
+    const std::string program = dir.at("program");
+    ASSERT_EQ(std::system(("cp /bin/sleep " + program).c_str()), 0);
+    ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
+    constexpr uid_t other = 65534; // the rights of root are asked nowhere
+    ASSERT_TRUE(::getuid() != 0 || ::chown(program.c_str(), other, other) == 0);
+    ASSERT_EQ(::chmod(program.c_str(), 0555), 0);
+    int started[2];
+    ASSERT_EQ(::pipe2(started, O_CLOEXEC), 0);
+    const pid_t running = ::fork();
+    if (running == 0) {
+        ::execl(program.c_str(), "sleep", "60", static_cast<char*>(nullptr));
+        ::_exit(1);
+    }
+    ::close(started[1]);
+    char none;
+    EXPECT_EQ(::read(started[0], &none, 1), 0); // the program runs
+    ::close(started[0]);
+    const pid_t asking = ::fork();
+    if (asking == 0) {
+        if (::getuid() == 0 && (::setgid(other) != 0 || ::setuid(other) != 0))
+            ::_exit(2);
+        ::_exit(file(pathname(program.c_str())).is_locked() == 1 ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(asking, &status, 0);
+    EXPECT_EQ(status, 0);
+    ::kill(running, SIGKILL);
+    ::waitpid(running, nullptr, 0);
+    unsigned long mode = 0;
+    at(dir, "program").get_file_attributes(mode);
+    EXPECT_EQ(mode & 07777, 0555u);
 }
 
 TEST(File, ListsAndInfosAgree) {
