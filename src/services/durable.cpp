@@ -79,13 +79,14 @@ std::string real_name(const pathname& target) {
     return name;
 }
 
-// Gives the new file what the old one had; a missing right to give it away is no failure.
+// Gives the new file what the old one had; a missing right to give it away is no failure, but then
+// the bits that lend the owner's rights stay off.
 void keep_owner_and_mode(int descriptor, const std::string& old_name) {
     struct stat about {};
     if (::stat(old_name.c_str(), &about) != 0)
         return;
-    if (::fchown(descriptor, about.st_uid, about.st_gid) == 0 || errno == EPERM)
-        ::fchmod(descriptor, about.st_mode & 07777);
+    const bool given = ::fchown(descriptor, about.st_uid, about.st_gid) == 0;
+    ::fchmod(descriptor, about.st_mode & (given ? 07777 : 0777));
 }
 
 } // namespace
@@ -93,8 +94,9 @@ void keep_owner_and_mode(int descriptor, const std::string& old_name) {
 int replace_durably(const pathname& target, unsigned mode, const content_writer& write) {
     const std::string name = real_name(target);
     const std::string temporary = name + ".km~" + std::to_string(::getpid());
-    const int descriptor =
-        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode);
+    // What stands there is a crash's or a stranger's: its inode is not written to.
+    ::unlink(temporary.c_str());
+    const int descriptor = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
     if (descriptor < 0)
         return 0;
     KM_KILL_POINT("durable.before_write");

@@ -259,7 +259,8 @@ int file::copy_content(file& target) {
     KM_TRACE(trace_error, "common", "Unexpected error while writing to target file '%s'",
              target.path_.mbcs_str());
     keep(from.get_state() ? from.get_system_error() : to.get_system_error());
-    ::unlink(target.path_.mbcs_str());
+    if (target.is_link() || target.is_file()) // never a device
+        ::unlink(target.path_.mbcs_str());
     return 0;
 }
 

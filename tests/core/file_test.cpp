@@ -236,13 +236,18 @@ TEST(Durable, AFailedWriteLeavesTheOldContentAndNoLitter) {
     EXPECT_EQ(km::replace_durably(link, 0600, fails), 0);
     EXPECT_EQ(errno, ENOSPC);
     EXPECT_EQ(dir.read("f"), "old");
+    // A foreign file under the temporary name is not written through.
+    dir.write("foreign", "theirs");
+    const std::string temporary = dir.at("f.km~" + std::to_string(::getpid()));
+    ASSERT_EQ(::link(dir.at("foreign").c_str(), temporary.c_str()), 0);
     auto writes = [](int descriptor) { return km::write_fully(descriptor, "new", 3); };
     EXPECT_EQ(km::replace_durably(link, 0600, writes), 1);
     EXPECT_EQ(dir.read("f"), "new");
+    EXPECT_EQ(dir.read("foreign"), "theirs");
     EXPECT_TRUE(at(dir, "link").is_link());
     vector names;
     file(pathname(dir.path().c_str())).list(names, ustring("*"));
-    EXPECT_EQ(names.size(), 2);
+    EXPECT_EQ(names.size(), 3);
     unsigned long mode = 0;
     at(dir, "f").get_file_attributes(mode);
     EXPECT_EQ(mode & 07777, 0604u);
