@@ -14,8 +14,7 @@ namespace km {
 static_assert(sizeof(long) == 8 && sizeof(int) == 4 && sizeof(float) == 4);
 static_assert(std::endian::native == std::endian::little, "floats stand in this order on disk");
 
-const char* const bulk_string_marker =
-    "#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#";
+const char* const bulk_string_marker = "#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#";
 
 void encode_channel::write(int byte) {
     buffered_output_channel::write(byte);

@@ -317,6 +317,8 @@ TEST_F(Codec, BulkStringsAreLinesOfAFile) {
     dir_.write("in", "one\ntwo\n");
     const km::pathname in(dir_.at("in").c_str());
     const std::string bytes = encoded([&](km::encoder& out) { out.encode_string_field(1, in); });
+    EXPECT_EQ(bytes, "\0\1\x08\0\3one\0\3two\0\x38"s +
+                         "#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#BKDT#" + "\0\0\0\2"s);
     reading stream(bytes);
     km::pathname out(dir_.at("out").c_str());
     stream.in.decode_string_field(1, out);
