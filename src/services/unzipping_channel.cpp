@@ -22,7 +22,11 @@ constexpr int most_empty_reads = 128;
 
 unzipping_channel::unzipping_channel(input_channel* inner)
     : decompressing_channel(new pushback_input_channel(inner, in_size), new decompressor, in_size),
-      scratch_(new unsigned char[scratch_size]) {}
+      scratch_(new unsigned char[scratch_size]) {
+    // Every operation looks at the status before it touches the source.
+    if (!inner || engine_->get_status() < 0)
+        status_ = channel_no_inner;
+}
 
 unzipping_channel::~unzipping_channel() {
     if (current_entry()) {
@@ -46,6 +50,11 @@ int unzipping_channel::corrupted(const char* what) {
     if (!status_)
         status_ = channel_corrupted;
     return 0;
+}
+
+// Bytes are missing: the source's own failure tells more than that they are.
+int unzipping_channel::cut_short(const char* what) {
+    return inner_->get_error() ? 0 : corrupted(what);
 }
 
 int unzipping_channel::read_fully(unsigned char* buffer, long length) {
@@ -77,7 +86,7 @@ int unzipping_channel::readLOC() {
     header_offset_ = total_read_;
     if (!read_fully(head, sizeof head)) {
         KM_TRACE(trace_info, "common", "return 0 after read_fully");
-        return corrupted("no local header");
+        return cut_short("no local header");
     }
     if (zip::get4(head) != zip::local_signature)
         return corrupted("corrupted: LOCSIG");
@@ -102,14 +111,14 @@ int unzipping_channel::read_name(int name_length, int extra_length) {
     std::string name(static_cast<size_t>(name_length), '\0');
     std::string extra(static_cast<size_t>(extra_length), '\0');
     if (!read_fully(reinterpret_cast<unsigned char*>(name.data()), name_length))
-        return corrupted("corrupted: LOCNAM");
+        return cut_short("corrupted: LOCNAM");
     if ((entry_.method != zip_entry::stored && entry_.method != zip_entry::deflated) ||
         entry_.size > zip::largest)
         entry_.error = 3;
     if (extra_length) {
         KM_TRACE(trace_info, "common", "LOCEXT");
         if (!read_fully(reinterpret_cast<unsigned char*>(extra.data()), extra_length))
-            return corrupted("corrupted: LOCEXT");
+            return cut_short("corrupted: LOCEXT");
         entry_.extra = extra;
     }
     entry_.set_raw_name(name);
@@ -146,7 +155,7 @@ int unzipping_channel::readEXT() {
         return 1;
     unsigned char bytes[zip::descriptor_size];
     if (!read_fully(bytes, sizeof bytes))
-        return corrupted("corrupted:EXTSIG ");
+        return cut_short("corrupted:EXTSIG ");
     if (zip::get4(bytes) != zip::descriptor_signature)
         return corrupted("corrupted:EXTSIG ");
     entry_.crc = zip::get4(bytes + 4);
@@ -326,7 +335,8 @@ int unzipping_channel::copy_file(const pathname& path) {
     for (int got; (got = read(scratch_.get(), scratch_size)) > 0;)
         out.write(scratch_.get(), got);
     out.close();
-    return get_error() == 0 && out.get_error() == 0;
+    // An entry of an unknown method gives no data and does not end.
+    return !current_entry() && get_error() == 0 && out.get_error() == 0;
 }
 
 int unzipping_channel::skip_bytes(long count) {

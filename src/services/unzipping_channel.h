@@ -8,10 +8,11 @@
 namespace km {
 
 // Reads the entries of a container in their order, from a channel that need not seek: local headers
-// and descriptors alone lead through it. get_error() gives the status (11 a fatal read, 14
-// corrupted), or the inner channel's error. Data of stored entries are not compared with their
-// checksum: who needs that has a digest of his own. A source that has nothing for a moment must
-// block in its read. The destructor reads the container to its end, unless set_skip_tail(0).
+// and descriptors alone lead through it. get_error() gives the status (1 no inner channel, 11 a
+// fatal read, 14 corrupted), or the inner channel's error. Data of stored entries are not compared
+// with their checksum: who needs that has a digest of his own. A source that has nothing for a
+// moment must block in its read. The destructor reads the container to its end, unless
+// set_skip_tail(0).
 class unzipping_channel : public decompressing_channel {
   public:
     explicit unzipping_channel(input_channel* inner);
@@ -55,6 +56,7 @@ class unzipping_channel : public decompressing_channel {
     pushback_input_channel* source() const;
     bool current_untouched() const { return entry_.get_name() && !touched_; }
     int corrupted(const char* what);
+    int cut_short(const char* what);
     int read_fully(unsigned char* buffer, long length);
     int readLOC();
     int read_name(int name_length, int extra_length);

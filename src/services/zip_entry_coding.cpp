@@ -39,7 +39,9 @@ void zip_entry::encode_object(encoder& to) const {
     to.encode_string_field(308, "");
 }
 
-codable* zip_entry::decode_object(decoder& from, long) {
+codable* zip_entry::decode_object(decoder& from, long stream_version) {
+    // Never written here; writers of the base's form are read too.
+    codable::decode_object(from, stream_version);
     std::int32_t dropped_version = 0;
     short dropped_length = 0;
     ustring dropped_text;

@@ -76,7 +76,8 @@ int zipping_channel::put_next_entry(zip_entry* entry) {
             return 0;
         current_ = std::move(taken);
     }
-    if (!current_)
+    // No reader takes an entry without a name.
+    if (!current_ || !current_->get_name() || !*current_->get_name())
         return fail(channel_bad_call);
     crc_.reset();
     current_->crc = crc_.get_value();

@@ -231,6 +231,11 @@ TEST(Zip, TheWriterRefusesWhatDisagrees) {
         EXPECT_EQ(zip.close_entry(), 0);
         EXPECT_EQ(zip.get_error(), km::channel_disagree);
     }
+    for (const std::string& name : {""s, std::string(65536, 'x')}) {
+        km::zipping_channel zip(&out);
+        EXPECT_EQ(zip.put_next_entry(entry(name.c_str(), 8, 1)), 0);
+        EXPECT_EQ(zip.get_error(), km::channel_bad_call);
+    }
     km::zipping_channel zip(&out);
     EXPECT_EQ(zip.add(pathname("/no/such/file"), 1, nullptr), 0);
     EXPECT_EQ(zip.get_error(), km::channel_no_source);
@@ -267,6 +272,52 @@ TEST(Zip, FilesGoInAndTheDirectoryFindsThem) {
     dir.write("short", "PK\5\6");
     km::zip_file small(dir.at("short").c_str());
     EXPECT_EQ(small.readCEN(), 0);
+}
+
+// Ends with a failure of its own, as a network does.
+class failing : public km::array_input_channel {
+  public:
+    explicit failing(const std::string& data)
+        : km::array_input_channel(raw(data), static_cast<int>(data.size())) {}
+    int read(unsigned char* buffer, int length) override {
+        const int got = array_input_channel::read(buffer, length);
+        failed_ = got < 0;
+        return got;
+    }
+    int get_error() override { return failed_ ? km::channel_network : 0; }
+
+  private:
+    bool failed_ = false;
+};
+
+TEST(Zip, AFailureOfTheSourceIsToldAsItsOwn) {
+    const std::string bytes = archive();
+    const size_t second = bytes.find("PK\3\4", 4), descriptor = bytes.find("PK\7\x08");
+    for (const size_t cut : {size_t{0}, size_t{20}, size_t{33}, size_t{200}, descriptor + 7, second,
+                             second + 40, second + 5000}) {
+        const std::string head = bytes.substr(0, cut);
+        km::unzipping_channel zip(new failing(head));
+        while (zip.get_next_entry())
+            rest_of(zip);
+        EXPECT_EQ(zip.get_error(), km::channel_network) << cut;
+    }
+}
+
+TEST(Zip, WithoutASourceThereIsNothingToRead) {
+    km::unzipping_channel zip(nullptr);
+    unsigned char byte = 0;
+    EXPECT_EQ(zip.get_error(), km::channel_no_inner);
+    EXPECT_EQ(zip.get_next_entry(), nullptr);
+    EXPECT_EQ(zip.read(&byte, 1), -1);
+    zip.close();
+}
+
+TEST(Zip, AnEntryOfAnUnknownMethodIsNotExtracted) {
+    km_test::scratch_dir dir;
+    std::string bytes = archive();
+    bytes[8] = 12;
+    km::unzipping_channel zip(new stepped(bytes, 4096));
+    EXPECT_EQ(zip.extract_file(pathname(dir.at("out").c_str())), 0);
 }
 
 TEST(Zip, TimesAreUtcAndBounded) {
