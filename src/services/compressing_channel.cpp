@@ -6,20 +6,25 @@
 #include "engine_exit.h"
 
 #include <algorithm>
+#include <new>
 
 namespace km {
 
 namespace {
 // Steps are gathered, so that the inner channel is not written to for each of them.
 constexpr int hold_size = 65536;
+
+// Zeroed; null if there is no memory.
+unsigned char* new_block(int size) {
+    return new (std::nothrow) unsigned char[static_cast<unsigned>(size)]();
+}
 } // namespace
 
 compressing_channel::compressing_channel(output_channel* inner, compressor* engine, int size)
     : filter_output_channel(inner), engine_(engine),
-      out_buffer_(new unsigned char[hold_size + static_cast<unsigned>(std::max(size, 1))]()),
-      out_size_(size) {
-    if (!inner || !engine)
-        engine_exit(1, "a compressing channel needs a compressor and a channel");
+      out_buffer_(new_block(hold_size + std::max(size, 1))), out_size_(size) {
+    if (!inner || !engine || !out_buffer_)
+        engine_exit(1, "a compressing channel needs a compressor, a channel and memory");
 }
 
 void compressing_channel::hand_on() {
@@ -68,10 +73,10 @@ void compressing_channel::close() {
 }
 
 decompressing_channel::decompressing_channel(input_channel* inner, decompressor* engine, int size)
-    : filter_input_channel(inner), engine_(engine),
-      in_buffer_(new unsigned char[static_cast<unsigned>(std::max(size, 1))]()), in_size_(size) {
-    if (!inner || !engine)
-        engine_exit(1, "an expanding channel needs a decompressor and a channel");
+    : filter_input_channel(inner), engine_(engine), in_buffer_(new_block(std::max(size, 1))),
+      in_size_(size) {
+    if (!inner || !engine || !in_buffer_)
+        engine_exit(1, "an expanding channel needs a decompressor, a channel and memory");
 }
 
 void decompressing_channel::fill() {
@@ -114,7 +119,9 @@ int decompressing_channel::read(unsigned char* buffer, int length) {
 }
 
 long decompressing_channel::ignore(long count) {
-    const auto scratch = std::make_unique<unsigned char[]>(static_cast<unsigned>(in_size_));
+    const std::unique_ptr<unsigned char[]> scratch(new_block(in_size_));
+    if (!scratch)
+        engine_exit(1, "no memory to pass over compressed data");
     long gone = 0;
     while (gone < count) {
         const int got =

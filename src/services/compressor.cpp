@@ -91,10 +91,10 @@ void compressor::reset() {
     finish_ = finished_ = 0;
 }
 
+// The ended stream stays: zlib refuses what comes behind.
 void compressor::end() {
     if (stream_)
         deflateEnd(stream_.get());
-    stream_.reset();
 }
 
 bool compressor::needs_input() const { return stream_->avail_in == 0; }
@@ -155,7 +155,6 @@ void decompressor::reset() {
 void decompressor::end() {
     if (stream_)
         inflateEnd(stream_.get());
-    stream_.reset();
 }
 
 bool decompressor::needs_input() const { return stream_->avail_in == 0; }
