@@ -62,6 +62,11 @@ int text_file::read(int force) {
     return 1;
 }
 
+void text_file::read_before_edit() {
+    if (!read_)
+        read();
+}
+
 int text_file::write_lines(int descriptor) const {
     std::string block;
     for (int i = 0; i < lines_.size(); ++i) {
@@ -80,6 +85,8 @@ int text_file::commit_changes() {
     KM_TRACE_FUNCTION("text_file::commit_changes");
     if (!changed_)
         return 1;
+    if (!read_ && exists())
+        return 0;
     int done;
     if (lines_.empty()) {
         done = remove(0);
@@ -128,12 +135,14 @@ long text_file::find_command_with_key(const ustring& name, const ustring& key, l
 }
 
 int text_file::add_line_at_index(const ustring& text, unsigned index) {
+    read_before_edit();
     lines_.insert(new text_line(text), index > INT_MAX ? INT_MAX : static_cast<int>(index));
     changed_ = 1;
     return 1;
 }
 
 int text_file::add_line(const ustring& text, int where, const ustring& reference) {
+    read_before_edit();
     long at = lines_.size();
     if (where == at_start) {
         at = 0;
@@ -150,6 +159,7 @@ int text_file::add_line(const ustring& text, int where, const ustring& reference
 }
 
 int text_file::remove_line_at_index(long index) {
+    read_before_edit();
     if (index < 0 || index >= lines_.size())
         return 0;
     lines_.remove(static_cast<int>(index));
@@ -158,6 +168,7 @@ int text_file::remove_line_at_index(long index) {
 }
 
 int text_file::replace_line_at_index(long index, const ustring& text) {
+    read_before_edit();
     if (index < 0 || index >= lines_.size())
         return 0;
     line(index)->set_text(text);
@@ -166,16 +177,19 @@ int text_file::replace_line_at_index(long index, const ustring& text) {
 }
 
 int text_file::remove_line(const ustring& pattern) {
+    read_before_edit();
     return remove_line_at_index(find_line_matching_pattern(pattern));
 }
 
 int text_file::replace_command(const ustring& name, const ustring& key, const ustring& text,
                                int where, const ustring& reference) {
+    read_before_edit();
     return replace_line_at_index(find_command_with_key(name, key), text) ||
            add_line(text, where, reference);
 }
 
 int text_file::remove_command(const ustring& name, const ustring& key) {
+    read_before_edit();
     return remove_line_at_index(find_command_with_key(name, key));
 }
 

@@ -8,8 +8,8 @@ namespace km {
 
 // A text file in memory as lines, with edits by pattern and by command name. Lines lose blanks and
 // tabs at both ends when they are read. Nothing reaches the disk before commit_changes; the
-// destructor does not commit. Edits of a file that cannot be read work on no lines. An index is -1
-// for "not found".
+// destructor does not commit. The first edit reads the lines if nobody did; edits of a file that
+// cannot be read work on no lines, and are never written over it. An index is -1 for "not found".
 class text_file : public file {
   public:
     static char16_t command_separator; // '='
@@ -73,6 +73,7 @@ class text_file : public file {
     int load();
     void take_lines(vector& fresh);
     int write_lines(int descriptor) const;
+    void read_before_edit();
     void set_tokens(long index, const ustring& name, const vector& tokens, char16_t separator);
 
     vector lines_;

@@ -40,6 +40,7 @@ void text_file::set_tokens(long index, const ustring& name, const vector& tokens
 
 int text_file::add_token(const ustring& name, const ustring& token, int where, const ustring&,
                          char16_t separator) {
+    read_before_edit();
     separator = separator_or_default(separator);
     const ustring bare = bare_token(token, separator);
     const long at = find_command(name);
@@ -59,6 +60,7 @@ int text_file::add_token(const ustring& name, const ustring& token, int where, c
 
 int text_file::remove_token(const ustring& name, const ustring& token, int where,
                             char16_t separator) {
+    read_before_edit();
     separator = separator_or_default(separator);
     const ustring bare = bare_token(token, separator);
     const long at = find_command(name);

@@ -26,13 +26,12 @@ int win_profile::commit_changes() {
                  get_path().mbcs_str());
         return 0;
     }
-    if (!check_path()) {
-        KM_TRACE(trace_error, "common",
-                 "Cannot save changes to the '%s' INI file. It cannot be written",
-                 get_path().mbcs_str());
-        return 0;
-    }
-    return text_file::commit_changes();
+    if (check_path() && text_file::commit_changes())
+        return 1;
+    KM_TRACE(trace_error, "common",
+             "Cannot save changes to the '%s' INI file. It cannot be written",
+             get_path().mbcs_str());
+    return 0;
 }
 
 bool win_profile::is_head(long index) const {
