@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <unistd.h>
 
 namespace km {
 
@@ -154,18 +155,28 @@ int base_configuration::get_notif_ext_dir(const ustring& name) {
     return value.empty() ? 0 : value == ustring(u"y") ? 1 : 2;
 }
 
+namespace {
+
+// Without a directory that was set, rules and libraries would come from wherever the super-user
+// stands: such a path counts as not there.
+bool is_trusted(const pathname& path) {
+    return path.is_absolute() || ::geteuid() != 0 || std::getenv("SPEDITOR_LIB_PATH");
+}
+
+} // namespace
+
 pathname base_configuration::get_rules_file() {
     KM_TRACE_FUNCTION("base_configuration::get_rules_file");
     const pathname path = get_cfg_files_path() + ustring(u"rules.spr");
     KM_TRACE(trace_info, "common", "rules file : '%s'", path.mbcs_str());
-    return path;
+    return is_trusted(path) ? path : pathname();
 }
 
 pathname base_configuration::get_library_file() {
     KM_TRACE_FUNCTION("base_configuration::get_library_file");
     const pathname path = get_cfg_files_path() + ustring(u"libs.znp");
     KM_TRACE(trace_info, "common", "libs file : '%s'", path.mbcs_str());
-    if (file(path).exists())
+    if (is_trusted(path) && file(path).exists())
         return path;
     KM_TRACE(trace_fatal, "common", "the 'libraries' file does not exist");
     return pathname();

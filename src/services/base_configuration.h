@@ -53,10 +53,11 @@ class base_configuration {
     // 0 not set, 1 "y", 2 any other value.
     int get_notif_ext_dir(const ustring& name);
 
+    // Empty for the super-user if it would be looked for in the current directory.
     pathname get_rules_file();
-    // Empty, with a fatal trace, if the file is not there.
+    // Empty, with a fatal trace, if the file is not there; likewise for the super-user.
     pathname get_library_file();
-    // Directory of the rules and libraries files.
+    // Directory of the rules and libraries files; relative if nothing tells where it is.
     pathname get_cfg_files_path();
     static ustring get_current_section();
     void set_autopack_directory(const ustring& dir);

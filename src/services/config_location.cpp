@@ -121,9 +121,6 @@ pathname base_configuration::get_cfg_files_path() {
     pathname path(base ? base : "");
     path += ustring(u"lib");
     path += ustring(get_interp(0, 2));
-    // From a relative path libraries would be loaded from wherever the super-user stands.
-    if (!path.is_absolute() && ::geteuid() == 0)
-        return pathname("/nonexistent") + path.get_text();
     return path;
 }
 

@@ -44,6 +44,18 @@ class Settings : public testing::Test {
     km_test::scratch_dir dir_;
 };
 
+// For what a process does once only, or as another user.
+void in_child(const std::function<void()>& body) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        body();
+        ::_exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
 // A chain for substitution, taken away at the end.
 struct chain {
     explicit chain(std::initializer_list<std::pair<const char*, const char*>> values) {
@@ -89,6 +101,26 @@ TEST(WinProfile, EditsKeepOrderCommentsAndUnknownLines) {
     ini.remove_line(word("; head"));
     ini.commit_changes();
     EXPECT_FALSE(dir.exists("f.ini"));
+}
+
+TEST(WinProfile, WhatCouldNotBeReadIsNotWrittenOver) {
+    km_test::scratch_dir dir;
+    dir.write("f.ini", "[a]\nkey=1\n");
+    const std::string path = dir.at("f.ini");
+    ::chmod(dir.path().c_str(), 0777);
+    ::chmod(path.c_str(), 0);
+    in_child([&] {
+        ASSERT_TRUE(::geteuid() != 0 || ::setuid(65534) == 0);
+        km::win_profile ini(pathname(path.c_str()));
+        EXPECT_EQ(ini.create_item(word("new=x"), word("b"), 1), 0);
+    });
+    ::chmod(path.c_str(), 0600);
+    EXPECT_EQ(dir.read("f.ini"), "[a]\nkey=1\n");
+    {
+        km::win_profile ini(pathname(path.c_str()));
+        ini.add_line(word("key=2")); // the first operation, so it reads the file
+    }
+    EXPECT_EQ(dir.read("f.ini"), "[a]\nkey=1\nkey=2\n");
 }
 
 TEST_F(Settings, AFreshPlaceGetsItsSectionsAndDirectories) {
@@ -165,6 +197,11 @@ TEST_F(Settings, TheLibrariesFileMustBeThere) {
     EXPECT_EQ(base_configuration().get_library_file(), pathname(dir_.at("lib/libs.znp").c_str()));
     ::setenv("ZNPIS_INI_SECTION", "#SERVER", 1);
     EXPECT_TRUE(base_configuration().get_cfg_files_path().get_text().empty());
+    ::unsetenv("ZNPIS_INI_SECTION");
+    ::unsetenv("SPEDITOR_LIB_PATH");
+    const std::string relative = base_configuration().get_cfg_files_path().mbcs_str();
+    EXPECT_EQ(relative.find("lib/"), 0u);
+    EXPECT_EQ(base_configuration().get_rules_file().get_text().empty(), ::geteuid() == 0);
 }
 
 TEST(VariableList, ReferencesAreResolvedFromTheRight) {
@@ -272,18 +309,6 @@ TEST(TraceStyle, NumbersGoRound) {
 }
 
 namespace {
-
-// The start happens once per process, so each case has a process of its own.
-void in_child(const std::function<void()>& body) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        body();
-        ::_exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-}
 
 int evaluated = 0;
 const char* costly() {
