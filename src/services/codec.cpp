@@ -447,6 +447,7 @@ int decoder::skip(short id) {
     default:
         tell(tag >= 0 && tag <= 20 && tag != 18 ? "unused" : "unknown");
         status_ = failed;
+        return 0;
     }
     check_channel();
     if (status_ == 0)
