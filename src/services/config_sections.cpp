@@ -132,7 +132,7 @@ void create_endpoint_section(win_profile& settings, const ustring& section, unsi
         from_endpoint();
     if (lines.empty())
         from_mobile();
-    if (mode == 1 && lines.empty())
+    if (mode == 1) // the first value of a key counts: those of #MOBILE win
         from_endpoint();
     append_section(settings, section, lines, "\n");
 }
