@@ -4,6 +4,7 @@
 #include "build_package.h"
 
 #include "base/msg_supp.h"
+#include "dynamic_variables.h"
 #include "file.h"
 #include "package.h"
 #include "sp_object.h"
@@ -26,6 +27,18 @@ cm_result cannot_open(spmessage& messages, long key, const pathname& path, int e
     messages.add(key, path.mbcs_str(), std::to_string(error).c_str());
     return end_unsuccessful(messages, cm_command::failure);
 }
+
+// What decodes a second package leaves the running one to the dynamic variables.
+class kept_dynamic_package {
+  public:
+    kept_dynamic_package() = default;
+    ~kept_dynamic_package() { dynamic_variable_list::set_package(running_); }
+    kept_dynamic_package(const kept_dynamic_package&) = delete;
+    kept_dynamic_package& operator=(const kept_dynamic_package&) = delete;
+
+  private:
+    cm_package* const running_ = dynamic_variable_list::get_package();
+};
 
 void drop(file_output_channel& out, const pathname& target) {
     out.close();
@@ -53,6 +66,7 @@ cm_result build_from_sp_file(pathname source, pathname target) {
         return cannot_open(messages, 25L, target, out.get_handle().get_system_error());
     sp_object reader(&messages);
     cm_package* read = nullptr;
+    const kept_dynamic_package running;
     const auto decoded = reader.decode(read, &zip, 0, sp_object::sp);
     const std::unique_ptr<cm_package> package(read);
     if (decoded != cm_command::success) {

@@ -12,8 +12,8 @@ namespace km {
 
 class cm_package;
 
-// Stores the entry under the package's key, behind all that it speaks of. 1, or 0: then the catalog
-// holds what it held, and the package's message list says why.
+// Stores the entry under the package's key, behind all that it speaks of. 1, or 0 with a trace: the
+// catalog holds what it held, unless it was the last flush that failed.
 int store_entry(cm_package& package, const cm_catalog_entry& entry);
 
 // The same with the working entry, whose time of installation becomes now.

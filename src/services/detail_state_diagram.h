@@ -12,7 +12,7 @@ constexpr int diagram_rows = 11;
 constexpr int diagram_columns = 7;
 
 // Rows: operations 0 to 10. Columns: statuses 0 to 6.
-constexpr status_cell state_diagram[diagram_rows][diagram_columns] = {
+constexpr status_cell _state_diagram[diagram_rows][diagram_columns] = {
     // clang-format off
     /* execute              */ {{2, 0}, {1, 2}, {2, 7}, {3, 2}, {4, 2}, {5, 2}, {6, 2}},
     /* execute_undoable     */ {{5, 0}, {1, 2}, {2, 8}, {3, 2}, {4, 2}, {5, 7}, {6, 2}},

@@ -54,15 +54,15 @@ void nested_package_list::import(importer& from) {
         ustring name, version;
         from.get_string("name", &name);
         from.get_string("version", &version);
-        if (!from.next_word(&word) || word != ustring(u"end")) {
-            from.flags = importer::unclosed_block;
-            return;
-        }
         if (!holds(name, version))
             push_back(new pair(name, version));
         else if (from.messages)
             from.messages->add(328L, std::to_string(from.line_number()).c_str(),
                                (name + ustring(u"^") + version).mbcs_str());
+        if (!from.next_word(&word) || word != ustring(u"end")) {
+            from.flags = importer::unclosed_block;
+            return;
+        }
     }
 }
 

@@ -1,6 +1,6 @@
 // package: the package object
 // no format
-// invariants: a package deletes only what its owns_ flags and its owned fields say; every object of
+// invariants: a package deletes only what it made itself or took over; every object of
 // its tree points to it
 #include "package.h"
 
@@ -49,13 +49,21 @@ cm_package::~cm_package() {
     release();
 }
 
+void cm_package::adopt_input_channel(unzipping_channel* made) {
+    own_input_channel_.reset(made);
+    input_channel = made;
+}
+
+void cm_package::adopt_before_reboot_program(cm_command* clone) {
+    own_before_reboot_program_.reset(clone);
+    before_reboot_program = clone;
+}
+
 void cm_package::release_channels() {
-    if (owns_input_channel) {
-        input_channel->set_skip_tail(0);
-        delete input_channel;
-    }
+    if (own_input_channel_)
+        own_input_channel_->set_skip_tail(0);
+    own_input_channel_.reset();
     input_channel = nullptr;
-    owns_input_channel = false;
     net_channel = nullptr;
 }
 
@@ -72,14 +80,10 @@ void cm_package::release() {
     log_object_list = nullptr;
     delete central_directory;
     central_directory = nullptr;
-    if (owns_messages)
-        delete messages;
+    own_messages_.reset();
     messages = nullptr;
-    owns_messages = false;
-    if (owns_before_reboot_program)
-        delete before_reboot_program;
+    own_before_reboot_program_.reset();
     before_reboot_program = nullptr;
-    owns_before_reboot_program = false;
 }
 
 void cm_package::init() {
@@ -158,13 +162,11 @@ void cm_package::copy_values(const cm_package& other) {
     dependency = other.dependency;
     net_channel = other.net_channel;
     input_channel = other.input_channel;
-    owns_input_channel = false;
     partner_package = other.partner_package;
     owns_partner = false;
     catalog = other.catalog;
     reference_table = other.reference_table;
     messages = other.messages;
-    owns_messages = false;
     encode_messages = other.encode_messages;
     extra_text = other.extra_text;
     spb_path = other.spb_path;
@@ -207,7 +209,6 @@ void cm_package::copy_values(const cm_package& other) {
     original_name = other.original_name;
     original_version = other.original_version;
     before_reboot_program = other.before_reboot_program;
-    owns_before_reboot_program = false;
     undo_only_executed_actions = other.undo_only_executed_actions;
     variables = other.variables;
     log_object_list = copy_of(other.log_object_list);
@@ -309,9 +310,8 @@ void cm_package::set_operation_option(int options) {
 void cm_package::set_error_message(spmessage* list) {
     if (messages && list && messages != list)
         list->insert(messages);
-    if (owns_messages && messages != list)
-        delete messages;
-    owns_messages = owns_messages && messages == list;
+    if (own_messages_.get() != list)
+        own_messages_.reset();
     messages = list;
 }
 

@@ -22,6 +22,7 @@
 #include "zipping_channel.h"
 
 #include <ctime>
+#include <memory>
 
 namespace km {
 
@@ -171,6 +172,13 @@ class cm_package : public cm_composite_command {
     // Tells the progress hook that a command has ended.
     void note_progress(const cm_command& command);
 
+    // What the engine itself made for this package goes with it; a caller may set another pointer
+    // over `messages`, `input_channel` or `before_reboot_program` at any time, and keeps that one.
+    void adopt_input_channel(unzipping_channel* made);
+    void adopt_before_reboot_program(cm_command* clone);
+    // Clears both channels, and deletes the reader if it was adopted.
+    void release_channels();
+
     ustring name;
     ustring version;
     ustring title;
@@ -188,11 +196,11 @@ class cm_package : public cm_composite_command {
     std::int32_t internal_error;
     ustring dependency;
     km::input_channel* net_channel = nullptr;       // lent
-    km::unzipping_channel* input_channel = nullptr; // lent, unless load_list made it
+    km::unzipping_channel* input_channel = nullptr; // lent
     cm_package* partner_package = nullptr;
     Persistent_Hashtable* catalog = nullptr;       // lent
     cm_ref_count_table* reference_table = nullptr; // lent
-    spmessage* messages = nullptr;                 // lent, unless decoding made it
+    spmessage* messages = nullptr;                 // lent
     std::int32_t encode_messages;
     ustring extra_text;
     pathname spb_path;
@@ -234,7 +242,7 @@ class cm_package : public cm_composite_command {
     long sharing_control;
     ustring original_name;
     ustring original_version;
-    cm_command* before_reboot_program = nullptr; // lent; a backup package owns its clone
+    cm_command* before_reboot_program = nullptr; // lent
     std::int32_t undo_only_executed_actions;
     variable_list* variables = nullptr;             // lent
     km::log_object_list* log_object_list = nullptr; // owned
@@ -293,11 +301,8 @@ class cm_package : public cm_composite_command {
     std::int32_t executing_as_undo;
     std::int32_t undo_preloaded;
 
-    // Who deletes what may belong to somebody else; copies own nothing of it.
+    // Whether the destructor deletes the partner; not in copies and where the link points back.
     bool owns_partner = true;
-    bool owns_input_channel = false;
-    bool owns_messages = false;
-    bool owns_before_reboot_program = false;
 
   private:
     void init();
@@ -305,7 +310,6 @@ class cm_package : public cm_composite_command {
     void init_operation();
     void copy_values(const cm_package& other);
     void release();
-    void release_channels();
     void decode_attributes(decoder& from);
     void decode_operation(decoder& from);
     void decode_programs(decoder& from);
@@ -373,6 +377,10 @@ class cm_package : public cm_composite_command {
     cm_result save_profile(zipping_channel* out, int load_data);
     cm_result end_of_save(zipping_channel* out);
 
+    // Never copied.
+    std::unique_ptr<unzipping_channel> own_input_channel_;
+    std::unique_ptr<spmessage> own_messages_;
+    std::unique_ptr<cm_command> own_before_reboot_program_;
     long progress_done_ = 0;
     long progress_total_ = 0;
     friend class cm_composite_command;

@@ -129,7 +129,7 @@ void cm_package::encode_programs(encoder& to) const {
 }
 
 codable* cm_package::decode_object(decoder& from, long stream_version) {
-    init();
+    *this = cm_package(); // what the stream does not say has its default
     cm_composite_command::decode_object(from, stream_version);
     cm_command::set_package(this); // whatever the stream said
     decode_attributes(from);
@@ -232,8 +232,8 @@ void cm_package::decode_lists(decoder& from) {
     from.decode_string_field(371, told);
     if (!told.empty()) {
         if (!messages) {
-            messages = new spmessage;
-            owns_messages = true;
+            own_messages_ = std::make_unique<spmessage>();
+            messages = own_messages_.get();
         }
         messages->add(told.mbcs_str());
     }

@@ -178,8 +178,12 @@ bool cm_package::step_down_without_backup(run& at) {
 // stay known, in error, since its objects stand.
 void cm_package::keep_known(std::int32_t old_status) {
     pathname profile;
-    if (!get_new_profile_name(profile) || !download_list(profile, 1))
+    if (!get_new_profile_name(profile))
         return;
+    if (!download_list(profile, 1)) {
+        file(profile).remove(0);
+        return;
+    }
     catalog_entry->profile_name = profile;
     catalog_entry->cm_status = old_status;
     catalog_entry->current_cm_status = cs_error;
@@ -225,7 +229,8 @@ void cm_package::initialize_new_entry(int action, int mode_word) {
 // The run that the entry tells of was cut, and this is its repetition.
 bool cm_package::resumes_interrupted_run(int action) const {
     const auto& entry = *catalog_entry;
-    if (entry.cm_status != entry.current_cm_status || action != entry.last_action)
+    if (entry.cm_status != entry.current_cm_status || action != entry.last_action ||
+        entry.cm_status == cs_error) // an error: only force goes over it, from the beginning
         return false;
     const bool cut = (entry.current_result >= success_reboot_now &&
                       entry.current_result <= success_reboot_after_reexecute) ||
@@ -440,11 +445,11 @@ bool cm_package::commit_leg(run& at) {
     entry.operation_requested = 0;
     entry.operation_in_progress = o_commit;
     result = commit(at.mode, at.call_argument);
-    if (entry.current_cm_status == cs_prepared)
-        entry.operation_requested = o_prepare;
-    else if (entry.current_cm_status == cs_prepared_undo_prepared ||
-             entry.current_cm_status == cs_prepared_undoable)
-        entry.operation_requested = o_prepare_undoable;
+    const int reached = catalog_entry->current_cm_status;
+    if (reached == cs_prepared)
+        catalog_entry->operation_requested = o_prepare;
+    else if (reached == cs_prepared_undo_prepared || reached == cs_prepared_undoable)
+        catalog_entry->operation_requested = o_prepare_undoable;
     external_call = 1;
     at.warned = result == warning;
     return true;

@@ -80,8 +80,12 @@ cm_result cm_package::download_newsp() {
         return warning;
     }
     pathname path;
-    if (!get_new_profile_name(path) || !download_list(path, 1))
+    if (!get_new_profile_name(path))
         return fatal_failure;
+    if (!download_list(path, 1)) {
+        file(path).remove(0);
+        return fatal_failure;
+    }
     catalog_entry->profile_name = path;
     if (!store_entry_now(*this)) {
         KM_TRACE(trace_error, "common", "Error updating the catalog entry");
@@ -126,7 +130,11 @@ void cm_package::save_default_variables() {
     if (!defaults)
         return;
     text_file user_file(pathname(base_configuration().get_var(u"user_file_variables")));
-    user_file.read();
+    if (!user_file.read()) {
+        KM_TRACE(trace_error, "common", "Error opening the file %s",
+                 user_file.get_path().mbcs_str());
+        return;
+    }
     Keyslist entries(*defaults);
     while (HashtableEntry* one = entries.next_entry()) {
         const auto* key = dynamic_cast<const ustring*>(one->get_key());
@@ -173,8 +181,7 @@ int cm_package::load_list(const pathname& path, cm_package*& package_out) {
     }
     read->reference_table = reference_table;
     read->catalog = catalog;
-    read->input_channel = zip.release();
-    read->owns_input_channel = true;
+    read->adopt_input_channel(zip.release());
     package_out = read;
     return 1;
 }

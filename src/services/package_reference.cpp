@@ -52,8 +52,9 @@ cm_result cm_package::delete_package_reference(int delete_package, int delete_un
 }
 
 bool cm_package::take_entries(removal& at, int delete_package, int delete_undo) {
-    if (delete_undo && catalog_entry && catalog_entry->undo_package_name.is_valid()) {
+    if (delete_undo)
         KM_TRACE(trace_info, "common", "delete undo_package");
+    if (delete_undo && catalog_entry && catalog_entry->undo_package_name.is_valid()) {
         at.undo_key = cm_catalog_key(catalog_entry->undo_package_name.get_text(), u"1.0.0");
         at.undo_entry = stored_copy(catalog, at.undo_key);
         if (at.undo_entry) {

@@ -41,7 +41,7 @@ constexpr const char* not_in_catalog = "Error: entry is not in the catalog";
 int cm_package::next_status(int operation, int from) {
     if (operation < 0 || operation >= diagram_rows || from < 0 || from >= diagram_columns)
         return from;
-    return state_diagram[operation][from].next;
+    return _state_diagram[operation][from].next;
 }
 
 int cm_package::validate_cm_status(int operation, int action, int mode_word, int, int* status_out) {
@@ -50,7 +50,7 @@ int cm_package::validate_cm_status(int operation, int action, int mode_word, int
     gate at{operation, action, static_cast<std::uint32_t>(mode_word),
             status_out ? status_out : &ignored};
     *at.status_out = -1;
-    KM_TRACE(trace_info, "common", "Mode is %hx", static_cast<unsigned short>(mode_word));
+    KM_TRACE(trace_error, "common", "Mode is %hx", static_cast<unsigned short>(mode_word));
     int answer = next_step;
     if (!external_call && catalog_entry)
         at.current = catalog_entry->current_cm_status;
@@ -190,6 +190,8 @@ bool is_prepared(int status) {
 } // namespace
 
 int cm_package::check_other_state(gate& at) {
+    if (at.operation < o_rollback || at.operation > o_any)
+        return 0; // no operation with a state of its own
     if (!at.found) {
         KM_TRACE(trace_error, "common", "%s", not_in_catalog);
         return 3;

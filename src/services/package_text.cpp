@@ -117,21 +117,23 @@ void cm_package::import_lists(importer& from) {
         if (!log_object_list)
             delete log;
     }
+    // Without a list of its own the package gets an empty one: never that of an earlier import.
     codable* defaults = nullptr;
-    if (from.get_object("default_variables", &defaults)) {
-        auto* list = dynamic_cast<variable_list*>(defaults);
-        if (!list)
-            delete defaults;
-        variables = variable_list_builder::get_importer_variables(list);
+    from.get_object("default_variables", &defaults);
+    auto* list = dynamic_cast<variable_list*>(defaults);
+    if (!list) {
+        delete defaults;
+        list = new variable_list;
     }
+    variables = variable_list_builder::get_importer_variables(list);
     from.get_integer("versioning_type", &versioning_type);
     from.get_integer("package_type", &package_type);
     from.get_string("dependency", &dependency);
     get_long(from, "sharing_control", sharing_control);
     codable* nested = nullptr;
     if (from.get_object("nested_software_package", &nested)) {
-        if (auto* list = dynamic_cast<nested_package_list*>(nested))
-            set_package_id_list(*list, 1);
+        if (auto* ids = dynamic_cast<nested_package_list*>(nested))
+            set_package_id_list(*ids, 1);
         delete nested;
     }
     if (!nested_packages.holds(name, version))
@@ -164,7 +166,8 @@ void cm_package::export_(exporter& to) const {
     const variable_list* defaults = variables ? variables->get_defaults() : nullptr;
     if (defaults && defaults->size())
         to.put_object("default_variables", defaults);
-    to.put_object("log_object_list", log_object_list);
+    if (log_object_list)
+        to.put_object("log_object_list", log_object_list);
     to.put_pathname("spb_path", spb_path);
     ustring host = source_host_name;
     if (host[0] == u'@')

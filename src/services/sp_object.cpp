@@ -16,6 +16,7 @@
 #include "trclog.h"
 #include "variable_builder.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -101,9 +102,10 @@ cm_result sp_object::encode(cm_package* package, variable_list* variables, const
     const pathname working_dir(base_configuration().get_var(u"working_dir"));
     const std::unique_ptr<file> temporary(file::get_temp_name(working_dir, u"PP", 1, nullptr));
     if (!temporary) {
+        const int error = errno;
         KM_TRACE(trace_error, "common", "Unable to create temporary file.");
         if (messages)
-            messages->add(25L, working_dir.mbcs_str(), "0");
+            messages->add(25L, working_dir.mbcs_str(), std::to_string(error).c_str());
         return result = cm_command::failure;
     }
     file_output_channel plain(temporary->get_path(), 0);
