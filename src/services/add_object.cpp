@@ -59,15 +59,8 @@ int cm_add_object::is_to_be_removed() {
 int cm_add_object::is_to_be_shared_removed() {
     if (!is_effective)
         return 0;
-    const int total = counted();
-    if (total > object->get_ref_count())
+    if (counted() > object->get_ref_count() || belongs_to_others())
         return 0;
-    if (total > 0) {
-        ustring name, version;
-        set_package_name_and_version(*package, name, version);
-        if (!package->reference_table->get_ref_count(object->get_name(), name, version))
-            return 0;
-    }
     KM_TRACE(trace_info, "common",
              "The object '%s' must be removed since its reference counter goes to zero",
              object->get_name().mbcs_str());
@@ -141,7 +134,8 @@ void cm_add_object::execute(int phase) {
     case p_commit:
     case p_commit_before_reboot:
     case p_commit_after_reboot:
-        put_in_place(phase);
+        if (!put_in_place(phase))
+            return;
         if (phase != p_commit_before_reboot)
             count_reference();
         if (phase == p_commit || phase == p_commit_after_reboot)
@@ -162,21 +156,26 @@ void cm_add_object::execute(int phase) {
     }
 }
 
-void cm_add_object::put_in_place(int phase) {
+// False: there is nothing to count either.
+bool cm_add_object::put_in_place(int phase) {
     const bool present = object->exists(phase);
-    if (!present && !is_effective)
-        return leave_alone(phase, "object is not effective");
+    if (!present && !is_effective) {
+        leave_alone(phase, "object is not effective");
+        return false;
+    }
     if (present && !is_to_be_added()) {
         // What this package never replaced, it must not take away later; but a counted object
         // stays removable by its last owner.
         if (phase == p_do && is_effective && !replace_if_existing &&
             !object->is_during_a_restart() && !object->is_shared)
             is_effective = 0;
-        return leave_alone(phase, "object is not to be added");
+        leave_alone(phase, "object is not to be added");
+        return true;
     }
     result = object->add(phase);
     if (phase == p_commit_before_reboot)
         set_to_be_logged(0);
+    return true;
 }
 
 void cm_add_object::leave_alone(int phase, const char* why) {
@@ -187,14 +186,13 @@ void cm_add_object::leave_alone(int phase, const char* why) {
 }
 
 void cm_add_object::count_reference() {
-    if (result != success || !object->is_shared || !package->reference_table || !is_effective)
+    if (result != success || !object->is_shared || !counts())
         return;
     ustring name, version;
     set_package_name_and_version(*package, name, version);
     KM_TRACE(trace_info, "common", "object '%s' is/as shared. Setting the reference counter",
              object->get_name().mbcs_str());
-    package->reference_table->set_counter(object->get_name(), name, version,
-                                          object->get_ref_count());
+    counts()->set_counter(object->get_name(), name, version, object->get_ref_count());
 }
 
 void cm_add_object::reverse(int phase) {
@@ -224,13 +222,13 @@ void cm_add_object::reverse(int phase) {
 }
 
 void cm_add_object::take_away(int phase) {
-    const bool counts = package->reference_table && object->is_shared;
-    if (counts ? is_to_be_shared_removed() : is_to_be_removed()) {
+    const bool is_counted = counts() && object->is_shared;
+    if (is_counted ? is_to_be_shared_removed() : is_to_be_removed()) {
         if (phase == p_commit_before_reboot)
             set_to_be_logged(0);
         result = object->remove(phase);
     }
-    if (counts && result == success && phase != p_commit_before_reboot) {
+    if (is_counted && result == success && phase != p_commit_before_reboot) {
         KM_TRACE(trace_info, "common",
                  "object is/as shared. Remove the reference counter for this package");
         reset_own_counter();
@@ -243,7 +241,7 @@ void cm_add_object::verify_execute(int phase) {
             result = failure;
         } else if (is_to_be_added()) {
             const bool counted_as_shared = object->is_shared || counted() > 0;
-            if (!package->reference_table || !counted_as_shared)
+            if (!counts() || !counted_as_shared)
                 result = failure;
         }
     } else if (phase == p_prepare) {
@@ -434,7 +432,7 @@ cm_command* cm_add_object::undo_of_present(int action) {
         undo->set_ref_count(counted_as(own, -1));
         return new_add(undo);
     }
-    if (!package->reference_table || !object->is_shared) {
+    if (!counts() || !object->is_shared) {
         delete undo;
         return nullptr;
     }

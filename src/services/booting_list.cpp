@@ -26,15 +26,26 @@ text_file& the_list() {
     return *booting_list;
 }
 
+bool starts_with(const ustring& text, const ustring& key) {
+    return text.length() >= key.length() && text.substr(0, key.length()) == key;
+}
+
 // The line of name^version, or -1. Another version that only begins alike is another package.
 long line_of(const text_file& lines, const ustring& name, const ustring& version) {
     const ustring key = name + ustring(u"^") + version;
     for (long i = 0; i < lines.line_count(); ++i) {
         const ustring& text = lines[i].get_text();
-        if (text.length() >= key.length() && text.substr(0, key.length()) == key &&
-            (text.length() == key.length() || text[key.length()] == u' '))
+        if (text == key || starts_with(text, key + ustring(u" ")))
             return i;
     }
+    return -1;
+}
+
+// The line that starts with `head`, or -1.
+long whole_line_of(const text_file& lines, const ustring& head) {
+    for (long i = 0; i < lines.line_count(); ++i)
+        if (starts_with(lines[i].get_text(), head))
+            return i;
     return -1;
 }
 } // namespace
@@ -77,7 +88,7 @@ int is_in_booting_list(const ustring& name, const ustring& version, long* timeou
         *force = forced;
     if (allowed < 0) {
         KM_TRACE(trace_info, "common", "infinite timeout");
-    } else if (static_cast<__int128>(std::time(nullptr)) < static_cast<__int128>(since) + allowed) {
+    } else if (std::time(nullptr) - allowed < since) {
         KM_TRACE(trace_info, "common", "timeout not reached");
         *timeout = -2;
     } else {
@@ -96,20 +107,21 @@ void handle_booting_list(const ustring& name, const ustring& version, int add, l
         return;
     if (!booting_list)
         return;
+    const ustring head = name + ustring(u"^") + version + ustring(BOOTING_LIST_SEPARATOR);
     if (!add) {
-        KM_TRACE(trace_info, "common", "try to remove '%s^%s'", name.mbcs_str(),
-                 version.mbcs_str());
-        booting_list->remove_line_at_index(line_of(*booting_list, name, version));
+        KM_TRACE(trace_info, "common", "try to remove '%s'", head.mbcs_str());
+        booting_list->remove_line_at_index(whole_line_of(*booting_list, head));
     } else {
         KM_TRACE(trace_info, "common", "timeout = %ld seconds", timeout);
         const std::string numbers = std::to_string(std::time(nullptr)) + " " +
                                     std::to_string(timeout < 0 ? -1 : timeout) + " " +
                                     std::to_string(force);
-        booting_list->add_line(name + ustring(u"^") + version + ustring(BOOTING_LIST_SEPARATOR) +
-                               ustring(numbers.c_str()));
+        booting_list->add_line(head + ustring(numbers.c_str()));
         prepare_delete_booting_list(booting_list->get_path());
     }
-    booting_list->commit_changes();
+    if (!booting_list->commit_changes())
+        KM_TRACE(trace_error, "common", "error saving changes in %s",
+                 booting_list->get_path().mbcs_str());
 }
 
 void overwrite_reboot_parameters(int* force, long* timeout) {

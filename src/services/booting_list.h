@@ -17,7 +17,8 @@ pathname get_booting_file();
 // takes 0 or 1.
 int is_in_booting_list(const ustring& name, const ustring& version, long* timeout, int* force);
 
-// Adds the package (once: a second time changes nothing) or takes it out.
+// Adds the package (once: a second time changes nothing, the time runs from the first) or takes it
+// out. A file that cannot be read or written is traced and stays as it is.
 void handle_booting_list(const ustring& name, const ustring& version, int add, long timeout,
                          int force);
 

@@ -47,7 +47,12 @@ void cm_command::do_execute(int, int) {}
 void cm_command::can_backup(int) {}
 cm_command* cm_command::get_undo_command(int) { return nullptr; }
 long cm_command::get_size() { return 0; }
-int cm_command::get_timeout(int*, int, bool, bool) { return 0; }
+
+int cm_command::get_timeout(int* count, int, bool, bool) {
+    if (count)
+        ++*count;
+    return 0;
+}
 
 void cm_command::delta_save_command(pathname*, unzipping_channel*, zipping_channel*) {
     result = success;

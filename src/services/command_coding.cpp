@@ -64,9 +64,9 @@ codable* cm_command::decode_object(decoder& from, long stream_version) {
 }
 
 void cm_command::import(importer& from) {
-    if (from.get_string("condition", &condition) && !condition.empty()) {
+    if (from.get_string("condition", &condition)) {
         expression parsed(condition);
-        if (!parsed.infix2postfix()) {
+        if (!condition.empty() && !parsed.infix2postfix()) {
             if (from.messages)
                 from.messages->add(185L, std::to_string(from.line_number()).c_str(),
                                    parsed.error.mbcs_str());

@@ -101,7 +101,9 @@ bool cm_composite_command::root_condition_holds() {
 
 void cm_composite_command::can_execute(int action, int phase) {
     KM_TRACE_FUNCTION("cm_composite_command::can_execute");
-    result = success;
+    result = package ? success : failure;
+    if (!package)
+        return;
     if (package == this && (!package->get_executed() || package->restart_internal) &&
         !root_condition_holds())
         return;
@@ -169,8 +171,8 @@ void cm_composite_command::log_temporary_failure(cm_command& child, int action, 
 
 void cm_composite_command::can_backup(int action) {
     KM_TRACE_FUNCTION("cm_composite_command::can_backup");
-    result = success;
-    if (package == this && !root_condition_holds())
+    result = package ? success : failure;
+    if (!package || (package == this && !root_condition_holds()))
         return;
     for (list_iterator at(children); at.hasMoreElements();) {
         cm_command* child = next_command(at);
@@ -195,7 +197,9 @@ void cm_composite_command::can_backup(int action) {
 // is ready to run forward.
 cm_command* cm_composite_command::do_backup(cm_command* source, cm_command* parent, int action) {
     KM_TRACE_FUNCTION("cm_composite_command::do_backup");
-    result = success;
+    result = package ? success : failure;
+    if (!package)
+        return nullptr;
     std::unique_ptr<cm_command> made(source->get_undo_command(action));
     if (source->result != success) {
         result = source->result;

@@ -247,6 +247,7 @@ bool cm_composite_command::prepare_checkpoint(bool bootable, bool checkpoint) {
         package->current_offset = channel->get_bytes_read();
     if (!package->download_list(new_profile, 1)) {
         KM_TRACE(trace_error, "common", "Error downloading the list");
+        remove_profile(new_profile);
         return false;
     }
     if (!store_checkpoint(new_profile))
@@ -266,25 +267,30 @@ bool cm_composite_command::prepare_checkpoint(bool bootable, bool checkpoint) {
     return true;
 }
 
+namespace {
+// What is stored says that a reboot is pending; the working entry keeps its result.
+bool store_at_checkpoint(cm_package& of) {
+    cm_catalog_entry entry(*of.catalog_entry);
+    entry.current_result = cm_command::success_reboot_now;
+    return store_entry(of, entry);
+}
+} // namespace
+
 // The old profile goes only when both entries that may name a state are stored.
 bool cm_composite_command::store_checkpoint(const pathname& new_profile) {
     const pathname old_profile = package->catalog_entry->profile_name;
     package->catalog_entry->profile_name = new_profile;
-    cm_catalog_entry at_checkpoint(*package->catalog_entry);
-    at_checkpoint.current_result = success_reboot_now;
-    if (!store_entry(*package, at_checkpoint)) {
+    if (!store_at_checkpoint(*package)) {
         KM_TRACE(trace_error, "common", "Error updating the catalog entry for the package");
         return false;
     }
     cm_package* undone = package->partner_package;
-    if (package->executing_as_undo && undone && undone->catalog_entry) {
+    if (package->executing_as_undo) {
         KM_TRACE(trace_info, "common", "working with the undo package");
         KM_TRACE(trace_info, "common", "package orig name=%s", package->original_name.mbcs_str());
         KM_TRACE(trace_info, "common", "package orig version=%s",
                  package->original_version.mbcs_str());
-        cm_catalog_entry of_undone(*undone->catalog_entry);
-        of_undone.current_result = success_reboot_now;
-        if (!store_entry(*undone, of_undone)) {
+        if (!undone || !undone->catalog_entry || !store_at_checkpoint(*undone)) {
             KM_TRACE(trace_error, "common",
                      "Error updating the catalog entry for the original package");
             return false;

@@ -45,20 +45,28 @@ void cm_object_command::set_container(cm_command* container) {
         object->set_container(container);
 }
 
-int cm_object_command::counted() {
-    return package && package->reference_table
-               ? package->reference_table->get_ref_count(object->get_name())
-               : 0;
+cm_ref_count_table* cm_object_command::counts() const {
+    return package ? package->reference_table : nullptr;
 }
 
-bool cm_object_command::is_shared_now() {
-    return package && package->reference_table && (object->is_shared || counted() > 0);
+int cm_object_command::counted() {
+    return counts() ? counts()->get_ref_count(object->get_name()) : 0;
+}
+
+bool cm_object_command::is_shared_now() { return counts() && (object->is_shared || counted() > 0); }
+
+bool cm_object_command::belongs_to_others() {
+    if (counted() <= 0)
+        return false;
+    ustring name, version;
+    set_package_name_and_version(*package, name, version);
+    return counts()->get_ref_count(object->get_name(), name, version) == 0;
 }
 
 void cm_object_command::reset_own_counter() {
     ustring name, version;
     set_package_name_and_version(*package, name, version);
-    package->reference_table->reset_counter(object->get_name(), name, version);
+    counts()->reset_counter(object->get_name(), name, version);
 }
 
 bool cm_object_command::refuses_device(bool with_message, bool of_package_type) {

@@ -10,6 +10,8 @@
 
 namespace km {
 
+class cm_ref_count_table;
+
 // What both commands share: the object, which they own.
 class cm_object_command : public cm_command {
   public:
@@ -30,9 +32,14 @@ class cm_object_command : public cm_command {
   protected:
     // Whether the object counts as shared; 0 without a table.
     bool is_shared_now();
+    // The table of the package, null without one. Lent.
+    cm_ref_count_table* counts() const;
     // The table's sum for the object's name, 0 without a table.
     int counted();
-    // Gives the name under which this package counts in the table.
+    // Others hold references, and this package holds none: then it was taken out before, and the
+    // object is theirs.
+    bool belongs_to_others();
+    // Takes the references of this package away.
     void reset_own_counter();
     bool refuses_device(bool with_message, bool of_package_type);
     bool has_no_object();
@@ -79,8 +86,7 @@ class cm_add_object : public cm_object_command {
     // The object exists; should it be put in place again?
     int is_to_be_added();
     int is_to_be_removed();
-    // What this package contributed is all that is left. Not so if others count and this package
-    // does not: then it was taken out before, and the object is theirs.
+    // What this package contributed is all that is left.
     int is_to_be_shared_removed();
 
     std::int32_t replace_if_existing = 1;
@@ -95,7 +101,7 @@ class cm_add_object : public cm_object_command {
     void check_execute(int phase);
     void check_reverse(int phase);
     void execute(int phase);
-    void put_in_place(int phase);
+    bool put_in_place(int phase);
     void leave_alone(int phase, const char* why);
     void count_reference();
     void reverse(int phase);

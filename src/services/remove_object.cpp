@@ -13,7 +13,8 @@
 namespace km {
 
 int cm_remove_object::is_to_be_shared_removed() {
-    return is_effective && undo_replace_if_existing && counted() <= -object->get_ref_count();
+    return is_effective && undo_replace_if_existing && counted() <= -object->get_ref_count() &&
+           !belongs_to_others();
 }
 
 void cm_remove_object::can_execute(int action, int phase) {
@@ -67,11 +68,11 @@ void cm_remove_object::execute(int phase) {
     case p_commit:
     case p_commit_before_reboot:
     case p_commit_after_reboot: {
-        const bool counts = package->reference_table && object->is_shared;
-        if (!counts || is_to_be_shared_removed())
+        const bool is_counted = counts() && object->is_shared;
+        if (!is_counted || is_to_be_shared_removed())
             result = object->remove(phase);
         // Removed or not: else an undo would never bring the count down.
-        if (counts && result == success && phase != p_commit_before_reboot)
+        if (is_counted && result == success && phase != p_commit_before_reboot)
             reset_own_counter();
         if (phase == p_commit || phase == p_commit_after_reboot)
             execute_in_commit = 1;

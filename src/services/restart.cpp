@@ -42,7 +42,6 @@ codable* restart::decode_object(decoder& from, long stream_version) {
 }
 
 void restart::import(importer& from) {
-    cm_command::import(from);
     from.get_integer("during_install", &during_install);
     from.get_integer("during_remove", &during_remove);
     from.get_integer("during_undo", &during_undo);
@@ -51,17 +50,20 @@ void restart::import(importer& from) {
     from.get_integer("timeout", &seconds);
     timeout = seconds;
     from.get_boolean("force_restart", &force_restart);
+    cm_command::import(from);
 }
 
 void restart::export_(exporter& to) const {
     to.begin_stanza("restart");
-    cm_command::export_(to);
     to.put_string("during_install", ustring(from_reboot_option(during_install)));
     to.put_string("during_remove", ustring(from_reboot_option(during_remove)));
     to.put_string("during_undo", ustring(from_reboot_option(during_undo)));
     to.put_string("during_commit", ustring(from_reboot_option(during_commit)));
-    to.put_integer("timeout", static_cast<int>(timeout));
-    to.put_boolean("force_restart", force_restart);
+    if (timeout != -1)
+        to.put_integer("timeout", static_cast<int>(timeout));
+    if (force_restart)
+        to.put_boolean("force_restart", force_restart);
+    cm_command::export_(to);
     to.end_stanza();
 }
 
@@ -182,6 +184,7 @@ int restart::change_autoexncf(int action) {
         return 0;
     }
     text_file lines(start.get_path());
+    lines.read();
     if (action == add_module) {
         if (lines.line_exists(u"load *resinit*")) {
             KM_TRACE(trace_info, "common",

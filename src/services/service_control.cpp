@@ -53,7 +53,10 @@ int cm_package::clear_service_directory() {
     text_file lines(control_file());
     const ustring path = lines.get_path().get_text();
     KM_TRACE(trace_info, "common", "service control file=%s", path.mbcs_str());
-    lines.read(1);
+    if (!lines.read(1)) {
+        KM_TRACE(trace_error, "common", "failure reading %s", path.mbcs_str());
+        return 0;
+    }
     for (;;) {
         ustring directory;
         switch (clear_one(lines, name, version, false, directory)) {
@@ -80,7 +83,10 @@ cm_result cleanup_backup(const ustring& name, const ustring& version) {
     KM_TRACE_FUNCTION("cleanup_backup");
     text_file lines(control_file());
     const ustring path = lines.get_path().get_text();
-    lines.read(1);
+    if (!lines.read(1)) {
+        KM_TRACE(trace_error, "common", "failure reading %s", path.mbcs_str());
+        return cm_command::temporary_failure;
+    }
     for (;;) {
         ustring directory;
         switch (clear_one(lines, name, version, true, directory)) {

@@ -31,12 +31,13 @@ void cm_add_object::mark_shared() {
 
 void cm_add_object::do_default_sharing_control(int action, int phase) {
     KM_TRACE_FUNCTION("cm_add_object::do_default_sharing_control");
-    auto* table = package ? package->reference_table : nullptr;
+    auto* table = counts();
     if (!table || !object)
         return;
     const ustring name = object->get_name();
     if (action == a_execute) {
-        if (phase == p_prepare && !object->exists(phase)) {
+        // Asked for the place itself: in p_prepare an object may answer for its staged form.
+        if (phase == p_prepare && !object->exists(p_do)) {
             KM_TRACE(trace_info, "common", "object doesn't exist, exiting...");
             return;
         }
