@@ -1,0 +1,63 @@
+// data_entry: the data of objects in the package's stream, one zip entry per object
+// format: docs/formats/package-file.md
+// invariant: an entry that belongs to a later command stays open and untouched
+#include "data_entry.h"
+
+#include "unzipping_channel.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace km {
+
+namespace {
+std::int32_t last_sequence = 0;
+
+// The number of an entry; 0 for what is no data of an object.
+long number_of(const char* name) {
+    if (std::strncmp(name, "d/", 2) != 0)
+        return 0;
+    char* end = nullptr;
+    const long number = std::strtol(name + 2, &end, 10);
+    return end && *end == '\0' && number > 0 ? number : 0;
+}
+
+alignment end_of_stream(unzipping_channel& in) {
+    switch (in.get_error()) {
+    case channel_network:
+        return alignment::lost_stream;
+    case channel_corrupted: // what follows is no entry: the directory
+    case channel_good:
+        return alignment::not_ahead;
+    default:
+        return alignment::damaged;
+    }
+}
+} // namespace
+
+std::string data_entry_name(std::int32_t sequence) {
+    char name[16];
+    std::snprintf(name, sizeof name, "d/%08d", sequence);
+    return name;
+}
+
+std::int32_t next_data_sequence() { return ++last_sequence; }
+void restart_data_sequence() { last_sequence = 0; }
+
+alignment align(unzipping_channel& in, std::int32_t sequence) {
+    zip_entry* entry = in.current_entry();
+    if (!entry || in.is_touched())
+        entry = in.get_next_entry();
+    for (;; entry = in.get_next_entry()) {
+        if (!entry)
+            return end_of_stream(in);
+        const long number = number_of(entry->get_name());
+        if (number == sequence)
+            return alignment::mine;
+        if (number > sequence)
+            return alignment::not_ahead;
+    }
+}
+
+} // namespace km

@@ -1,0 +1,27 @@
+// data_entry: the data of objects in the package's stream, one zip entry per object
+//
+// Entries are named "d/" and eight digits, rising in tree order. So an object can tell from the
+// number whether the entry ahead is its own, belongs to a command that was passed over, or to one
+// that follows.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace km {
+
+class unzipping_channel;
+
+std::string data_entry_name(std::int32_t sequence);
+
+// The next number of this process, from 1.
+std::int32_t next_data_sequence();
+// Numbers begin at 1 again: a new package is being built.
+void restart_data_sequence();
+
+enum class alignment { mine, not_ahead, lost_stream, damaged };
+
+// Opens the entry of that number, passing over those of commands before it.
+alignment align(unzipping_channel& in, std::int32_t sequence);
+
+} // namespace km

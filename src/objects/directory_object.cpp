@@ -1,0 +1,140 @@
+// directory_object: a directory
+// format: docs/formats/package-file.md
+// invariants: a directory that was there before is never removed; one that is not empty stays
+#include "directory_object.h"
+
+#include "kill_point.h"
+#include "made_directories.h"
+#include "object_messages.h"
+#include "package.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace km {
+
+const char* km_directory::codable_name() const { return "com.ombrel.sd.cmObjects.KmDirectory"; }
+
+cm_result km_directory::check_target(const place&, const struct stat* present) {
+    if (present && !S_ISDIR(present->st_mode))
+        return fail("make the directory", path_bytes(), EEXIST);
+    return cm_command::success;
+}
+
+cm_result km_directory::put(int) {
+    const std::string& bytes = path_bytes();
+    const auto parents = make_parents(bytes);
+    if (parents != cm_command::success)
+        return parents;
+    struct stat about {};
+    if (look_at(bytes, about)) {
+        if (!S_ISDIR(about.st_mode))
+            return fail("make the directory", bytes, EEXIST);
+        created = created || (package && made_by(*package, bytes));
+        was_put_ = true;
+        return cm_command::success;
+    }
+    if (package && !note_made_directory(*package, bytes))
+        return fail("note the directory", bytes, errno);
+    KM_KILL_POINT("directory.before_make");
+    // Its owner must be able to fill it; the last rights come behind its contents.
+    if (!make_directory(bytes, (static_cast<mode_t>(mode) & 07777) | 0700))
+        return fail("make the directory", bytes, errno);
+    created = 1;
+    was_put_ = true;
+    return cm_command::success;
+}
+
+cm_result km_directory::finish_add() {
+    if (!was_put_)
+        return cm_command::success;
+    was_put_ = false;
+    const std::string& bytes = path_bytes();
+    const place where = locate(bytes);
+    if (!where.found())
+        return fail("reach", where.parent, where.error);
+    const char* name = where.name.c_str();
+    struct stat about {};
+    if (::fstatat(where.directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISDIR(about.st_mode))
+        return cm_command::success; // gone again: there is nothing to finish
+    if (is_privileged() &&
+        ::fchownat(where.directory, name, static_cast<uid_t>(owner), static_cast<gid_t>(group),
+                   AT_SYMLINK_NOFOLLOW) != 0)
+        return fail("give an owner to", bytes, errno);
+    const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
+    if (::utimensat(where.directory, name, times, AT_SYMLINK_NOFOLLOW) != 0 &&
+        (is_privileged() || about.st_uid == ::geteuid()))
+        return fail("set the time of", bytes, errno);
+    if (static_cast<std::int32_t>(about.st_mode & 07777) != mode || is_privileged())
+        if (::fchmodat(where.directory, name, static_cast<mode_t>(mode) & 07777, 0) != 0)
+            return fail("set the mode of", bytes, errno);
+    touched(where.directory);
+    return cm_command::success;
+}
+
+cm_result km_directory::take() {
+    const std::string& bytes = path_bytes();
+    if (!created && !(package && made_by(*package, bytes)))
+        return cm_command::success;
+    struct stat about {};
+    if (!look_at(bytes, about))
+        return errno == ENOENT || errno == ENOTDIR ? cm_command::success
+                                                   : fail("look at", bytes, errno);
+    if (!S_ISDIR(about.st_mode))
+        return cm_command::success; // something of somebody else
+    KM_KILL_POINT("directory.before_remove");
+    if (remove_name(bytes, true)) {
+        remove_made_parents(bytes);
+        return cm_command::success;
+    }
+    if (errno == ENOTEMPTY || errno == EEXIST || errno == EBUSY) {
+        tell(package, om_not_empty, bytes);
+        return cm_command::success;
+    }
+    return fail("remove the directory", bytes, errno);
+}
+
+int km_directory::is_identical(int) {
+    struct stat about {};
+    return well_formed() && look_at(path_bytes(), about) && S_ISDIR(about.st_mode) &&
+           same_rights(about);
+}
+
+cm_result km_directory::can_read() {
+    struct stat about {};
+    return result = look_at(path_bytes(), about) ? cm_command::success
+                                                 : fail("look at", path_bytes(), errno);
+}
+
+cm_object* km_directory::get_undo_object() {
+    struct stat about {};
+    if (!look_at(path_bytes(), about)) {
+        fail("look at", path_bytes(), errno);
+        return nullptr;
+    }
+    auto* undo = new km_directory;
+    undo->path = path;
+    undo->package = package;
+    undo->take_metadata(about);
+    undo->created = created;
+    return undo;
+}
+
+cm_result km_directory::load(int) {
+    result = cm_command::success;
+    if (source.empty())
+        return result;
+    struct stat about {};
+    if (::lstat(source.c_str(), &about) != 0)
+        return fail("look at", source, errno);
+    if (!S_ISDIR(about.st_mode))
+        return fail(om_changed, source);
+    take_metadata(about);
+    return result;
+}
+
+extern "C" codable* make_KmDirectory() { return new km_directory; }
+
+} // namespace km

@@ -1,0 +1,31 @@
+// directory_object: a directory
+#pragma once
+
+#include "km_object.h"
+
+namespace km {
+
+class km_directory : public km_object {
+  public:
+    codable* clone() const override { return new km_directory(*this); }
+    const char* codable_name() const override;
+
+    cm_result can_read() override;
+    int is_identical(int phase) override;
+    int is_newer() override { return 0; }
+    cm_object* get_undo_object() override;
+    cm_result load(int load) override;
+
+  protected:
+    cm_result put(int phase) override;
+    cm_result take() override;
+    // Rights and time, behind the last of its contents.
+    cm_result finish_add() override;
+    cm_result check_target(const place& where, const struct stat* present) override;
+    bool is_same_kind(const struct stat& about) const override { return S_ISDIR(about.st_mode); }
+
+  private:
+    bool was_put_ = false;
+};
+
+} // namespace km

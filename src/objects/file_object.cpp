@@ -1,0 +1,439 @@
+// file_object: a regular file
+// format: docs/formats/package-file.md
+// invariants: a file is written beside its place and renamed when its size and digest are right; a
+// file of any size passes through a block of fixed size
+#include "file_object.h"
+
+#include "crc.h"
+#include "digest.h"
+#include "durable.h"
+#include "kill_point.h"
+#include "object_messages.h"
+#include "package.h"
+#include "room.h"
+#include "trclog.h"
+#include "zip_time.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace km {
+
+namespace {
+constexpr int block_size = 65536;
+unsigned char block[block_size];
+
+class open_file {
+  public:
+    explicit open_file(int descriptor) : descriptor_(descriptor) {}
+    ~open_file() {
+        if (descriptor_ >= 0)
+            ::close(descriptor_);
+    }
+    open_file(const open_file&) = delete;
+    open_file& operator=(const open_file&) = delete;
+    int get() const { return descriptor_; }
+    bool good() const { return descriptor_ >= 0; }
+
+  private:
+    int descriptor_;
+};
+
+std::string directory_part(const std::string& path) {
+    return path.substr(0, path.find_last_of('/') + 1);
+}
+} // namespace
+
+const char* km_file::codable_name() const { return "com.ombrel.sd.cmObjects.KmFile"; }
+
+cm_result km_file::open_data(unzipping_channel*& in) {
+    in = package ? package->get_input_channel() : nullptr;
+    if (!in || sequence <= 0)
+        return fail(om_no_data, path_bytes());
+    switch (align(*in, sequence)) {
+    case alignment::mine:
+        return cm_command::success;
+    case alignment::lost_stream:
+        return result = cm_command::success_retry;
+    case alignment::not_ahead:
+        return fail(om_no_data, path_bytes());
+    default:
+        fail(om_stream, path_bytes());
+        return result = cm_command::fatal_failure;
+    }
+}
+
+// A file that fails before it read its data still takes them out of the way of the next one.
+cm_result km_file::pass_over_data(cm_result with) {
+    if (skip_data() == cm_command::success_retry)
+        return result = cm_command::success_retry;
+    return result = with;
+}
+
+cm_result km_file::write_from(unzipping_channel& in, int out, const std::string& name,
+                              bool& consumed) {
+    sha256 sum;
+    long written = 0;
+    for (;;) {
+        const int got = in.read(block, block_size);
+        if (got < 0)
+            break;
+        sum.add(block, static_cast<size_t>(got));
+        written += got;
+        if (written > size)
+            break;
+        if (got && !write_fully(out, reinterpret_cast<const char*>(block),
+                                static_cast<unsigned long>(got))) {
+            const int error = errno;
+            in.close_entry();
+            return fail("write", name, error);
+        }
+    }
+    consumed = true;
+    if (in.get_error() == channel_network)
+        return result = cm_command::success_retry;
+    if (in.get_error()) {
+        fail(om_stream, path_bytes());
+        return result = cm_command::fatal_failure;
+    }
+    if (written != size || ustring(sum.finish().c_str()) != digest)
+        return fail(om_digest, path_bytes());
+    return cm_command::success;
+}
+
+// Owner first: a change of owner takes set-id bits away.
+cm_result km_file::give_attributes(int descriptor, const std::string& name) {
+    if (is_privileged() &&
+        ::fchown(descriptor, static_cast<uid_t>(owner), static_cast<gid_t>(group)) != 0)
+        return fail("give an owner to", name, errno);
+    if (::fchmod(descriptor, static_cast<mode_t>(mode) & 07777) != 0)
+        return fail("set the mode of", name, errno);
+    const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
+    if (::futimens(descriptor, times) != 0)
+        return fail("set the time of", name, errno);
+    return cm_command::success;
+}
+
+cm_result km_file::write_temporary(unzipping_channel& in, const place& where,
+                                   const std::string& name) {
+    const std::string full = where.parent + "/" + name;
+    const writable_directory lifted(where.directory);
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    int made = ::openat(where.directory, name.c_str(), flags, 0600);
+    if (made < 0 && errno == EEXIST) {
+        ::unlinkat(where.directory, name.c_str(), 0);
+        made = ::openat(where.directory, name.c_str(), flags, 0600);
+    }
+    const open_file out(made);
+    if (!out.good())
+        return pass_over_data(fail("make", full, errno));
+    touched(where.directory, out.get());
+    bool consumed = false;
+    const auto written = write_from(in, out.get(), full, consumed);
+    if (written != cm_command::success)
+        return written;
+    return give_attributes(out.get(), full);
+}
+
+// Writes the data to `name` beside the target, then renames it to `into`.
+cm_result km_file::bring(const std::string& name, const std::string& into) {
+    unzipping_channel* in = nullptr;
+    const auto opened = open_data(in);
+    if (opened != cm_command::success)
+        return opened;
+    const std::string target = directory_part(path_bytes()) + into;
+    const auto parents = make_parents(target);
+    if (parents != cm_command::success)
+        return pass_over_data(parents);
+    const place where = locate(target);
+    if (!where.found())
+        return pass_over_data(fail("reach", where.parent, where.error));
+    temporary_may_be_left = true;
+    const auto written = write_temporary(*in, where, name);
+    KM_KILL_POINT("file.before_rename");
+    if (written != cm_command::success || !replace_name(where, name)) {
+        const int error = errno;
+        remove_name(where.parent + "/" + name, false);
+        return written != cm_command::success ? written : fail("put in place", target, error);
+    }
+    temporary_may_be_left = false;
+    return cm_command::success;
+}
+
+cm_result km_file::put(int) {
+    const std::string& bytes = path_bytes();
+    return bring(temporary_name(), bytes.substr(bytes.find_last_of('/') + 1));
+}
+
+// The staged copy stands beside the target, so that the commit is a rename. Where parents are
+// missing it stands in the nearest one that is there.
+cm_result km_file::stage() {
+    std::string nearest = path_bytes();
+    place where = locate(nearest);
+    while (!where.found() && where.error == ENOENT && where.parent != "/") {
+        nearest = where.parent;
+        where = locate(nearest);
+    }
+    if (!where.found())
+        return pass_over_data(fail("reach", path_bytes(), where.error));
+    const std::string base = where.parent == "/" ? "/" : where.parent + "/";
+    const std::string name = temporary_name();
+    const ustring final_name((base + name + "s").c_str());
+    if (staged && staged_name == final_name && is_identical(p_prepare))
+        return skip_data();
+    unzipping_channel* in = nullptr;
+    const auto opened = open_data(in);
+    if (opened != cm_command::success)
+        return opened;
+    staged = 0;
+    place staging = locate(final_name.mbcs_str());
+    if (!staging.found())
+        return pass_over_data(fail("reach", staging.parent, staging.error));
+    const auto written = write_temporary(*in, staging, name);
+    if (written != cm_command::success || !replace_name(staging, name)) {
+        const int error = errno;
+        remove_name(base + name, false);
+        return written != cm_command::success ? written
+                                              : fail("prepare", final_name.mbcs_str(), error);
+    }
+    staged = 1;
+    staged_name = final_name;
+    return cm_command::success;
+}
+
+cm_result km_file::put_staged(int) {
+    if (!staged)
+        return stands_identical(path_bytes(), true) ? cm_command::success
+                                                    : fail(om_no_staged, path_bytes());
+    const std::string from(staged_name.mbcs_str());
+    struct stat about {};
+    // A commit that was cut behind the rename.
+    if (!look_at(from, about) && stands_identical(path_bytes(), true)) {
+        staged = 0;
+        staged_name = ustring();
+        return cm_command::success;
+    }
+    if (!stands_identical(from, false))
+        return fail(om_no_staged, path_bytes());
+    const auto parents = make_parents(path_bytes());
+    if (parents != cm_command::success)
+        return parents;
+    if (!move_name(from, path_bytes()))
+        return fail("put in place", path_bytes(), errno);
+    staged = 0;
+    staged_name = ustring();
+    return cm_command::success;
+}
+
+cm_result km_file::take() {
+    struct stat about {};
+    const std::string& bytes = path_bytes();
+    if (!look_at(bytes, about))
+        return errno == ENOENT || errno == ENOTDIR ? cm_command::success
+                                                   : fail("look at", bytes, errno);
+    if (S_ISDIR(about.st_mode))
+        return fail(om_is_directory, bytes);
+    KM_KILL_POINT("file.before_unlink");
+    const auto removed = remove_own(bytes);
+    if (removed == cm_command::success)
+        remove_made_parents(bytes);
+    return removed;
+}
+
+cm_result km_file::check_target(const place& where, const struct stat* present) {
+    if (present && S_ISDIR(present->st_mode))
+        return fail(om_is_directory, path_bytes());
+    std::string needed, free_bytes;
+    const long replaced = present && S_ISREG(present->st_mode) ? present->st_size : 0;
+    if (note_room(where.directory, size, replaced, needed, free_bytes))
+        return cm_command::success;
+    if (errno != ENOSPC)
+        return fail("ask for the room of", where.parent, errno);
+    tell(package, om_no_room, where.parent, needed, free_bytes);
+    return result = cm_command::temporary_failure;
+}
+
+bool km_file::stands_identical(const std::string& at, bool with_rights) {
+    struct stat about {};
+    if (!look_at(at, about) || !S_ISREG(about.st_mode) || about.st_size != size ||
+        (with_rights && !same_rights(about)))
+        return false;
+    const open_file in(open_for_reading(at));
+    return in.good() && ustring(digest_of_open_file(in.get()).c_str()) == digest;
+}
+
+int km_file::is_identical(int phase) {
+    if (!well_formed())
+        return 0;
+    if (phase == p_prepare)
+        return staged && stands_identical(staged_name.mbcs_str(), false);
+    return stands_identical(path_bytes(), true);
+}
+
+cm_result km_file::can_read() {
+    const open_file in(open_for_reading(path_bytes()));
+    return result = in.good() ? cm_command::success : fail("read", path_bytes(), errno);
+}
+
+cm_object* km_file::get_undo_object() {
+    struct stat about {};
+    if (!look_at(path_bytes(), about)) {
+        fail("look at", path_bytes(), errno);
+        return nullptr;
+    }
+    if (!S_ISREG(about.st_mode)) {
+        fail(om_special, path_bytes());
+        return nullptr;
+    }
+    auto* undo = new km_file;
+    undo->path = path;
+    undo->package = package;
+    undo->take_metadata(about);
+    undo->size = about.st_size;
+    return undo;
+}
+
+// On the machine that packs the source is an own path; the source of an undo is the live path.
+int km_file::open_source() {
+    return source.empty() ? open_for_reading(path_bytes())
+                          : ::open(source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+}
+
+cm_result km_file::load(int) {
+    result = cm_command::success;
+    const std::string& shown = source.empty() ? path_bytes() : source;
+    const open_file in(open_source());
+    struct stat about {};
+    if (!in.good() || ::fstat(in.get(), &about) != 0)
+        return fail("read", shown, errno);
+    if (!S_ISREG(about.st_mode))
+        return fail(om_special, shown);
+    take_metadata(about);
+    size = about.st_size;
+    const std::string sum = digest_of_open_file(in.get());
+    if (sum.empty())
+        return fail("read", shown, errno);
+    digest = ustring(sum.c_str());
+    sequence = next_data_sequence();
+    return result;
+}
+
+cm_result km_file::save(zipping_channel* out) {
+    result = cm_command::success;
+    const std::string& shown = source.empty() ? path_bytes() : source;
+    const open_file in(open_source());
+    if (!in.good())
+        return fail("read", shown, errno);
+    auto* entry = new zip_entry(data_entry_name(sequence).c_str());
+    entry->size = size;
+    long seconds = modification_time().tv_sec;
+    if (seconds == -1)
+        seconds = 0; // would ask for the present
+    entry->time = unix2dostime(&seconds);
+    if (!out->put_next_entry(entry))
+        return result = cm_command::failure;
+    sha256 sum;
+    long passed = 0;
+    for (;;) {
+        const ssize_t got = ::read(in.get(), block, block_size);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return fail("read", shown, errno);
+        if (got == 0)
+            break;
+        passed += got;
+        if (passed > size)
+            break;
+        sum.add(block, static_cast<size_t>(got));
+        out->write(block, static_cast<int>(got));
+    }
+    if (passed != size || ustring(sum.finish().c_str()) != digest) {
+        fail(om_changed, shown);
+        return result = cm_command::temporary_failure;
+    }
+    out->close_entry();
+    return result = out->get_error() ? cm_command::failure : cm_command::success;
+}
+
+cm_result km_file::save(unzipping_channel* in, zipping_channel* out) {
+    result = cm_command::success;
+    if (sequence <= 0)
+        return result;
+    switch (align(*in, sequence)) {
+    case alignment::mine:
+        break;
+    case alignment::lost_stream:
+        return result = cm_command::success_retry;
+    default:
+        return fail(om_no_data, path_bytes());
+    }
+    if (!out)
+        return result = in->close_entry() ? cm_command::success : fail(om_stream, path_bytes());
+    auto* entry = new zip_entry(data_entry_name(sequence).c_str());
+    entry->size = size;
+    entry->time = in->current_entry()->time;
+    if (!out->put_next_entry(entry))
+        return result = cm_command::failure;
+    for (int got; (got = in->read(block, block_size)) >= 0;)
+        out->write(block, got);
+    out->close_entry();
+    if (in->get_error())
+        return fail(om_stream, path_bytes());
+    return result = out->get_error() ? cm_command::failure : cm_command::success;
+}
+
+namespace {
+long crc_of(int descriptor) {
+    CRC32 sum;
+    for (;;) {
+        const ssize_t got = ::read(descriptor, block, block_size);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return -1;
+        if (got == 0)
+            return static_cast<long>(sum.get_value());
+        sum.update(block, 0, static_cast<int>(got));
+    }
+}
+} // namespace
+
+cm_result km_file::delta_save(pathname*, unzipping_channel* in, zipping_channel* out) {
+    result = cm_command::success;
+    const std::string& shown = source.empty() ? path_bytes() : source;
+    const open_file file(open_source());
+    if (!file.good())
+        return fail("read", shown, errno);
+    const long in_base = package ? package->get_crc_from_CEN(pathname(path)) : 0;
+    if (in_base && in_base == crc_of(file.get()))
+        return result;
+    return in ? save(in, out) : save(out);
+}
+
+cm_result km_file::skip_data() {
+    unzipping_channel* in = package ? package->get_input_channel() : nullptr;
+    if (!in || sequence <= 0)
+        return result = cm_command::success;
+    switch (align(*in, sequence)) {
+    case alignment::mine:
+        if (in->close_entry())
+            return result = cm_command::success;
+        if (in->get_error() == channel_network)
+            return result = cm_command::success_retry;
+        break;
+    case alignment::not_ahead:
+        return result = cm_command::success;
+    case alignment::lost_stream:
+        return result = cm_command::success_retry;
+    default:
+        break;
+    }
+    fail(om_stream, path_bytes());
+    return result = cm_command::fatal_failure;
+}
+
+extern "C" codable* make_KmFile() { return new km_file; }
+
+} // namespace km

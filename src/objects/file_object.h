@@ -1,0 +1,46 @@
+// file_object: a regular file
+#pragma once
+
+#include "data_entry.h"
+#include "km_object.h"
+
+namespace km {
+
+class km_file : public km_object {
+  public:
+    codable* clone() const override { return new km_file(*this); }
+    const char* codable_name() const override;
+
+    long get_size() override { return size; }
+    cm_result can_read() override;
+    int is_identical(int phase) override;
+    cm_object* get_undo_object() override;
+    // Looks at the source: size and digest are known before the tree is coded.
+    cm_result load(int load) override;
+    cm_result save(zipping_channel* out) override;
+    cm_result save(unzipping_channel* in, zipping_channel* out) override;
+    // Writes no data where the base package holds the same: the file must stand then.
+    cm_result delta_save(pathname* base, unzipping_channel* in, zipping_channel* out) override;
+    cm_result skip_data() override;
+
+  protected:
+    cm_result put(int phase) override;
+    cm_result take() override;
+    cm_result stage() override;
+    cm_result put_staged(int phase) override;
+    cm_result check_target(const place& where, const struct stat* present) override;
+    bool is_same_kind(const struct stat& about) const override { return S_ISREG(about.st_mode); }
+
+  private:
+    // Where the data come from: opens this file's entry.
+    cm_result open_data(unzipping_channel*& in);
+    cm_result pass_over_data(cm_result with);
+    cm_result write_from(unzipping_channel& in, int out, const std::string& name, bool& consumed);
+    cm_result write_temporary(unzipping_channel& in, const place& where, const std::string& name);
+    cm_result give_attributes(int descriptor, const std::string& name);
+    cm_result bring(const std::string& name, const std::string& into);
+    bool stands_identical(const std::string& at, bool with_rights);
+    int open_source();
+};
+
+} // namespace km

@@ -1,0 +1,325 @@
+// km_object: what files, directories and links have in common
+// format: docs/formats/package-file.md
+// invariants: every operation may run a second time; what is replaced stands whole, old or new
+#include "km_object.h"
+
+#include "codec.h"
+#include "crc.h"
+#include "exporter.h"
+#include "importer.h"
+#include "made_directories.h"
+#include "object_messages.h"
+#include "package.h"
+#include "room.h"
+#include "trclog.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace km {
+
+bool is_privileged() { return ::geteuid() == 0; }
+
+void km_object::encode_object(encoder& to) const {
+    cm_object::encode_object(to);
+    to.encode_string_field(200, path);
+    to.encode_integer_field(201, mode);
+    to.encode_integer_field(202, owner);
+    to.encode_integer_field(203, group);
+    to.encode_string_field(204, mtime);
+    to.encode_string_field(205, ustring(std::to_string(size).c_str()));
+    to.encode_string_field(206, digest);
+    to.encode_integer_field(207, sequence);
+    to.encode_boolean_field(208, staged);
+    to.encode_string_field(209, staged_name);
+    to.encode_boolean_field(210, created);
+}
+
+codable* km_object::decode_object(decoder& from, long stream_version) {
+    cm_object::decode_object(from, stream_version);
+    from.decode_string_field(200, path);
+    from.decode_integer_field(201, mode);
+    from.decode_integer_field(202, owner);
+    from.decode_integer_field(203, group);
+    from.decode_string_field(204, mtime);
+    ustring bytes;
+    from.decode_string_field(205, bytes);
+    size = std::strtol(bytes.mbcs_str(), nullptr, 10);
+    if (size < 0)
+        size = 0;
+    mode &= 07777;
+    from.decode_string_field(206, digest);
+    from.decode_integer_field(207, sequence);
+    from.decode_boolean_field(208, staged);
+    from.decode_string_field(209, staged_name);
+    from.decode_boolean_field(210, created);
+    return this;
+}
+
+void km_object::import(importer& from) {
+    cm_object::import(from);
+    from.get_string("path", &path);
+    ustring octal;
+    if (from.get_string("mode", &octal))
+        mode = static_cast<std::int32_t>(std::strtol(octal.mbcs_str(), nullptr, 8)) & 07777;
+    from.get_integer("owner", &owner);
+    from.get_integer("group", &group);
+}
+
+void km_object::export_(exporter& to) const {
+    cm_object::export_(to);
+    to.put_string("path", path);
+    char octal[8];
+    std::snprintf(octal, sizeof octal, "%04o", static_cast<unsigned>(mode) & 07777U);
+    to.put_string("mode", ustring(octal));
+    to.put_integer("owner", owner);
+    to.put_integer("group", group);
+}
+
+const std::string& km_object::path_bytes() const {
+    if (bytes_.empty() || bytes_of_ != path) {
+        bytes_ = path.mbcs_str();
+        bytes_of_ = path;
+    }
+    return bytes_;
+}
+
+bool km_object::well_formed() const {
+    const std::string& bytes = path_bytes();
+    return !bytes.empty() && bytes[0] == '/' && bytes.find("$(") == std::string::npos;
+}
+
+// The same name in every run, so that a second run overwrites what a kill left, and never piles up.
+std::string km_object::temporary_name() const {
+    constexpr size_t longest_kept = 230;
+    const std::string& bytes = path_bytes();
+    const size_t slash = bytes.find_last_of('/');
+    const std::string name = slash == std::string::npos ? bytes : bytes.substr(slash + 1);
+    std::string key = bytes + "\n" + std::to_string(index_);
+    if (package)
+        key += std::string("\n") + package->name.mbcs_str() + "^" + package->version.mbcs_str();
+    CRC32 sum;
+    sum.update(reinterpret_cast<const unsigned char*>(key.data()), 0, static_cast<int>(key.size()));
+    char mark[16];
+    std::snprintf(mark, sizeof mark, ".km~%08lx",
+                  static_cast<unsigned long>(sum.get_value()) & 0xFFFFFFFFUL);
+    return "." + name.substr(0, longest_kept) + mark;
+}
+
+cm_result km_object::fail(const char* what, const std::string& of, int error) {
+    tell_errno(package, what, of, error);
+    const bool passing = error == ENOSPC || error == EDQUOT || error == EBUSY || error == ETXTBSY ||
+                         error == EAGAIN || error == EMFILE || error == ENFILE;
+    return result = passing ? cm_command::temporary_failure : cm_command::failure;
+}
+
+cm_result km_object::fail(long message, const std::string& of) {
+    tell(package, static_cast<object_message>(message), of);
+    return result = cm_command::failure;
+}
+
+void km_object::take_metadata(const struct stat& about) {
+    mode = static_cast<std::int32_t>(about.st_mode & 07777);
+    owner = static_cast<std::int32_t>(about.st_uid);
+    group = static_cast<std::int32_t>(about.st_gid);
+    char text[40];
+    std::snprintf(text, sizeof text, "%" PRId64 ".%09ld", static_cast<int64_t>(about.st_mtim.tv_sec),
+                  about.st_mtim.tv_nsec);
+    mtime = ustring(text);
+}
+
+timespec km_object::modification_time() const {
+    const std::string text = mtime.mbcs_str();
+    char* dot = nullptr;
+    timespec when{};
+    when.tv_sec = std::strtoll(text.c_str(), &dot, 10);
+    when.tv_nsec = dot && *dot == '.' ? std::strtol(dot + 1, nullptr, 10) : 0;
+    if (when.tv_nsec < 0 || when.tv_nsec > 999999999)
+        when.tv_nsec = 0;
+    return when;
+}
+
+bool km_object::same_rights(const struct stat& about) const {
+    if (static_cast<std::int32_t>(about.st_mode & 07777) != mode)
+        return false;
+    return !is_privileged() || (static_cast<std::int32_t>(about.st_uid) == owner &&
+                                static_cast<std::int32_t>(about.st_gid) == group);
+}
+
+cm_result km_object::make_parents(const std::string& of) {
+    int error = 0;
+    for (const std::string& parent : missing_parents(of, error)) {
+        if (package && !note_made_directory(*package, parent))
+            return fail("note the directory", parent, errno);
+        if (!make_directory(parent, 0755))
+            return fail("make the directory", parent, errno);
+    }
+    return error ? fail("reach", of, error) : cm_command::success;
+}
+
+void km_object::remove_made_parents(const std::string& of) {
+    std::string parent = of;
+    while (package) {
+        const size_t slash = parent.find_last_of('/');
+        if (slash == std::string::npos || slash == 0)
+            return;
+        parent.erase(slash);
+        if (!made_by(*package, parent) || !remove_name(parent, true))
+            return;
+    }
+}
+
+cm_result km_object::remove_own(const std::string& name) {
+    if (remove_name(name, false))
+        return cm_command::success;
+    return fail("remove", name, errno);
+}
+
+void km_object::drop_temporary() {
+    if (!temporary_may_be_left || !well_formed())
+        return;
+    const std::string& bytes = path_bytes();
+    remove_name(bytes.substr(0, bytes.find_last_of('/') + 1) + temporary_name(), false);
+    temporary_may_be_left = false;
+}
+
+// Whether the object could be put in place: the nearest parent that is there must take names.
+cm_result km_object::check_add(int phase) {
+    result = cm_command::success;
+    if (phase == p_commit_before_reboot || is_quiet_phase(phase))
+        return result;
+    if (!well_formed())
+        return fail(om_undefined, path_bytes());
+    std::string nearest = path_bytes();
+    place where = locate(nearest);
+    while (!where.found() && where.error == ENOENT && where.parent != "/") {
+        nearest = where.parent;
+        where = locate(nearest);
+    }
+    if (!where.found())
+        return fail("reach", where.parent.empty() ? path_bytes() : where.parent, where.error);
+    if (!may_write_in(where))
+        return fail("write in", where.parent, errno);
+    struct stat about {};
+    const bool present = nearest == path_bytes() && look_at(path_bytes(), about);
+    return check_target(where, present ? &about : nullptr);
+}
+
+cm_result km_object::check_remove(int phase) {
+    result = cm_command::success;
+    const bool rolls_back = package && package->operation_phase == ustring(u"rollback");
+    if (rolls_back || is_quiet_phase(phase))
+        return result;
+    if (!well_formed())
+        return fail(om_undefined, path_bytes());
+    const place where = locate(path_bytes());
+    if (!where.found())
+        return where.error == ENOENT || where.error == ENOTDIR
+                   ? cm_command::success
+                   : fail("reach", where.parent, where.error);
+    if (!may_write_in(where))
+        return fail("write in", where.parent, errno);
+    return result;
+}
+
+cm_result km_object::add(int phase) {
+    result = cm_command::success;
+    if (!well_formed())
+        return is_quiet_phase(phase) ? result : fail(om_undefined, path_bytes());
+    switch (phase) {
+    case p_do:
+        return result = put(phase);
+    case p_prepare:
+        return result = stage();
+    case p_commit:
+    case p_commit_after_reboot:
+        return result = put_staged(phase);
+    case p_commit_before_reboot:
+        return result; // the second pass does it all
+    case p_do_cleanup:
+        drop_temporary();
+        return result = finish_add();
+    case p_prepare_cleanup:
+        drop_temporary(); // a staged copy that is whole waits for the commit
+        return result;
+    case p_commit_cleanup:
+        if (staged && !staged_name.empty())
+            remove_name(staged_name.mbcs_str(), false);
+        staged = 0;
+        staged_name = ustring();
+        drop_temporary();
+        return result = finish_add();
+    default:
+        return result;
+    }
+}
+
+cm_result km_object::remove(int phase) {
+    result = cm_command::success;
+    if (!well_formed())
+        return is_quiet_phase(phase) ? result : fail(om_undefined, path_bytes());
+    const auto drop_staged = [this] {
+        if (staged && !staged_name.empty() && !remove_name(staged_name.mbcs_str(), false))
+            return fail("remove", staged_name.mbcs_str(), errno);
+        staged = 0;
+        staged_name = ustring();
+        return cm_command::success;
+    };
+    const ustring word = package ? package->operation_phase : ustring();
+    switch (phase) {
+    case p_do:
+    case p_commit:
+    case p_commit_after_reboot:
+        return result = take();
+    case p_prepare:
+        // A rollback takes the staged copy back; a remove that is only prepared changes nothing.
+        return result = word == ustring(u"rollback") ? drop_staged() : check_remove(phase);
+    case p_prepare_cleanup:
+        if (word == ustring(u"rollback_cleanup"))
+            drop_staged();
+        drop_temporary();
+        return result;
+    case p_do_cleanup:
+    case p_commit_cleanup:
+        drop_temporary();
+        return result;
+    default:
+        return result;
+    }
+}
+
+int km_object::exists(int phase) {
+    struct stat about {};
+    if (!well_formed())
+        return 0;
+    if (phase == p_prepare)
+        return staged && look_at(staged_name.mbcs_str(), about);
+    return look_at(path_bytes(), about);
+}
+
+// A verify and an undo ask what is there, not what may be replaced.
+int km_object::is_newer() {
+    if (package && (package->operation_name == ustring(u"verify") ||
+                    package->operation_name == ustring(u"undo")))
+        return 0;
+    struct stat about {};
+    return well_formed() && look_at(path_bytes(), about) &&
+           about.st_mtim.tv_sec > modification_time().tv_sec;
+}
+
+long km_object::load_modification_time() {
+    struct stat about {};
+    return well_formed() && look_at(path_bytes(), about) ? about.st_mtim.tv_sec : 0;
+}
+
+cm_result km_object::load(int) { return result = cm_command::success; }
+
+ustring km_object::get_log(int) {
+    return size ? path + ustring((" (" + std::to_string(size) + " bytes)").c_str()) : path;
+}
+
+} // namespace km

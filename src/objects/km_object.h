@@ -1,0 +1,100 @@
+// km_object: what files, directories and links have in common
+//
+// Coded form behind that of cm_object: string field 200 path, integer fields 201 mode (twelve
+// bits), 202 owner, 203 group, string field 204 time of modification ("seconds.nanoseconds", nine
+// digits behind the dot), string field 205 size in bytes, string field 206 digest (SHA-256 in
+// hexadecimal, empty where there are no data), integer field 207 number of the data entry (0 none),
+// boolean field 208 staged, string field 209 staged name, boolean field 210 created.
+#pragma once
+
+#include "object.h"
+#include "target_root.h"
+
+#include <string>
+#include <sys/stat.h>
+
+namespace km {
+
+class km_object : public cm_object {
+  public:
+    codable* decode_object(decoder& from, long stream_version) override;
+    void encode_object(encoder& to) const override;
+    long codable_version() const override { return 1; }
+    // Keys "path", "mode", "owner", "group".
+    void import(importer& from) override;
+    void export_(exporter& to) const override;
+
+    cm_result check_add(int phase) override;
+    cm_result check_remove(int phase) override;
+    cm_result add(int phase) override;
+    cm_result remove(int phase) override;
+    int exists(int phase) override;
+    int is_newer() override;
+    long load_modification_time() override;
+    cm_result load(int load) override;
+    ustring get_name() override { return path; }
+    ustring get_log(int action) override;
+
+    // Where `load` and `save` find it on the machine that packs; not below the target root.
+    void set_source(const std::string& file) { source = file; }
+    // Tells the temporary names of the commands of a package apart.
+    void set_index(int index) { index_ = index; }
+
+    // The path as bytes of a file name.
+    const std::string& path_bytes() const;
+    void set_path(const ustring& text) { path = text; }
+    std::string temporary_name() const;
+
+    ustring path;
+    std::int32_t mode = 0;
+    std::int32_t owner = 0;
+    std::int32_t group = 0;
+    ustring mtime; // "seconds.nanoseconds"
+    long size = 0;
+    ustring digest;
+    std::int32_t sequence = 0;
+    std::int32_t staged = 0;
+    ustring staged_name; // full path
+    std::int32_t created = 0;
+    std::string source; // not coded
+
+  protected:
+    // What a class does in the phases that change the machine. The parent is there.
+    virtual cm_result put(int phase) = 0;
+    virtual cm_result take() = 0;
+    // In p_prepare: makes the staged copy, or checks only.
+    virtual cm_result stage() { return cm_command::success; }
+    // In commit: puts the staged copy in place.
+    virtual cm_result put_staged(int phase) { return put(phase); }
+    virtual cm_result finish_add() { return cm_command::success; }
+    // Checks of a class beside those of all: the target is `present`, or null.
+    virtual cm_result check_target(const place&, const struct stat*) {
+        return cm_command::success;
+    }
+    virtual bool is_same_kind(const struct stat& about) const = 0;
+
+    cm_result fail(const char* what, const std::string& path, int error);
+    cm_result fail(long message, const std::string& path);
+    void take_metadata(const struct stat& about);
+    bool same_rights(const struct stat& about) const;
+    timespec modification_time() const;
+    // Missing parents of `path`, each noted as made by the package before it is.
+    cm_result make_parents(const std::string& of);
+    // Parents that this package made and that are empty now.
+    void remove_made_parents(const std::string& of);
+    cm_result remove_own(const std::string& name);
+    void drop_temporary();
+    bool well_formed() const;
+
+    bool temporary_may_be_left = true;
+
+  private:
+    mutable std::string bytes_;
+    mutable ustring bytes_of_;
+    int index_ = 0;
+};
+
+// Whether this process may give files away.
+bool is_privileged();
+
+} // namespace km

@@ -1,0 +1,127 @@
+// object_commands: the commands that put the objects of this library in place
+// format: docs/formats/package-file.md
+// invariant: a command always has an object of its class
+#include "object_commands.h"
+
+#include "directory_object.h"
+#include "exporter.h"
+#include "file_object.h"
+#include "importer.h"
+#include "link_object.h"
+#include "trclog.h"
+
+namespace km {
+
+namespace {
+void tell_index(cm_object* object, int index) {
+    if (auto* one = dynamic_cast<km_object*>(object))
+        one->set_index(index);
+}
+} // namespace
+
+void km_add_command::import(importer& from) { cm_add_object::import(from); }
+
+void km_add_command::export_(exporter& to) const {
+    to.begin_stanza(stanza());
+    cm_add_object::export_(to);
+    to.end_stanza();
+}
+
+void km_add_command::can_execute(int action, int phase) {
+    tell_index(object, command_index);
+    cm_add_object::can_execute(action, phase);
+}
+
+void km_add_command::do_execute(int action, int phase) {
+    tell_index(object, command_index);
+    cm_add_object::do_execute(action, phase);
+}
+
+// The walk calls this only for a command that it passes over.
+void km_add_command::skip_data() {
+    cm_add_object::skip_data();
+    if (result == success)
+        is_effective = 0;
+}
+
+// The undo is written as classes of this library, so that it is read back by them.
+cm_command* km_add_command::get_undo_command(int action) {
+    tell_index(object, command_index);
+    return cm_add_object::get_undo_command(action);
+}
+
+void km_add_command::do_sharing_control(int action, int phase) {
+    do_default_sharing_control(action, phase);
+}
+
+void km_remove_command::import(importer& from) { cm_remove_object::import(from); }
+
+void km_remove_command::export_(exporter& to) const {
+    to.begin_stanza(stanza());
+    cm_remove_object::export_(to);
+    to.end_stanza();
+}
+
+void km_remove_command::can_execute(int action, int phase) {
+    tell_index(object, command_index);
+    cm_remove_object::can_execute(action, phase);
+}
+
+void km_remove_command::do_execute(int action, int phase) {
+    tell_index(object, command_index);
+    cm_remove_object::do_execute(action, phase);
+}
+
+cm_command* km_remove_command::get_undo_command(int action) {
+    tell_index(object, command_index);
+    return cm_remove_object::get_undo_command(action);
+}
+
+namespace {
+struct names {
+    const char* coded;
+    const char* stanza;
+};
+
+template <class Base, class Object, const names& Names> class command_on : public Base {
+  public:
+    explicit command_on(cm_object* of) : Base(of ? of : new Object) {}
+    codable* clone() const override { return new command_on(*this); }
+    const char* codable_name() const override { return Names.coded; }
+
+  protected:
+    const char* stanza() const override { return Names.stanza; }
+};
+
+constexpr names add_file{"com.ombrel.sd.cmObjects.KmAddFile", "add_file"};
+constexpr names add_directory{"com.ombrel.sd.cmObjects.KmAddDirectory", "add_directory"};
+constexpr names add_link{"com.ombrel.sd.cmObjects.KmAddLink", "add_link"};
+constexpr names remove_file{"com.ombrel.sd.cmObjects.KmRemoveFile", "remove_file"};
+constexpr names remove_directory{"com.ombrel.sd.cmObjects.KmRemoveDirectory", "remove_directory"};
+constexpr names remove_link{"com.ombrel.sd.cmObjects.KmRemoveLink", "remove_link"};
+} // namespace
+
+cm_add_object* new_add_file(cm_object* of) {
+    return new command_on<km_add_command, km_file, add_file>(of);
+}
+cm_add_object* new_add_directory(cm_object* of) {
+    return new command_on<km_add_command, km_directory, add_directory>(of);
+}
+cm_add_object* new_add_link(cm_object* of) {
+    return new command_on<km_add_command, km_link, add_link>(of);
+}
+
+extern "C" codable* make_KmAddFile() { return new_add_file(); }
+extern "C" codable* make_KmAddDirectory() { return new_add_directory(); }
+extern "C" codable* make_KmAddLink() { return new_add_link(); }
+extern "C" codable* make_KmRemoveFile() {
+    return new command_on<km_remove_command, km_file, remove_file>(nullptr);
+}
+extern "C" codable* make_KmRemoveDirectory() {
+    return new command_on<km_remove_command, km_directory, remove_directory>(nullptr);
+}
+extern "C" codable* make_KmRemoveLink() {
+    return new command_on<km_remove_command, km_link, remove_link>(nullptr);
+}
+
+} // namespace km

@@ -1,0 +1,49 @@
+// object_commands: the commands that put the objects of this library in place
+//
+// Each wraps the stanza of its name around the keys of the command, tells its object which command
+// it belongs to, and switches itself off where it was passed over: what was never added must not be
+// removed later.
+#pragma once
+
+#include "object_command.h"
+
+namespace km {
+
+class km_object;
+
+class km_add_command : public cm_add_object {
+  public:
+    using cm_add_object::cm_add_object;
+    void import(importer& from) override;
+    void export_(exporter& to) const override;
+    void can_execute(int action, int phase) override;
+    void do_execute(int action, int phase) override;
+    void skip_data() override;
+    cm_command* get_undo_command(int action) override;
+    void do_sharing_control(int action, int phase) override;
+
+  protected:
+    virtual const char* stanza() const = 0;
+    void tell_object() const;
+};
+
+class km_remove_command : public cm_remove_object {
+  public:
+    using cm_remove_object::cm_remove_object;
+    void import(importer& from) override;
+    void export_(exporter& to) const override;
+    void can_execute(int action, int phase) override;
+    void do_execute(int action, int phase) override;
+    cm_command* get_undo_command(int action) override;
+
+  protected:
+    virtual const char* stanza() const = 0;
+};
+
+// The classes: KmAddFile, KmAddDirectory, KmAddLink and KmRemoveFile, KmRemoveDirectory,
+// KmRemoveLink. `of` is taken over; null makes an empty object.
+cm_add_object* new_add_file(cm_object* of = nullptr);
+cm_add_object* new_add_directory(cm_object* of = nullptr);
+cm_add_object* new_add_link(cm_object* of = nullptr);
+
+} // namespace km
