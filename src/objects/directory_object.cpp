@@ -59,9 +59,8 @@ cm_result km_directory::finish_add() {
     if (::fstatat(where.directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0 ||
         !S_ISDIR(about.st_mode))
         return cm_command::success; // gone again: there is nothing to finish
-    if (is_privileged() &&
-        ::fchownat(where.directory, name, static_cast<uid_t>(owner), static_cast<gid_t>(group),
-                   AT_SYMLINK_NOFOLLOW) != 0)
+    if (is_privileged() && ::fchownat(where.directory, name, static_cast<uid_t>(owner),
+                                      static_cast<gid_t>(group), AT_SYMLINK_NOFOLLOW) != 0)
         return fail("give an owner to", bytes, errno);
     const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
     if (::utimensat(where.directory, name, times, AT_SYMLINK_NOFOLLOW) != 0 &&

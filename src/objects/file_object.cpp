@@ -395,7 +395,7 @@ long crc_of(int descriptor) {
             return -1;
         if (got == 0)
             return static_cast<long>(sum.get_value());
-        sum.update(block, 0, static_cast<int>(got));
+        sum.update(block, static_cast<int>(got));
     }
 }
 } // namespace

@@ -103,7 +103,7 @@ std::string km_object::temporary_name() const {
     if (package)
         key += std::string("\n") + package->name.mbcs_str() + "^" + package->version.mbcs_str();
     CRC32 sum;
-    sum.update(reinterpret_cast<const unsigned char*>(key.data()), 0, static_cast<int>(key.size()));
+    sum.update(reinterpret_cast<const unsigned char*>(key.data()), static_cast<int>(key.size()));
     char mark[16];
     std::snprintf(mark, sizeof mark, ".km~%08lx",
                   static_cast<unsigned long>(sum.get_value()) & 0xFFFFFFFFUL);
@@ -127,8 +127,8 @@ void km_object::take_metadata(const struct stat& about) {
     owner = static_cast<std::int32_t>(about.st_uid);
     group = static_cast<std::int32_t>(about.st_gid);
     char text[40];
-    std::snprintf(text, sizeof text, "%" PRId64 ".%09ld", static_cast<int64_t>(about.st_mtim.tv_sec),
-                  about.st_mtim.tv_nsec);
+    std::snprintf(text, sizeof text, "%" PRId64 ".%09ld",
+                  static_cast<int64_t>(about.st_mtim.tv_sec), about.st_mtim.tv_nsec);
     mtime = ustring(text);
 }
 

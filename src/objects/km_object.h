@@ -68,9 +68,7 @@ class km_object : public cm_object {
     virtual cm_result put_staged(int phase) { return put(phase); }
     virtual cm_result finish_add() { return cm_command::success; }
     // Checks of a class beside those of all: the target is `present`, or null.
-    virtual cm_result check_target(const place&, const struct stat*) {
-        return cm_command::success;
-    }
+    virtual cm_result check_target(const place&, const struct stat*) { return cm_command::success; }
     virtual bool is_same_kind(const struct stat& about) const = 0;
 
     cm_result fail(const char* what, const std::string& path, int error);

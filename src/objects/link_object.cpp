@@ -58,9 +58,8 @@ cm_result km_link::put(int) {
     ::unlinkat(where.directory, name.c_str(), 0);
     if (::symlinkat(target.mbcs_str(), where.directory, name.c_str()) != 0)
         return fail("make the link", bytes, errno);
-    if (is_privileged() &&
-        ::fchownat(where.directory, name.c_str(), static_cast<uid_t>(owner),
-                   static_cast<gid_t>(group), AT_SYMLINK_NOFOLLOW) != 0)
+    if (is_privileged() && ::fchownat(where.directory, name.c_str(), static_cast<uid_t>(owner),
+                                      static_cast<gid_t>(group), AT_SYMLINK_NOFOLLOW) != 0)
         return fail("give an owner to", bytes, errno);
     const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
     ::utimensat(where.directory, name.c_str(), times, AT_SYMLINK_NOFOLLOW);

@@ -9,18 +9,18 @@ class cm_package;
 
 // Keys of the objects' own message table; its name stands at index 0.
 enum object_message : long {
-    om_failed = 1,      // what, path, reason
-    om_no_room,         // directory, needed, free
-    om_digest,          // path
-    om_no_data,         // path
-    om_stream,          // path
-    om_undefined,       // path
-    om_is_directory,    // path
-    om_changed,         // path
-    om_special,         // path
-    om_not_replaced,    // path
-    om_not_empty,       // path
-    om_no_staged,       // path
+    om_failed = 1,   // what, path, reason
+    om_no_room,      // directory, needed, free
+    om_digest,       // path
+    om_no_data,      // path
+    om_stream,       // path
+    om_undefined,    // path
+    om_is_directory, // path
+    om_changed,      // path
+    om_special,      // path
+    om_not_replaced, // path
+    om_not_empty,    // path
+    om_no_staged,    // path
     object_messages_end
 };
 

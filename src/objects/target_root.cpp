@@ -28,6 +28,7 @@ struct root_state {
     std::string text;
     int descriptor = -1; // -1: the machine itself
     std::vector<cached> directories;
+    std::string absent; // a directory that was just found missing
     std::map<dev_t, int> changed;
     bool beyond_reach = false; // a changed file system of which no descriptor could be had
 };
@@ -70,9 +71,17 @@ int directory_of(const std::string& path) {
     int descriptor = cached_directory(path);
     if (descriptor >= 0)
         return descriptor;
-    descriptor = open_below(path, O_PATH | O_DIRECTORY);
-    if (descriptor < 0)
+    // Before an install all names of a missing directory are asked for one by one.
+    if (!state().absent.empty() && state().absent == path) {
+        errno = ENOENT;
         return -1;
+    }
+    descriptor = open_below(path, O_PATH | O_DIRECTORY);
+    if (descriptor < 0) {
+        if (errno == ENOENT)
+            state().absent = path;
+        return -1;
+    }
     auto& all = state().directories;
     if (all.size() == cached_directories) {
         ::close(all.front().descriptor);
@@ -161,6 +170,7 @@ std::vector<std::string> missing_parents(const std::string& path, int& error) {
 }
 
 int make_directory(const std::string& path, mode_t mode) {
+    state().absent.clear();
     place where = locate(path);
     if (!where.found()) {
         errno = where.error;
@@ -184,6 +194,7 @@ int make_directory(const std::string& path, mode_t mode) {
 }
 
 void forget_directories() {
+    state().absent.clear();
     for (auto& one : state().directories)
         ::close(one.descriptor);
     state().directories.clear();
@@ -243,6 +254,7 @@ int remove_name(const std::string& path, bool is_directory) {
 }
 
 int replace_name(const place& where, const std::string& temporary) {
+    state().absent.clear();
     if (::renameat(where.directory, temporary.c_str(), where.directory, where.name.c_str()) != 0) {
         if (errno != EACCES)
             return 0;
@@ -251,6 +263,25 @@ int replace_name(const place& where, const std::string& temporary) {
             return 0;
     }
     touched(where.directory);
+    return 1;
+}
+
+int move_name(const std::string& from, const std::string& to) {
+    const place old_place = locate(from);
+    const place new_place = locate(to);
+    // The second look-up may have closed the first directory.
+    const place from_place = locate(from);
+    if (!old_place.found() || !new_place.found() || !from_place.found()) {
+        errno = old_place.error ? old_place.error : new_place.error;
+        return 0;
+    }
+    writable_directory lifted_from(from_place.directory);
+    writable_directory lifted_to(new_place.directory);
+    if (::renameat(from_place.directory, from_place.name.c_str(), new_place.directory,
+                   new_place.name.c_str()) != 0)
+        return 0;
+    touched(new_place.directory);
+    touched(from_place.directory);
     return 1;
 }
 

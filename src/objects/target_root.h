@@ -61,6 +61,10 @@ int remove_name(const std::string& path, bool is_directory);
 // errno.
 int replace_name(const place& where, const std::string& temporary);
 
+// Renames from one path to another of the same file system, over what stands there. 1, or 0 with
+// errno.
+int move_name(const std::string& from, const std::string& to);
+
 // 1 if the caller may make and remove names in the directory, also by lifting the mode of a
 // directory of its own; 0 with errno.
 int may_write_in(const place& where);
