@@ -1,0 +1,276 @@
+// catalog_store: the catalog and the reference counts of a state, opened and locked
+// formats: docs/formats/persistent-table.md, docs/formats/reference-counts.md
+// invariants: nothing is changed before the lock is held; a file that some entry names is never
+// swept
+#include "catalog_store.h"
+
+#include "codec.h"
+#include "decode_channel.h"
+#include "durable.h"
+#include "file_channel.h"
+#include "location.h"
+#include "lockfile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <unistd.h>
+
+namespace kmhost {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* dummy_package = "@@_dummy_package_for_autoshare_@@";
+
+// "pid 123 (kmctl) since 10:00:00", from what the holder wrote into the lock file.
+std::string holder_of(const std::string& lock_file) {
+    std::ifstream in(lock_file);
+    long pid = 0, since = 0;
+    std::string command;
+    if (!(in >> pid >> since >> command))
+        return "another process";
+    char clock[32] = "";
+    const std::time_t seconds = since;
+    std::tm local{};
+    if (::localtime_r(&seconds, &local))
+        std::strftime(clock, sizeof clock, "%Y-%m-%d %H:%M:%S", &local);
+    return "process " + std::to_string(pid) + " (" + command + ", since " + clock + ")";
+}
+
+std::string damaged_text(const std::string& file) {
+    return "The catalog " + file +
+           " is damaged. Nothing was changed. 'kmctl check --repair' writes what can still be read "
+           "to a new file and keeps the damaged one beside it.";
+}
+
+bool decodes_as_table(const std::string& path) {
+    km::file_input_channel in{km::pathname(path.c_str())};
+    if (in.get_error())
+        return false;
+    in.inhibit(1);
+    km::decode_channel channel(&in);
+    km::decoder from(&channel);
+    const std::unique_ptr<km::Hashtable> table(from.take_owned_object<km::Hashtable>());
+    return table && from.get_status() == 0;
+}
+
+} // namespace
+
+catalog_store::catalog_store() = default;
+catalog_store::~catalog_store() { close(); }
+
+void catalog_store::close() {
+    counts_.reset();
+    catalog_.reset();
+    lock_.reset();
+}
+
+bool catalog_store::open(access_kind kind, long seconds, outcome& result) {
+    directory_ = setting("product_dir") + "/catalog";
+    file_ = directory_ + "/packages.pht";
+    if (kind == access_kind::read) {
+        std::error_code error;
+        if (!fs::exists(file_, error)) {
+            catalog_ = std::make_unique<km::Persistent_Hashtable>();
+            return true;
+        }
+        if (!load(result))
+            return false;
+        counts_ = std::make_unique<km::cm_ref_count_table>(km::pathname(directory_.c_str()), 1);
+        return true;
+    }
+    km::file(km::pathname(directory_.c_str())).mk_tree();
+    if (!lock(seconds, result) || !km::Persistent_Hashtable::recover(km::pathname(file_.c_str()))) {
+        if (!result.failed())
+            result.fail(exit_failed, "catalog", damaged_text(file_));
+        return false;
+    }
+    if (!load(result) || !restore_counts(result))
+        return false;
+    counts_ = std::make_unique<km::cm_ref_count_table>(km::pathname(directory_.c_str()), 0);
+    prune_counts();
+    sweep();
+    return true;
+}
+
+bool catalog_store::lock(long seconds, outcome& result) {
+    lock_ = std::make_unique<km::semaphore>(km::pathname(file_.c_str()), 0);
+    const std::time_t until = std::time(nullptr) + seconds;
+    for (;;) {
+        const int answer = lock_->wait2(0);
+        if (answer == km::semaphore::acquired)
+            return true;
+        const std::string lock_file = lock_->get_lock_file().mbcs_str();
+        if (answer == km::semaphore::failed) {
+            result.fail(exit_failed, "lock",
+                        "The lock file " + lock_file + " cannot be made: " + std::strerror(errno) +
+                            ".");
+            return false;
+        }
+        if (seconds >= 0 && std::time(nullptr) >= until) {
+            result.fail(exit_busy, "busy",
+                        "The catalog is in use by " + holder_of(lock_file) +
+                            ". Try again later, or wait longer with --wait SECONDS.",
+                        "pending");
+            return false;
+        }
+        ::usleep(100000);
+    }
+}
+
+bool catalog_store::load(outcome& result) {
+    catalog_ =
+        std::make_unique<km::Persistent_Hashtable>(km::pathname(file_.c_str()), 0, 0, nullptr);
+    switch (catalog_->get_table_error()) {
+    case 0:
+        return true;
+    case km::Persistent_Hashtable::cannot_open:
+        result.fail(exit_failed, "catalog",
+                    "The catalog " + file_ + " cannot be opened: " + std::strerror(errno) + ".");
+        return false;
+    default:
+        result.fail(exit_failed, "catalog", damaged_text(file_));
+        return false;
+    }
+}
+
+// A table that is gone or cannot be read would be replaced by an empty one, and objects that
+// packages share would go with the first of them.
+bool catalog_store::restore_counts(outcome& result) {
+    const std::string table = directory_ + "/rct.tme";
+    const std::string backup = directory_ + "/rctbak.tme";
+    std::error_code error;
+    const bool has_table = fs::exists(table, error), has_backup = fs::exists(backup, error);
+    if (has_table ? decodes_as_table(table) : !has_backup)
+        return true;
+    if (has_backup && decodes_as_table(backup)) {
+        fs::rename(backup, table, error);
+        if (!error)
+            return true;
+        result.fail(exit_failed, "counts",
+                    "The reference counts " + backup + " cannot be restored: " + error.message() +
+                        ".");
+        return false;
+    }
+    result.fail(exit_failed, "counts",
+                "The reference counts " + table +
+                    " cannot be read, and there is no good backup of them. Nothing was changed. "
+                    "'kmctl check --repair' starts new counts; objects that packages share then "
+                    "count for the packages that are installed again.");
+    return false;
+}
+
+const km::cm_catalog_entry* catalog_store::find(const std::string& name,
+                                                const std::string& version) const {
+    return catalog_->get_as<km::cm_catalog_entry>(
+        km::cm_catalog_key(km::ustring(name.c_str()), km::ustring(version.c_str())));
+}
+
+// Counts of packages that the catalog does not know: a kill fell between counts and entry.
+void catalog_store::prune_counts() {
+    struct stray {
+        km::ustring object, name, version;
+    };
+    std::vector<stray> strays;
+    if (const km::Hashtable* table = counts_->get_table()) {
+        km::Keyslist objects(*table);
+        while (km::HashtableEntry* one = objects.next_entry()) {
+            const auto* object = dynamic_cast<const km::ustring*>(one->get_key());
+            const auto* counter = dynamic_cast<const km::counter*>(one->get_value());
+            for (int i = 0; object && counter && i < counter->get_elements().size(); ++i) {
+                const auto* by = counter->get_elements().at<km::counter_element>(i);
+                if (by && by->name != km::ustring(dummy_package) &&
+                    !catalog_->get(km::cm_catalog_key(by->name, by->version)))
+                    strays.push_back({*object, by->name, by->version});
+            }
+        }
+    }
+    for (const auto& one : strays)
+        counts_->reset_counter(one.object, one.name, one.version);
+    if (!strays.empty())
+        counts_->commit();
+}
+
+// Profiles and backup packages that a kill left without an entry. What is younger than the lock may
+// be somebody's work of this moment.
+void catalog_store::sweep() {
+    std::set<std::string> named;
+    km::Keyslist entries(*catalog_);
+    while (km::HashtableEntry* one = entries.next_entry())
+        if (const auto* entry = dynamic_cast<const km::cm_catalog_entry*>(one->get_value())) {
+            named.insert(entry->profile_name.mbcs_str());
+            named.insert(entry->undo_package_name.mbcs_str());
+        }
+    const auto now = fs::file_time_type::clock::now();
+    for (const auto& [setting_name, prefix] :
+         {std::pair{"working_dir", "PP"}, std::pair{"backup_dir", "UP"}}) {
+        std::error_code error;
+        for (const auto& one : fs::directory_iterator(setting(setting_name), error)) {
+            const std::string name = one.path().filename().string();
+            if (name.compare(0, 2, prefix) != 0 || named.count(one.path().string()) ||
+                !one.is_regular_file(error))
+                continue;
+            if (one.last_write_time(error) < now && !error)
+                fs::remove(one.path(), error);
+        }
+    }
+}
+
+int catalog_store::flush() const {
+    const int descriptor = ::open(file_.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return errno == ENOENT;
+    const int done = km::sync_descriptor(descriptor);
+    ::close(descriptor);
+    return done;
+}
+
+bool catalog_store::repair(long seconds, outcome& result) {
+    catalog_store store;
+    store.directory_ = setting("product_dir") + "/catalog";
+    store.file_ = store.directory_ + "/packages.pht";
+    if (!store.lock(seconds, result))
+        return false;
+    std::error_code error;
+    if (!fs::exists(store.file_, error)) {
+        result.info("catalog", "There is no catalog yet; nothing is to repair.");
+        return true;
+    }
+    km::pathname copy((store.file_ + ".repaired").c_str());
+    fs::remove(copy.mbcs_str(), error);
+    {
+        const km::Persistent_Hashtable damaged(km::pathname(store.file_.c_str()), 0, 0, &copy);
+        const km::Persistent_Hashtable written(copy, 0, 0, nullptr);
+        if (written.get_table_error()) {
+            result.fail(exit_failed, "catalog",
+                        "Nothing can be read of the catalog " + store.file_ + ".");
+            return false;
+        }
+        result.info("catalog", std::to_string(written.size()) + " entries could be read.");
+    }
+    const std::string kept = store.file_ + ".damaged";
+    fs::rename(store.file_, kept, error);
+    if (!error)
+        fs::rename(copy.mbcs_str(), store.file_, error);
+    if (error) {
+        result.fail(exit_failed, "catalog",
+                    "The repaired catalog cannot be put in place: " + error.message() + ".");
+        return false;
+    }
+    km::sync_directory(km::pathname(store.directory_.c_str()));
+    const std::string table = store.directory_ + "/rct.tme";
+    if (fs::exists(table, error) && !decodes_as_table(table) &&
+        !decodes_as_table(store.directory_ + "/rctbak.tme"))
+        fs::rename(table, table + ".damaged", error);
+    result.info("catalog", "The catalog was written anew; the old file is " + kept + ".");
+    return true;
+}
+
+} // namespace kmhost

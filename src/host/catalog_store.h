@@ -1,0 +1,58 @@
+// catalog_store: the catalog and the reference counts of a state, opened and locked
+#pragma once
+
+#include "catalog.h"
+#include "outcome.h"
+#include "persistent_hashtable.h"
+#include "refcounttable.h"
+
+#include <memory>
+#include <string>
+
+namespace kmhost {
+
+enum class access_kind { read, change };
+
+// One opening for one command. A change takes the lock that guards everything below the product
+// directory, mends what a crash left, restores the reference counts, and sweeps files that no entry
+// names. A reader takes no lock and may see the catalog as it stood a moment ago.
+class catalog_store {
+  public:
+    catalog_store();
+    ~catalog_store();
+    catalog_store(const catalog_store&) = delete;
+    catalog_store& operator=(const catalog_store&) = delete;
+
+    // Waits for the lock up to `seconds` (-1: for ever). False: `result` says why (exit 10 if
+    // another process holds it, with who and since when; exit 1 for a damaged file, which is left
+    // as it is).
+    bool open(access_kind kind, long seconds, outcome& result);
+    void close();
+
+    km::Persistent_Hashtable& catalog() { return *catalog_; }
+    km::cm_ref_count_table* counts() { return counts_.get(); }
+    const std::string& file() const { return file_; }
+    // Flushes the catalog's file. 1 or 0.
+    int flush() const;
+
+    const km::cm_catalog_entry* find(const std::string& name, const std::string& version) const;
+
+    // Writes what can be read of a damaged catalog to a new file, and puts it in its place; the old
+    // one stays beside it. False: `result` says why.
+    static bool repair(long seconds, outcome& result);
+
+  private:
+    bool lock(long seconds, outcome& result);
+    bool load(outcome& result);
+    bool restore_counts(outcome& result);
+    void prune_counts();
+    void sweep();
+
+    std::string directory_;
+    std::string file_;
+    std::unique_ptr<km::semaphore> lock_;
+    std::unique_ptr<km::Persistent_Hashtable> catalog_;
+    std::unique_ptr<km::cm_ref_count_table> counts_;
+};
+
+} // namespace kmhost

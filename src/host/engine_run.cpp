@@ -1,0 +1,45 @@
+// engine_run: the host's side of one run of the engine
+// no format
+// invariant: the hooks never outlive the worker that set them
+#include "engine_run.h"
+
+#include "command.h"
+#include "engine_hooks.h"
+#include "target_root.h"
+
+namespace kmhost {
+
+namespace {
+
+worker_line* current_line = nullptr;
+catalog_store* current_store = nullptr;
+
+int make_durable() {
+    const int objects = km::flush_touched();
+    return objects && (!current_store || current_store->flush());
+}
+
+void on_exit(int status, const char* why) {
+    if (current_line)
+        current_line->ending(status, why ? why : "");
+}
+
+void progress(long done, long total, const km::cm_command* command) {
+    if (current_line)
+        current_line->progress(
+            {done, total, const_cast<km::cm_command*>(command)->get_name().mbcs_str()});
+}
+
+} // namespace
+
+void set_hooks(worker_line& line, catalog_store* store) {
+    current_line = &line;
+    current_store = store;
+    km::engine_hooks hooks;
+    hooks.make_durable = make_durable;
+    hooks.on_exit = on_exit;
+    hooks.progress = progress;
+    km::set_engine_hooks(hooks);
+}
+
+} // namespace kmhost

@@ -1,0 +1,13 @@
+// engine_run: the host's side of one run of the engine
+#pragma once
+
+#include "catalog_store.h"
+#include "worker.h"
+
+namespace kmhost {
+
+// Sets the hooks of this process: progress and described ends go to the worker's line, "make
+// durable" flushes what objects touched and the catalog. `store` is lent and may be null.
+void set_hooks(worker_line& line, catalog_store* store);
+
+} // namespace kmhost

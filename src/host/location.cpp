@@ -1,0 +1,103 @@
+// location: where the state lies and below which root objects stand
+// no format
+// invariant: a state that was given is the only place that is written to, beside the root
+#include "location.h"
+
+#include "base_configuration.h"
+#include "file.h"
+#include "target_root.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kmhost {
+
+namespace {
+
+constexpr const char* default_product_directory = "/var/lib/kmcore";
+
+std::string absolute(const std::string& path) {
+    std::error_code error;
+    const auto full = std::filesystem::absolute(path, error);
+    return error ? path : full.lexically_normal().string();
+}
+
+bool make_state(const std::string& state, outcome& result) {
+    km::file directory{km::pathname(state.c_str())};
+    errno = 0;
+    if (!directory.mk_tree()) {
+        const int error = directory.get_error() ? directory.get_error() : errno;
+        result.fail(exit_failed, "state",
+                    "The state directory " + state + " cannot be made: " + std::strerror(error) +
+                        ".");
+        return false;
+    }
+    if (::access(state.c_str(), R_OK | W_OK | X_OK) != 0) {
+        result.fail(exit_failed, "state",
+                    "The state directory " + state + " cannot be used: " + std::strerror(errno) +
+                        ". Run as its owner, or give another one with --state.");
+        return false;
+    }
+    return true;
+}
+
+bool enter_root(const std::string& root, outcome& result) {
+    if (km::set_target_root(root.c_str()))
+        return true;
+    result.fail(exit_failed, "root",
+                "The root " + root + " cannot be used: " + std::strerror(errno) + ".");
+    return false;
+}
+
+} // namespace
+
+std::string data_directory() {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    return (program.parent_path().parent_path() / "share" / "kmcore").string();
+}
+
+bool enter_location(const location& where, outcome& result) {
+    const std::string root = where.root.empty() ? "" : absolute(where.root);
+    if (!enter_root(root, result))
+        return false;
+    ::setenv("SPEDITOR_LIB_PATH", data_directory().c_str(), 1);
+    std::string state = where.state.empty() ? "" : absolute(where.state);
+    if (state.empty() && !root.empty() && root != "/")
+        state = root + default_product_directory;
+    if (state.empty()) {
+        if (::geteuid() == 0)
+            ::setenv("ZNPIS_PRODUCT_DIR", default_product_directory, 1);
+        km::set_configuration_location(km::pathname());
+    } else {
+        if (!make_state(state, result))
+            return false;
+        ::unsetenv("ZNPIS_PRODUCT_DIR");
+        km::set_configuration_location(km::pathname(state.c_str()));
+    }
+    km::file(km::pathname(setting("working_dir").c_str())).mk_tree();
+    return true;
+}
+
+std::string setting(const char* name) {
+    return km::base_configuration().get_var(km::ustring(name)).mbcs_str();
+}
+
+temporary_state::temporary_state() {
+    const char* base = std::getenv("TMPDIR");
+    path_ = std::string(base && *base ? base : "/tmp") + "/kmctl.XXXXXX";
+    if (!::mkdtemp(path_.data()))
+        path_.clear();
+}
+
+temporary_state::~temporary_state() {
+    std::error_code ignored;
+    if (!path_.empty())
+        std::filesystem::remove_all(path_, ignored);
+}
+
+} // namespace kmhost

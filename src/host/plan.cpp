@@ -1,0 +1,95 @@
+// plan: what an operation would do, without doing it
+// no format
+// invariant: only operations that change nothing are called
+#include "plan.h"
+
+#include "directory_object.h"
+#include "object_command.h"
+#include "status_words.h"
+
+namespace kmhost {
+
+namespace {
+
+struct tally {
+    nlohmann::json lines = nlohmann::json::array();
+    std::string text;
+
+    void add(const char* what, const std::string& path) {
+        lines.push_back({{"action", what}, {"path", path}});
+        text += std::string(what) + " " + path + "\n";
+    }
+};
+
+template <class Visit> void each_leaf(km::cm_composite_command& tree, const Visit& visit) {
+    for (km::list_iterator all(tree.get_children()); all.hasMoreElements();) {
+        auto* command = static_cast<km::cm_command*>(all.nextElement());
+        if (auto* inner = dynamic_cast<km::cm_composite_command*>(command))
+            each_leaf(*inner, visit);
+        else
+            visit(*command);
+    }
+}
+
+void tell_plan(const tally& all, const package_id& id, const km::cm_catalog_entry* entry,
+               const char* operation, outcome& result) {
+    result.package = facts_of(id, entry);
+    result.data["plan"] = all.lines;
+    result.text = all.text + (all.lines.empty() ? "Nothing would be changed by the " : "The ") +
+                  operation + " of " + id.text() +
+                  (all.lines.empty() ? "" : " would do this; nothing was changed");
+}
+
+} // namespace
+
+void plan_install(km::cm_package& package, const package_id& id, const km::cm_catalog_entry* entry,
+                  bool force, outcome& result) {
+    if (entry && !force && (entry->cm_status | entry->current_cm_status)) {
+        tell_refusal(1, "install", id, entry, result);
+        return;
+    }
+    package.operation_name = u"install";
+    package.can_execute(km::a_execute, km::p_do);
+    if (package.result != km::cm_command::success)
+        result.fail(exit_failed, "check", "The install of " + id.text() + " would fail.");
+    tally all;
+    each_leaf(package, [&all](km::cm_command& command) {
+        auto* add = dynamic_cast<km::cm_add_object*>(&command);
+        if (!add || !add->object || !add->is_effective)
+            return;
+        const std::string path = add->object->get_name().mbcs_str();
+        if (!add->object->exists(km::p_do))
+            all.add("add", path);
+        else if (add->is_to_be_added())
+            all.add("replace", path);
+    });
+    tell_plan(all, id, entry, "install", result);
+}
+
+void plan_remove(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
+                 bool force, outcome& result) {
+    const bool in_error = (entry.cm_status | entry.current_cm_status) & km::cs_error;
+    if (in_error && !force) {
+        tell_refusal(1, "remove", id, &entry, result);
+        return;
+    }
+    package.operation_name = u"remove";
+    tally all;
+    each_leaf(package, [&all](km::cm_command& command) {
+        auto* add = dynamic_cast<km::cm_add_object*>(&command);
+        if (!add || !add->object || !add->object->exists(km::p_do))
+            return;
+        const std::string path = add->object->get_name().mbcs_str();
+        const auto* directory = dynamic_cast<const km::km_directory*>(add->object);
+        const bool shared = add->object->is_shared;
+        if (shared ? !add->is_to_be_shared_removed() : !add->is_to_be_removed())
+            all.add("keep", path);
+        else if (directory && !directory->created)
+            all.add("keep", path);
+        else
+            all.add("remove", path);
+    });
+    tell_plan(all, id, &entry, "remove", result);
+}
+
+} // namespace kmhost

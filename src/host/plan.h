@@ -1,0 +1,16 @@
+// plan: what an operation would do, without doing it
+#pragma once
+
+#include "outcome.h"
+#include "package.h"
+#include "words.h"
+
+namespace kmhost {
+
+// Asks every command whether it could run, and tells what it would change. Nothing is changed.
+void plan_install(km::cm_package& package, const package_id& id, const km::cm_catalog_entry* entry,
+                  bool force, outcome& result);
+void plan_remove(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
+                 bool force, outcome& result);
+
+} // namespace kmhost

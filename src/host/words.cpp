@@ -1,0 +1,137 @@
+// words: states and results as people say them
+// no format
+// invariant: every refusal says what can be done next
+#include "words.h"
+
+#include "command.h"
+#include "package_version.h"
+#include "status_words.h"
+
+namespace kmhost {
+
+package_id parse_id(const std::string& text) {
+    const size_t at = text.find('^');
+    if (at == std::string::npos)
+        return {text, ""};
+    return {text.substr(0, at), text.substr(at + 1)};
+}
+
+std::string letters_of(const km::cm_catalog_entry* entry) {
+    if (!entry)
+        return "-----";
+    char text[6];
+    km::dbstatus_to_str(entry->get_dbstatus(), text);
+    return text;
+}
+
+std::string state_words(const km::cm_catalog_entry* entry) {
+    if (!entry)
+        return "not installed";
+    const bool error = (entry->cm_status | entry->current_cm_status) & km::cs_error;
+    const int status = (error ? entry->cm_status : entry->current_cm_status) & (km::cs_error - 1);
+    const bool removes = entry->last_action == km::a_reverse;
+    const char* const install_words[] = {
+        "being installed",
+        "prepared, not committed",
+        "installed",
+        "prepared, a backup will be made at commit",
+        "prepared with a backup",
+        "installed, undo is possible",
+        "installed, an undo is prepared",
+    };
+    const char* const remove_words[] = {
+        "being removed",
+        "its removal is prepared",
+        "removed",
+        "its removal is prepared, a backup will be made at commit",
+        "its removal is prepared with a backup",
+        "removed, undo is possible",
+        "removed, an undo is prepared",
+    };
+    std::string words = status >= 0 && status < km::cm_states
+                            ? (removes ? remove_words : install_words)[status]
+                            : "in an unknown state";
+    if (error)
+        words += ", but in error: its last operation failed";
+    else if (entry->current_result >= 1 && entry->current_result <= 5)
+        words += ", waiting for a reboot";
+    else if (entry->current_result == 6)
+        words += ", interrupted";
+    if (entry->is_hidden())
+        words += ", hidden";
+    else if (entry->is_discovered())
+        words += ", discovered";
+    return words;
+}
+
+std::string advice(const package_id& id, const km::cm_catalog_entry& entry) {
+    if ((entry.cm_status | entry.current_cm_status) & km::cs_error)
+        return "'kmctl install --force FILE' installs it again from its package file, and 'kmctl "
+               "remove --force " +
+               id.text() + "' takes it away.";
+    if (entry.current_result >= 1 && entry.current_result <= 5)
+        return "It goes on after a reboot of this machine.";
+    if (entry.current_result == 6)
+        return "Run the same command again: it goes on where it stopped.";
+    return "";
+}
+
+void tell_refusal(int gate_answer, const char* operation, const package_id& id,
+                  const km::cm_catalog_entry* entry, outcome& result) {
+    const std::string head = std::string("The ") + operation + " of " + id.text() + " is refused";
+    const std::string next = entry ? advice(id, *entry) : "";
+    const std::string tail = next.empty() ? "" : " " + next;
+    switch (gate_answer) {
+    case 3:
+        result.fail(exit_not_found, "not_found",
+                    id.text() + " is not installed. 'kmctl list' shows what is.");
+        return;
+    case 4:
+        result.fail(exit_refused, "reboot",
+                    head + ": an earlier operation takes effect at the next reboot. Reboot first.",
+                    "refused");
+        return;
+    case 5:
+        result.fail(exit_refused, "hidden", head + ": the package is hidden.", "refused");
+        return;
+    case -1:
+        result.fail(exit_failed, "catalog", head + ": its catalog entry cannot be read.");
+        return;
+    default:
+        result.fail(exit_refused, "state",
+                    head + ": it is " + state_words(entry) + " (" + letters_of(entry) + ")." + tail,
+                    "refused");
+    }
+}
+
+package_facts facts_of(const package_id& id, const km::cm_catalog_entry* entry) {
+    return {id.name, id.version, letters_of(entry),
+            entry ? km::result_text(entry->entry_operation_result) : ""};
+}
+
+std::string fault_of_name(const std::string& name) {
+    constexpr size_t longest = 128;
+    if (name.empty() || name.size() > longest)
+        return "a package name has 1 to 128 bytes";
+    if (name[0] == '.' || name[0] == '-')
+        return "a package name does not begin with '.' or '-'";
+    for (const unsigned char c : name)
+        if (c <= ' ' || c == 0x7f ||
+            std::string("*?^/\\\"'`;,:!$()<>|&#%").find(c) != std::string::npos)
+            return "a package name holds no blanks, control characters or any of "
+                   "* ? ^ / \\ \" ' ` ; , : ! $ ( ) < > | & # %";
+    return "";
+}
+
+std::string fault_of_version(const std::string& version) {
+    if (!km::sp_check_version(km::ustring(version.c_str())) ||
+        version.find('/') != std::string::npos || version.find("$(") != std::string::npos)
+        return "a version has 1 to 64 bytes, no dot at its ends, no two dots in a row, and none of "
+               "* ? ! , ; : ^ / ' \" and blank";
+    for (const unsigned char c : version)
+        if (c < ' ' || c == 0x7f)
+            return "a version holds no control characters";
+    return "";
+}
+
+} // namespace kmhost

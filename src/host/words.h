@@ -1,0 +1,39 @@
+// words: states and results as people say them
+#pragma once
+
+#include "catalog.h"
+#include "outcome.h"
+
+#include <string>
+
+namespace kmhost {
+
+// "NAME^VERSION", or "NAME" with an empty version.
+struct package_id {
+    std::string name;
+    std::string version;
+    std::string text() const { return version.empty() ? name : name + "^" + version; }
+};
+
+package_id parse_id(const std::string& text);
+
+// The five letters of an entry, "-----" for none.
+std::string letters_of(const km::cm_catalog_entry* entry);
+
+// "installed", "removed, but in error: its last operation failed" and so on.
+std::string state_words(const km::cm_catalog_entry* entry);
+
+// What a user can do about a package in this state; empty if nothing is wrong.
+std::string advice(const package_id& id, const km::cm_catalog_entry& entry);
+
+// The answer of the engine's gate as a refusal with words; see cm_package::validate_cm_status.
+void tell_refusal(int gate_answer, const char* operation, const package_id& id,
+                  const km::cm_catalog_entry* entry, outcome& result);
+
+package_facts facts_of(const package_id& id, const km::cm_catalog_entry* entry);
+
+// Why a name or a version cannot be that of a package; empty if it can.
+std::string fault_of_name(const std::string& name);
+std::string fault_of_version(const std::string& version);
+
+} // namespace kmhost

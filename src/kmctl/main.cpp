@@ -1,0 +1,289 @@
+// main: the command line of kmctl
+// no format
+// invariants: exactly one outcome is printed per call; the engine never runs in this process
+#include "location.h"
+#include "operations.h"
+#include "options.h"
+#include "package_builder.h"
+#include "print.h"
+#include "queries.h"
+#include "trace_option.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+
+namespace {
+
+using kmctl::global_options;
+using kmhost::outcome;
+
+constexpr const char* version_text = "kmctl " KM_VERSION;
+
+// What a command line asks for, and what carries it out in the worker.
+struct chosen {
+    std::string command = "kmctl";
+    bool keeps_nothing = false; // works in a state of its own unless one was given
+    kmhost::worker_body body;
+};
+
+struct arguments {
+    kmhost::build_request build;
+    kmhost::operation_request operation;
+    std::string target;
+    std::string key, value;
+    bool tree = false, files = false, variables = false, repair = false, yes = false;
+};
+
+void add_globals(CLI::App& app, global_options& options) {
+    const std::map<std::string, kmctl::when> progress{
+        {"auto", kmctl::when::automatic}, {"yes", kmctl::when::always}, {"no", kmctl::when::never}};
+    const std::map<std::string, kmctl::when> color{{"auto", kmctl::when::automatic},
+                                                   {"always", kmctl::when::always},
+                                                   {"never", kmctl::when::never}};
+    app.add_option("--state", options.state, "Directory of all that the engine keeps")
+        ->type_name("DIR");
+    app.add_option("--root", options.root, "Put in front of every path that packages touch")
+        ->type_name("DIR");
+    app.add_flag("--json", options.json, "One JSON object on standard output");
+    app.add_flag("-q,--quiet", options.quiet, "Errors only");
+    app.add_flag("-v,--verbose", options.verbose, "Tell more");
+    app.add_option("--progress", options.progress, "auto, yes or no")
+        ->transform(CLI::Transformer(progress))
+        ->type_name("WHEN");
+    app.add_option("--wait", options.wait_seconds, "Seconds to wait for the lock, -1 for ever (30)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(-1L, 100000000L));
+    app.add_option("--trace", options.trace_level, "Level of the trace, 0 to 6")
+        ->type_name("LEVEL")
+        ->check(CLI::Range(0, 6));
+    app.add_option("--color", options.color, "auto, always or never")
+        ->transform(CLI::Transformer(color))
+        ->type_name("WHEN");
+    app.add_flag("--reboot-exit-code", options.reboot_exit_code,
+                 "Exit with 4 where a reboot is needed");
+    app.set_version_flag("--version", version_text, "Version of this program");
+}
+
+CLI::App* add_build(CLI::App& app, arguments& given, chosen& choice) {
+    auto* one = app.add_subcommand("build", "Pack a directory tree into a package file");
+    auto& build = given.build;
+    one->add_option("DIR", build.source, "Directory to pack")->required();
+    one->add_option("--name", build.name, "Name of the package")->required();
+    one->add_option("--version", build.version, "Version of the package")->required();
+    one->add_option("--to", build.destination, "Where the content goes; may hold $(name)")
+        ->required()
+        ->type_name("DEST");
+    one->add_option("-o,--output", build.output, "Package file to write")
+        ->required()
+        ->type_name("FILE");
+    one->add_option("--title", build.title, "Title");
+    one->add_option("--description", build.description, "Description");
+    one->add_option("--set", build.variables, "Default of a variable")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    one->add_option("--shared", build.shared, "Files that other packages may share")
+        ->type_name("PATTERN")
+        ->allow_extra_args(false);
+    one->add_flag("--stored", build.stored, "Do not compress the data");
+    one->callback([&] {
+        choice.command = "build";
+        choice.keeps_nothing = true;
+        choice.body = [&build](kmhost::worker_line&, outcome& result) {
+            kmhost::build_package_file(build, result);
+        };
+    });
+    return one;
+}
+
+void add_show(CLI::App& app, arguments& given, chosen& choice) {
+    auto* one = app.add_subcommand("show", "Show a package file or an installed package");
+    one->add_option("PACKAGE", given.target, "Package file, or NAME[^VERSION]")->required();
+    auto* tree = one->add_flag("--tree", given.tree, "The tree of commands");
+    auto* files = one->add_flag("--files", given.files, "The files, with mode and size");
+    auto* variables = one->add_flag("--variables", given.variables, "The variables");
+    tree->excludes(files)->excludes(variables);
+    files->excludes(variables);
+    one->callback([&] {
+        choice.command = "show";
+        choice.body = [&given](kmhost::worker_line&, outcome& result) {
+            const auto part = given.tree        ? kmhost::show_part::tree
+                              : given.files     ? kmhost::show_part::files
+                              : given.variables ? kmhost::show_part::variables
+                                                : kmhost::show_part::summary;
+            kmhost::show(given.target, part, result);
+        };
+    });
+}
+
+void add_install(CLI::App& app, arguments& given, chosen& choice) {
+    auto* one = app.add_subcommand("install", "Install a package file");
+    auto& operation = given.operation;
+    one->add_option("FILE", operation.target, "Package file")->required();
+    one->add_option("-D,--define", operation.definitions, "Value of a variable")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    one->add_flag("--force", operation.force, "Over any state; also installs again");
+    one->add_flag("-n,--dry-run", operation.dry_run, "Tell what would be done, and do nothing");
+    one->add_flag("-y,--yes", given.yes, "Ask nothing (there are no questions yet)");
+    one->callback([&] {
+        choice.command = "install";
+        choice.body = [&operation](kmhost::worker_line& line, outcome& result) {
+            kmhost::install(operation, line, result);
+        };
+    });
+}
+
+void add_remove(CLI::App& app, arguments& given, chosen& choice) {
+    auto* one = app.add_subcommand("remove", "Remove an installed package");
+    auto& operation = given.operation;
+    one->add_option("PACKAGE", operation.target, "NAME[^VERSION]")->required();
+    one->add_flag("--force", operation.force, "Over any state");
+    one->add_flag("-n,--dry-run", operation.dry_run, "Tell what would be done, and do nothing");
+    one->add_flag("-y,--yes", given.yes, "Ask nothing (there are no questions yet)");
+    one->callback([&] {
+        choice.command = "remove";
+        choice.body = [&operation](kmhost::worker_line& line, outcome& result) {
+            kmhost::remove(operation, line, result);
+        };
+    });
+}
+
+// A command that only asks, with at most one argument.
+void add_query(CLI::App& app, const char* name, const char* about, const char* argument,
+               bool needed, arguments& given, chosen& choice,
+               void (*ask)(const std::string&, outcome&)) {
+    auto* one = app.add_subcommand(name, about);
+    if (argument)
+        one->add_option(argument, given.target)->required(needed);
+    one->callback([&given, &choice, name, ask] {
+        choice.command = name;
+        choice.body = [&given, ask](kmhost::worker_line&, outcome& result) {
+            ask(given.target, result);
+        };
+    });
+}
+
+void add_config(CLI::App& app, arguments& given, chosen& choice) {
+    auto* config = app.add_subcommand("config", "Settings of the engine");
+    config->require_subcommand(1);
+    config->add_subcommand("list", "All settings")->callback([&] {
+        choice.body = [](kmhost::worker_line&, outcome& result) { kmhost::config_list(result); };
+    });
+    auto* get = config->add_subcommand("get", "One setting");
+    get->add_option("NAME", given.key)->required();
+    get->callback([&] {
+        choice.body = [&given](kmhost::worker_line&, outcome& result) {
+            kmhost::config_get(given.key, result);
+        };
+    });
+    auto* set = config->add_subcommand("set", "Change a setting");
+    set->add_option("NAME", given.key)->required();
+    set->add_option("VALUE", given.value)->required();
+    set->callback([&] {
+        choice.body = [&given](kmhost::worker_line&, outcome& result) {
+            kmhost::config_set(given.key, given.value, result);
+        };
+    });
+    config->callback([&] { choice.command = "config"; });
+}
+
+void add_check(CLI::App& app, arguments& given, const global_options& options, chosen& choice) {
+    auto* one = app.add_subcommand("check", "Look for faults of the state");
+    one->add_flag("--repair", given.repair, "Mend what can be mended");
+    one->callback([&] {
+        choice.command = "check";
+        choice.body = [&given, &options](kmhost::worker_line&, outcome& result) {
+            kmhost::check(given.repair, options.wait_seconds, result);
+        };
+    });
+}
+
+void add_commands(CLI::App& app, arguments& given, const global_options& options, chosen& choice) {
+    // A package's version is not this program's.
+    add_build(app, given, choice)->fallthrough(true);
+    add_install(app, given, choice);
+    add_remove(app, given, choice);
+    add_query(app, "list", "Installed packages", "PATTERN", false, given, choice, kmhost::list);
+    add_query(app, "status", "State of an installed package", "PACKAGE", true, given, choice,
+              kmhost::status);
+    add_query(app, "log", "What was done with a package", "PACKAGE", true, given, choice,
+              kmhost::log);
+    add_show(app, given, choice);
+    add_config(app, given, choice);
+    add_query(app, "variables", "Variables that packages can ask for", nullptr, false, given,
+              choice, [](const std::string&, outcome& result) { kmhost::variables(result); });
+    add_check(app, given, options, choice);
+    app.require_subcommand(1);
+    app.fallthrough();
+    for (auto* one : app.get_subcommands({}))
+        one->fallthrough();
+}
+
+// Before the command line is parsed, so that a wrong one is told in the wanted form, too.
+bool asks_for_json(int count, char** texts) {
+    for (int i = 1; i < count; ++i)
+        if (!std::strcmp(texts[i], "--json"))
+            return true;
+        else if (!std::strcmp(texts[i], "--"))
+            return false;
+    return false;
+}
+
+int tell_usage_fault(const CLI::App& app, const CLI::ParseError& fault, global_options options,
+                     int count, char** texts) {
+    if (fault.get_exit_code() == 0) // --help, --version
+        return app.exit(fault);
+    options.json = asks_for_json(count, texts);
+    outcome result;
+    const auto unknown = app.remaining();
+    const bool no_command = app.get_subcommands().empty() && !unknown.empty();
+    result.fail(kmhost::exit_usage, "usage",
+                (no_command ? "There is no command '" + unknown.front() + "'."
+                            : std::string(fault.what())) +
+                    " ('kmctl --help' tells the commands)");
+    kmctl::print_outcome(options, "kmctl", result);
+    return result.exit;
+}
+
+outcome carry_out(const global_options& options, const chosen& choice) {
+    std::unique_ptr<kmhost::temporary_state> temporary;
+    kmhost::location where{options.state, options.root};
+    if (choice.keeps_nothing && where.state.empty()) {
+        temporary = std::make_unique<kmhost::temporary_state>();
+        where.state = temporary->path();
+    }
+    const auto body = [&](kmhost::worker_line& line, outcome& result) {
+        if (!kmhost::enter_location(where, result))
+            return;
+        kmctl::start_trace(options);
+        choice.body(line, result);
+    };
+    const auto watch = kmctl::make_progress_line(options, choice.command);
+    outcome result = kmhost::run_worker(body, watch);
+    kmctl::end_progress_line(options);
+    return result;
+}
+
+} // namespace
+
+int main(int count, char** texts) {
+    global_options options;
+    arguments given;
+    chosen choice;
+    CLI::App app("Installs and removes software packages.", "kmctl");
+    add_globals(app, options);
+    add_commands(app, given, options, choice);
+    try {
+        app.parse(count, texts);
+    } catch (const CLI::ParseError& fault) {
+        return tell_usage_fault(app, fault, options, count, texts);
+    }
+    given.operation.wait_seconds = options.wait_seconds;
+    const outcome result = carry_out(options, choice);
+    kmctl::print_outcome(options, choice.command, result);
+    return result.exit == kmhost::exit_reboot && !options.reboot_exit_code ? kmhost::exit_done
+                                                                           : result.exit;
+}
