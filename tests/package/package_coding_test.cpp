@@ -1,0 +1,373 @@
+// The package stream: its bytes, older streams, and streams that nobody should trust.
+#include "dynamic_variables.h"
+#include "package_fixture.h"
+#include "pair.h"
+#include "values.h"
+#include "variable_list.h"
+
+using namespace km_test;
+using namespace std::string_literals;
+using km::cm_package;
+using km::sp_object;
+
+namespace {
+
+std::string number(std::uint32_t value) {
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes += static_cast<char>(value >> shift);
+    return bytes;
+}
+std::string text(const std::string& value) {
+    return std::string{static_cast<char>(value.size() >> 8), static_cast<char>(value.size())} +
+           value;
+}
+std::string head(int id, int tag) {
+    return {static_cast<char>(id >> 8), static_cast<char>(id), static_cast<char>(tag)};
+}
+std::string S(int id, const std::string& value) { return head(id, 8) + text(value); }
+std::string I(int id, std::uint32_t value) { return head(id, 4) + number(value); }
+std::string L(int id, std::int32_t value) {
+    return head(id, 5) + number(value < 0 ? ~0U : 0U) + number(static_cast<std::uint32_t>(value));
+}
+std::string B(int id, int value) { return head(id, 0) + static_cast<char>(value); }
+std::string O(int id, const std::string& object) { return head(id, 9) + object; }
+std::string It(int id, const std::string& objects = "") { return head(id, 21) + objects + "\0"s; }
+std::string object(const std::string& name, const std::string& fields) {
+    return "\1"s + text("com.ombrel.sd.cmObjects." + name) + number(1) + fields + "\xFF\xFF"s;
+}
+const std::string null = "\0"s, root = "\2"s + number(0);
+
+const std::string a_pair = object("Pair", I(0, 1) + S(100, "n") + S(101, "v"));
+const std::string a_number = object("CmLongValue", I(0, 1) + L(100, 7));
+
+// The fields of a command below the root, and of the composite over it.
+std::string command_fields(int index) {
+    return I(0, 1) + O(100, root) + B(101, 0) + S(102, "") + I(103, 0) + S(104, "") + I(105, 1) +
+           B(106, 0) + I(107, static_cast<std::uint32_t>(index));
+}
+std::string composite(const std::string& children, int index = 9) {
+    return object("CmCompositeCommand", command_fields(index) + B(200, 1) + It(201, children));
+}
+
+// A stream with a package "n" of version "v" that has nothing but defaults. Each field can be
+// replaced, by nothing too.
+std::string stream(const std::map<int, std::string>& other = {},
+                   const std::string& signature = "OMBREL Software Package v4.2 - SP") {
+    const std::vector<std::pair<int, std::string>> fields = {
+        {201, It(201)},     {300, S(300, "n")},  {301, S(301, "v")}, {302, S(302, "")},
+        {303, S(303, "")},  {304, S(304, "")},   {305, I(305, 2)},   {306, I(306, 2)},
+        {307, I(307, 0)},   {308, I(308, 0)},    {309, I(309, 0)},   {310, B(310, 0)},
+        {311, I(311, 0)},   {312, I(312, 0)},    {313, B(313, 0)},   {314, B(314, 0)},
+        {315, I(315, 0)},   {316, I(316, 0)},    {317, L(317, 0)},   {318, B(318, 0)},
+        {319, S(319, "")},  {320, O(320, null)}, {322, S(322, "")},  {323, S(323, "")},
+        {324, B(324, 1)},   {325, B(325, 1)},    {326, B(326, 0)},   {327, S(327, "install")},
+        {328, I(328, 1)},   {329, I(329, 1)},    {330, S(330, "")},  {331, S(331, "")},
+        {332, I(332, ~0U)}, {333, I(333, ~0U)},  {334, B(334, 0)},   {335, S(335, "")},
+        {336, S(336, "")},  {337, S(337, "")},   {338, L(338, 0)},   {339, B(339, 0)},
+        {340, S(340, "")},  {341, S(341, "")},   {342, L(342, 0)},   {343, S(343, "")},
+        {344, S(344, "")},  {345, S(345, "")},   {346, L(346, -1)},  {349, B(349, 1)},
+        {350, B(350, 0)},   {351, L(351, 0)},    {352, It(352)},     {353, I(353, 0)},
+        {354, I(354, 0)},   {355, I(355, 1)},    {356, B(356, 0)},   {357, S(357, "")},
+        {358, B(358, 0)},   {359, I(359, 1)},    {360, B(360, 0)},   {361, It(361)},
+        {362, It(362)},     {363, L(363, 1)},    {364, S(364, "")},  {365, S(365, "")},
+        {366, L(366, -1)},  {367, S(367, "")},   {368, S(368, "")},  {369, L(369, -1)},
+        {370, S(370, "")},  {371, S(371, "")},   {372, L(372, 0)}};
+    std::string package = command_fields(5) + B(200, 1);
+    for (const auto& [id, bytes] : fields) {
+        const auto at = other.find(id);
+        package += at == other.end() ? bytes : at->second;
+    }
+    const auto whole = other.find(2);
+    return S(0, signature) + L(3, 1500) + O(1, null) +
+           O(2, whole == other.end() ? object("CmPackage", package) : whole->second);
+}
+
+struct outcome {
+    int result = 0;
+    std::unique_ptr<cm_package> package;
+    std::string told;
+    int invalid_signature = 0;
+};
+
+outcome decoded(const std::string& bytes, sp_object::sp_type type = sp_object::either,
+                int substitute = 0) {
+    km::array_input_channel channel(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                    static_cast<int>(bytes.size()));
+    channel.inhibit(1);
+    km::spmessage messages;
+    sp_object reader(&messages);
+    cm_package* read = nullptr;
+    outcome out;
+    out.result = reader.decode(read, &channel, substitute, type);
+    out.package.reset(read);
+    out.told = text_of(messages);
+    out.invalid_signature = reader.invalid_signature;
+    return out;
+}
+
+std::string encoded(cm_package& package, sp_object::sp_type type = sp_object::sp) {
+    km::array_output_channel bytes(64);
+    sp_object writer;
+    EXPECT_EQ(writer.encode(&package, package.variables, bytes, type), 0);
+    return {reinterpret_cast<const char*>(bytes.get_data()),
+            static_cast<size_t>(bytes.get_count())};
+}
+
+// Either refused with a message and nothing handed out, or a whole package.
+void expect_refused_or_whole(const outcome& out, const std::string& what) {
+    if (out.result == 0) {
+        EXPECT_TRUE(out.package) << what;
+    } else {
+        EXPECT_EQ(out.result, 9) << what;
+        EXPECT_FALSE(out.package) << what;
+        EXPECT_NE(out.told.find("Error decoding software package object"), std::string::npos);
+    }
+}
+
+class PackageCoding : public PackageTest {};
+
+} // namespace
+
+TEST_F(PackageCoding, GoldenBytes) {
+    const std::string golden = stream();
+    cm_package package;
+    package.name = "n";
+    package.version = "v";
+    package.command_index = 5;
+    EXPECT_EQ(encoded(package), golden);
+    const outcome out = decoded(golden, sp_object::sp);
+    ASSERT_TRUE(out.package);
+    out.package->variables = nullptr; // the reader's chain would be written too
+    EXPECT_EQ(encoded(*out.package), golden);
+    EXPECT_EQ(km::dynamic_variable_list::get_package(), out.package.get());
+}
+
+TEST_F(PackageCoding, EveryFieldOfTheStreamIsKeptAndWrittenBack) {
+    std::map<int, std::string> other = {
+        {201, It(201, composite(object("KmtRecorder", command_fields(2) + S(200, "c") + S(201, "")),
+                                3))},
+        {310, B(310, 1)},
+        {313, B(313, 1)},
+        {314, B(314, 1)},
+        {318, B(318, 1)},
+        {324, B(324, 0)},
+        {325, B(325, 0)},
+        {326, B(326, 1)},
+        {334, B(334, 1)},
+        {339, B(339, 1)},
+        {349, B(349, 0)},
+        {350, B(350, 1)},
+        {356, B(356, 1)},
+        {358, B(358, 1)},
+        {360, B(360, 1)},
+        {320, O(320, object("LogObjectList", S(100, "/log") + I(101, 1) + I(102, 2) + I(103, 3)))},
+        {352, It(352, a_pair)},
+        {361, It(361, a_number)},
+        {362, It(362, a_pair + a_number)}};
+    for (int id : {302, 303, 304, 319, 322, 323, 327, 330, 331, 335, 336, 337,
+                   340, 341, 343, 344, 345, 357, 364, 365, 367, 368, 370})
+        other[id] = S(id, "t$(x)" + std::to_string(id));
+    for (int id :
+         {305, 306, 307, 308, 309, 311, 312, 315, 316, 328, 329, 332, 333, 353, 354, 355, 359})
+        other[id] = I(id, static_cast<std::uint32_t>(id) * 1000003U);
+    for (int id : {317, 338, 342, 346, 351, 363, 366, 369, 372})
+        other[id] = L(id, -id);
+    const std::string bytes = stream(other);
+    const outcome out = decoded(bytes);
+    ASSERT_TRUE(out.package);
+    out.package->variables = nullptr;
+    EXPECT_EQ(encoded(*out.package), bytes);
+    EXPECT_EQ(out.package->find("c", 1)->get_package(), out.package.get());
+    // A copy is whole, and its commands belong to it.
+    cm_package copy(*out.package);
+    EXPECT_EQ(encoded(copy), bytes);
+    EXPECT_EQ(copy.find("c", 1)->get_package(), &copy);
+    cm_package assigned;
+    assigned.add(new recorder("gone"), nullptr);
+    assigned = copy;
+    EXPECT_EQ(encoded(assigned), bytes);
+}
+
+TEST_F(PackageCoding, TextsAreSubstitutedButNotWhatIsAskedLater) {
+    const std::string pairs = object("Pair", I(0, 1) + S(100, "x") + S(101, "value"));
+    const std::string variables = object("VariableList", I(0, 1) + It(100, pairs));
+    std::string bytes =
+        stream({{302, S(302, "<$(x)>")}, {357, S(357, "$(x)")}, {319, S(319, "/$(x)")}});
+    const std::string none = O(1, null);
+    bytes.replace(bytes.find(L(3, 1500)) + L(3, 1500).size(), none.size(), O(1, variables));
+    // The variables are object 0 now, their pair 1, the package 2.
+    const auto at = bytes.find(O(100, root));
+    bytes.replace(at, O(100, root).size(), O(100, "\2"s + number(2)));
+    for (const int substitute : {0, 1}) {
+        const outcome out = decoded(bytes, sp_object::either, substitute);
+        ASSERT_TRUE(out.package);
+        EXPECT_EQ(out.package->title, ustring(substitute ? "<value>" : "<$(x)>"));
+        EXPECT_EQ(out.package->source_path.get_text(), ustring(substitute ? "/value" : "/$(x)"));
+        EXPECT_EQ(out.package->dependency, ustring("$(x)"));
+    }
+    km::array_input_channel channel(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                    static_cast<int>(bytes.size()));
+    channel.inhibit(1);
+    km::variable_list* list = nullptr;
+    EXPECT_EQ(sp_object().decode_variables(&channel, list), 0);
+    const std::unique_ptr<km::variable_list> owned(list);
+    ASSERT_TRUE(owned);
+    EXPECT_EQ(owned->size(), 1);
+}
+
+TEST_F(PackageCoding, MessagesTravelAsOneTextOnlyWhileTheyShall) {
+    km::spmessage messages;
+    messages.add("first");
+    messages.add("second");
+    cm_package package;
+    package.messages = &messages;
+    const outcome silent = decoded(encoded(package));
+    ASSERT_TRUE(silent.package);
+    EXPECT_EQ(silent.package->messages, nullptr);
+    package.encode_messages = 1;
+    const outcome out = decoded(encoded(package));
+    ASSERT_TRUE(out.package && out.package->messages);
+    EXPECT_EQ(out.package->messages->get_count(), 1);
+    EXPECT_EQ(text_of(*out.package->messages), text_of(messages));
+    // A caller may put its own list there, and it stays the caller's.
+    out.package->messages = &messages;
+}
+
+TEST_F(PackageCoding, SignaturesAndTheOldestPackages) {
+    const std::string prefix = "OMBREL Software Package v4.";
+    const struct {
+        const char* signature;
+        sp_object::sp_type type;
+        bool good;
+    } rows[] = {{"2 - SP", sp_object::sp, true},      {"0 - SP", sp_object::sp, true},
+                {"1 - SPB", sp_object::sp, false},    {"1 - SPB", sp_object::spb, true},
+                {"2 - SP", sp_object::spb, false},    {"1 - SP", sp_object::either, true},
+                {"0 - SPB", sp_object::either, true}, {"3 - SPB", sp_object::either, false},
+                {"2 - sp", sp_object::either, false}, {"2 - SP ", sp_object::either, false}};
+    for (const auto& row : rows) {
+        const outcome out = decoded(stream({}, prefix + row.signature), row.type);
+        EXPECT_EQ(out.result, row.good ? 0 : 9) << row.signature;
+        EXPECT_EQ(out.invalid_signature, row.good ? 0 : 1) << row.signature;
+        expect_refused_or_whole(out, row.signature);
+    }
+    EXPECT_EQ(decoded(stream({}, std::string(5000, 'x'))).invalid_signature, 1);
+
+    const std::map<int, std::string> both = {{354, I(354, 7)}, {359, I(359, 2)}};
+    const std::map<int, std::string> mask_only = {{354, I(354, 7)}, {359, ""}};
+    const struct {
+        const char* version;
+        const std::map<int, std::string>& fields;
+        int type, mask;
+    } old[] = {{"0 - SPB", both, 0, 2},
+               {"0 - SPB", mask_only, 0, 7},
+               {"0 - SP", both, 7, 2},
+               {"2 - SPB", both, 7, 2},
+               {"2 - SPB", mask_only, 7, 1}};
+    for (const auto& row : old) {
+        const outcome out = decoded(stream(row.fields, prefix + row.version));
+        ASSERT_TRUE(out.package) << row.version;
+        EXPECT_EQ(out.package->package_type, row.type) << row.version;
+        EXPECT_EQ(out.package->package_mask, row.mask) << row.version;
+        out.package->variables = nullptr;
+        EXPECT_EQ(encoded(*out.package, sp_object::spb).find(prefix + "2 - SPB"), 5U);
+    }
+}
+
+TEST_F(PackageCoding, AStreamThatLiesIsRefused) {
+    std::string deep;
+    for (int i = 0; i < 600; ++i)
+        deep += "\1"s + text("com.ombrel.sd.cmObjects.CmCompositeCommand") + number(1) +
+                command_fields(i) + B(200, 1) + head(201, 21);
+    std::string endless;
+    const std::string level = deep.substr(0, deep.size() / 600);
+    for (int i = 0; i < 100000; ++i)
+        endless += level;
+    const std::string child = object("KmtRecorder", command_fields(2) + S(200, "c") + S(201, ""));
+    const struct {
+        const char* what;
+        int id;
+        std::string bytes;
+    } rows[] = {
+        {"nested too deep", 201, It(201, deep)},
+        {"nested without end", 201, It(201, endless)},
+        {"a child that is no command", 201, It(201, child + a_pair)},
+        {"a child twice", 201, It(201, child + "\2"s + number(1))},
+        {"the root as its own child", 201, It(201, root)},
+        {"a child that brings a package", 201,
+         It(201, object("CmCompositeCommand", I(0, 1) + O(100, object("CmPackage", I(0, 1)))))},
+        {"an unknown class", 201, It(201, object("NoSuchCommand", ""))},
+        {"a class with a strange name", 201, It(201, object("../x", ""))},
+        {"no class", 201, It(201, "\1\0\0"s)},
+        {"a reference to nothing", 201, It(201, "\2"s + number(77))},
+        {"a log of another class", 320, O(320, a_pair)},
+        {"a log that is the root", 320, O(320, root)},
+        {"a nested package of another class", 352, It(352, a_pair + a_number)},
+        {"a kept element twice", 361, It(361, a_number + "\2"s + number(1))},
+        {"a huge text", 302, head(302, 8) + "\xFF\xFF\x7F\xFF\xFF\xFF"s},
+        {"no package", 2, null},
+        {"another root", 2, a_pair},
+        {"a command as root", 2, child},
+    };
+    for (const auto& row : rows) {
+        const outcome out = decoded(stream({{row.id, row.bytes}}));
+        EXPECT_EQ(out.result, 9) << row.what;
+        expect_refused_or_whole(out, row.what);
+        EXPECT_EQ(out.invalid_signature, 0) << row.what;
+    }
+    std::string allowed;
+    for (int i = 0; i < 400; ++i)
+        allowed = composite(allowed, i);
+    EXPECT_EQ(decoded(stream({{201, It(201, allowed)}})).result, 0);
+}
+
+TEST_F(PackageCoding, ACutOrFlippedStreamIsRefusedOrWhole) {
+    const std::string plain = stream(
+        {{201,
+          It(201, composite(object("KmtRecorder", command_fields(2) + S(200, "c") + S(201, ""))))},
+         {320, O(320, object("LogObjectList", S(100, "/log") + I(101, 1) + I(102, 2) + I(103, 3)))},
+         {352, It(352, a_pair)}});
+    ASSERT_EQ(decoded(plain).result, 0);
+    for (size_t i = 0; i < plain.size(); ++i) {
+        EXPECT_EQ(decoded(plain.substr(0, i)).result, 9) << "cut at " << i;
+        for (const int bits : {0xFF, 0x01, 0x80}) {
+            std::string bytes = plain;
+            bytes[i] = static_cast<char>(bytes[i] ^ bits);
+            expect_refused_or_whole(decoded(bytes), "flipped at " + std::to_string(i));
+        }
+    }
+}
+
+TEST_F(PackageCoding, ACutOrFlippedFileIsRefusedOrWhole) {
+    auto package = make();
+    const pathname path(dir_.at("p.sp").c_str());
+    ASSERT_EQ(sp_object().encode(package.get(), nullptr, path, sp_object::sp), 0);
+    EXPECT_EQ(files_in("work"), 0) << "the temporary file is gone";
+    const std::string whole = dir_.read("p.sp");
+    const auto from_file = [&](const std::string& bytes) {
+        dir_.write("p.sp", bytes);
+        km::spmessage messages;
+        sp_object reader(&messages);
+        cm_package* read = nullptr;
+        outcome out;
+        out.result = reader.decode(read, path, 0, sp_object::either);
+        out.package.reset(read);
+        out.told = text_of(messages);
+        return out;
+    };
+    ASSERT_EQ(from_file(whole).result, 0);
+    for (size_t i = 0; i < whole.size(); ++i) {
+        expect_refused_or_whole(from_file(whole.substr(0, i)), "cut at " + std::to_string(i));
+        std::string bytes = whole;
+        bytes[i] = static_cast<char>(~bytes[i]);
+        expect_refused_or_whole(from_file(bytes), "flipped at " + std::to_string(i));
+    }
+    std::filesystem::remove(dir_.at("p.sp"));
+    km::spmessage messages;
+    cm_package* read = nullptr;
+    EXPECT_EQ(sp_object(&messages).decode(read, path, 0, sp_object::either), 9);
+    EXPECT_NE(text_of(messages).find(path.mbcs_str()), std::string::npos);
+    const pathname nowhere(dir_.at("no/such/p.sp").c_str());
+    EXPECT_EQ(sp_object(&messages).encode(package.get(), nullptr, nowhere, sp_object::sp), 9);
+    EXPECT_NE(text_of(messages).find("Unable to create the path"), std::string::npos);
+}
