@@ -1,0 +1,567 @@
+// The walk of composites: order, folding, stops, alignment of the stream, checkpoints, undo trees.
+#include "composite_command.h"
+
+#include "engine_hooks.h"
+#include "log_objects.h"
+#include "restart.h"
+
+#include "support/recording_command.h"
+
+#include <gtest/gtest.h>
+
+using namespace km;
+using km_test::recording_command;
+using km_test::tree;
+using km_test::u;
+
+namespace {
+
+const ustring never("1 == 2"), broken("1 == ");
+
+// A reader without data that stands at an offset.
+struct source {
+    explicit source(long offset) : zip(&bytes) {
+        bytes.inhibit(1);
+        zip.set_skip_tail(0);
+        zip.set_bytes_read(offset);
+    }
+    array_input_channel bytes{nullptr, 0};
+    unzipping_channel zip;
+};
+
+} // namespace
+
+TEST(CompositeWalk, OrderFollowsActionPhaseAndFlag) {
+    const struct {
+        int action, phase;
+        const char* order;
+    } cases[] = {{1, 1, "a b c 0"},  {1, 2, "a b c 0"},  {1, 3, "a b c 0"}, {1, 6, "a b c 0"},
+                 {1, 7, "c b a 0"},  {1, 8, "a b c 0"},  {1, 9, "c b a 0"}, {1, 10, "a b c 0"},
+                 {1, 11, "a b c 0"}, {2, 1, "c b a 0"},  {2, 2, "c b a 0"}, {2, 8, "c b a 0"},
+                 {3, 1, "a b c 0"},  {4, 10, "a b c 0"}, {4, 7, "a b c 0"}};
+    for (const auto& one : cases) {
+        tree of("a b c");
+        EXPECT_EQ(of.walk(one.action, one.phase), one.order) << one.action << one.phase;
+        tree forward("a b c");
+        forward.package.reverse_on_remove = 0;
+        EXPECT_EQ(forward.walk(one.action, one.phase), "a b c 0");
+    }
+}
+
+TEST(CompositeWalk, ResultsOfChildrenFold) {
+    const struct {
+        int child, uncompressed;
+        const char* walk; // calls and result of the root
+        int executed, in_commit;
+        unsigned last;
+        const char* word;
+    } cases[] = {
+        {0, 0, "a z 0", 1, 1, 0, "success"},
+        {1, 0, "a 1", 1, 1, 0, "success_reboot_now"},
+        {2, 0, "a 2", 0, 0, 0, "success_reboot_now_reexecute"},
+        {3, 0, "a z 3", 1, 1, 0, "success"},
+        {4, 0, "a z 4", 0, 0, 0, "success"},
+        {5, 0, "a z 5", 1, 1, 0, "success"},
+        {6, 0, "a 6", 0, 0, 0, "success_retry"},
+        {6, 1, "a 6", 1, 1, 0, "success_retry"},
+        {7, 0, "a z 7", 1, 1, 0, "success"},
+        {8, 0, "a z 7", 1, 1, 0, "success"},
+        {9, 0, "a z 7", 1, 1, 0, "success"},
+        {10, 0, "a 10", 0, 0, 0, "fatal_failure"},
+        {11, 0, "a 10", 0, 0, 0, "fatal_failure"},
+        {99, 0, "a 10", 0, 0, 0, "fatal_failure"},
+    };
+    for (const auto& one : cases) {
+        tree of("a" + std::to_string(one.child) + " z");
+        of.package.not_compressed_installation = one.uncompressed;
+        of[0].in_commit = 1;
+        EXPECT_EQ(of.walk(), one.walk) << one.child;
+        EXPECT_EQ(of[0].executed, one.executed) << one.child;
+        EXPECT_EQ(of[0].execute_in_commit, one.in_commit) << one.child;
+        EXPECT_EQ(of.package._last_result, one.last) << one.child;
+        EXPECT_EQ(of.package.operation_result, u(one.word)) << one.child;
+    }
+    for (const auto& [code, word] : {std::pair(8, "temporary_failure"), {9, "permanent_failure"}}) {
+        tree of("a" + std::to_string(code));
+        of.walk();
+        EXPECT_EQ(of.package.operation_result, u(word));
+    }
+}
+
+// Each composite takes the top bit off; what is left reaches the next walk.
+TEST(CompositeWalk, LowerBitsSurviveToTheNextWalk) {
+    const struct {
+        const char* children;
+        std::vector<int> results; // of this walk and of those behind it
+    } cases[] = {{"", {0, 0}},
+                 {"a4 b3", {4, 0}},
+                 {"a7 b3", {3, 7, 0}},
+                 {"a5 b3", {3, 5, 0}},
+                 {"a9 b7", {7, 0}},
+                 {"a7 b5 c3 d4", {4, 5, 7, 0}},
+                 {"a7 b3 c1", {1, 3, 7}},
+                 {"a3 b6 c7", {6, 3, 7, 0}}};
+    for (const auto& one : cases) {
+        tree of(one.children);
+        for (const int wanted : one.results) {
+            of.walk();
+            EXPECT_EQ(of.package.result, wanted) << one.children;
+            for (auto* child : of.commands)
+                child->set_executed(1); // the next walk runs none of them
+            if (wanted == 6)
+                of[2].set_executed(0);
+        }
+    }
+    tree nested;
+    auto& inner = nested.inner(0);
+    nested.add(inner, "a7 b4");
+    EXPECT_EQ(nested.walk(), "a b 4");
+    EXPECT_EQ(inner.executed, 0); // it is entered again
+    EXPECT_EQ(nested.package._last_result, 1u);
+}
+
+TEST(CompositeWalk, AStopInsideKeepsTheStreamAligned) {
+    const struct {
+        int root_stops, inner_stops, phase, code, skip;
+        const char* walk;
+        int inner, rest; // result of the inner composite, executed of the child behind the failure
+    } cases[] = {{0, 1, 1, 9, 0, "a skip:b skip:c d 7", 9, 1},
+                 {0, 1, 2, 8, 0, "a skip:b skip:c d 7", 9, 1},
+                 {0, 1, 3, 9, 0, "a d 7", 9, 0},
+                 {1, 0, 1, 8, 0, "a 9", 9, 0},
+                 {1, 1, 1, 9, 0, "a 9", 9, 0},
+                 {0, 0, 1, 9, 0, "a b c d 7", 7, 1},
+                 {0, 1, 1, 9, 6, "a skip:b d 7", 9, 0}};
+    for (const auto& one : cases) {
+        tree of;
+        of.package.stop_on_failure = one.root_stops;
+        auto& inner = of.inner(one.inner_stops);
+        of.add(inner, "a" + std::to_string(one.code) + " b c");
+        of.add(of.package, "d");
+        of[1].skip = static_cast<cm_result>(one.skip);
+        EXPECT_EQ(of.walk(a_execute, one.phase), one.walk);
+        EXPECT_EQ(inner.result, one.inner) << one.walk;
+        EXPECT_EQ(of[0].executed, 1); // the reverse must reach what half failed
+        EXPECT_EQ(of[1].executed, one.rest) << one.walk;
+    }
+    tree reverse("a b9 c");
+    reverse.package.stop_on_failure = 1;
+    EXPECT_EQ(reverse.walk(a_reverse, p_do), "c b 9");
+}
+
+TEST(CompositeWalk, AFalseConditionStepsOverTheData) {
+    const struct {
+        int action, phase, connected, executed;
+        long restart_offset;
+        int skip, uncompressed;
+        const char* walk;
+        int executed_then;
+    } cases[] = {
+        {1, 1, 0, 0, 0, 0, 0, "skip:a b 0", 1},   {1, 2, 1, 0, 0, 0, 0, "skip:a b 0", 1},
+        {1, 3, 0, 0, 0, 0, 0, "b 0", 1},          {2, 1, 0, 0, 0, 0, 0, "b 0", 1},
+        {1, 1, 1, 1, 500, 0, 0, "b 0", 1},        {1, 1, 1, 0, 500, 0, 0, "skip:a b 0", 1},
+        {1, 1, 0, 1, 500, 0, 0, "skip:a b 0", 1}, {1, 1, 0, 0, 0, 6, 0, "skip:a 6", 0},
+        {1, 1, 0, 0, 0, 6, 1, "skip:a 6", 1},     {1, 1, 0, 0, 0, 9, 0, "skip:a 10", 0},
+    };
+    for (const auto& one : cases) {
+        tree of("a b");
+        source stream(777);
+        of.package.input_channel = &stream.zip;
+        of.package.connected = one.connected;
+        of.package.restart_offset = one.restart_offset;
+        of.package.not_compressed_installation = one.uncompressed;
+        of[0].condition = never;
+        of[0].executed = one.executed;
+        of[0].skip = static_cast<cm_result>(one.skip);
+        km_test::engine_home home; // a connected run asks for the distance of checkpoints
+        EXPECT_EQ(of.walk(one.action, one.phase), one.walk);
+        EXPECT_EQ(of[0].executed, one.executed_then) << one.walk;
+        EXPECT_EQ(of.package.current_offset, one.action == a_execute ? 777 : 0);
+        EXPECT_EQ(of.messages.get_count(), 0);
+    }
+}
+
+TEST(CompositeWalk, ASkippedContainerIsToldOnce) {
+    for (const auto& [action, phase, caption, count] :
+         {std::tuple(1, 1, "the docs", 1), {1, 2, "", 1}, {1, 3, "", 0}, {2, 1, "", 0}}) {
+        tree of("a");
+        of[0].kind = "com.ombrel.sd.cmObjects.CmGenericContainer";
+        of[0].condition = never;
+        of[0].caption = u(caption);
+        of.walk(action, phase);
+        of.walk(action, phase);
+        EXPECT_EQ(km_test::told(of.messages), count ? "788 " : "");
+        if (count) {
+            EXPECT_NE(of.messages.text_of(0).find(*caption ? "'the docs'" : "' '"),
+                      std::string::npos);
+        }
+    }
+}
+
+TEST(CompositeWalk, ConditionsThatCannotBeEvaluatedAreFatal) {
+    const struct {
+        const char* what;
+        ustring root, child;
+        int package_executed, restart_internal, can, backup;
+        const char* messages; // of can_execute, can_backup, do_execute
+        const char* walk;
+    } cases[] = {{"child", ustring(), broken, 0, 0, 10, 10, "130 130 130 ", "10"},
+                 {"root false", never, ustring(), 0, 0, 9, 9, "131 131 ", "a 0"},
+                 {"root broken", broken, ustring(), 0, 0, 10, 10, "130 130 ", "a 0"},
+                 {"second leg", never, ustring(), 1, 0, 0, 9, "131 ", "0"},
+                 {"restarted", never, ustring(), 1, 1, 9, 9, "131 131 ", "0"}};
+    for (const auto& one : cases) {
+        tree of("a");
+        of.package.condition = one.root;
+        of[0].condition = one.child;
+        of.package.executed = one.package_executed;
+        of.package.restart_internal = one.restart_internal;
+        of.package.cm_composite_command::can_execute(a_execute, p_do);
+        EXPECT_EQ(of.package.result, one.can) << one.what;
+        of.package.cm_composite_command::can_backup(a_execute);
+        EXPECT_EQ(of.package.result, one.backup) << one.what;
+        EXPECT_EQ(of.walk(), one.walk) << one.what;
+        EXPECT_EQ(km_test::told(of.messages), one.messages) << one.what;
+    }
+}
+
+TEST(CompositeSkip, AsksWhatWasNotPassedOverYet) {
+    const struct {
+        bool channel;
+        int skip, uncompressed;
+        const char* log;
+        int result, b, c;
+    } cases[] = {{true, 0, 0, "skip:b skip:c ", 0, 1, 1},
+                 {false, 0, 0, "skip:a skip:b skip:c ", 0, 1, 1},
+                 {true, 6, 0, "skip:b ", 6, 0, 0},
+                 {true, 6, 1, "skip:b ", 6, 1, 0},
+                 {true, 9, 0, "skip:b ", 10, 0, 0}};
+    for (const auto& one : cases) {
+        tree of("a b c");
+        source stream(0);
+        of.package.input_channel = one.channel ? &stream.zip : nullptr;
+        of.package.not_compressed_installation = one.uncompressed;
+        of[0].executed = 1;
+        of[1].skip = static_cast<cm_result>(one.skip);
+        of.package.skip_data();
+        EXPECT_EQ(of.log, one.log);
+        EXPECT_EQ(of.package.result, one.result);
+        EXPECT_EQ(of[1].executed, one.b);
+        EXPECT_EQ(of[2].executed, one.c);
+    }
+}
+
+TEST(CompositeWalk, PhasesOfTheSecondLeg) {
+    tree of("a b c");
+    of[1].in_commit = 1;
+    EXPECT_EQ(of.walk(a_execute, p_backup_finish), "a b c 0");
+    for (auto* child : of.commands)
+        EXPECT_EQ(child->executed, 0);
+    of[1].execute_in_commit = 0;
+    of[2].executed = 1; // resumed behind it
+    of[2].condition = never;
+    EXPECT_EQ(of.walk(a_execute, p_commit), "a b 0");
+    of.package.executed = 1;
+    EXPECT_EQ(of.walk(a_execute, p_accept), "a 0"); // b did its work in the commit
+    of[1].execute_in_commit = 1;
+    EXPECT_EQ(of.walk(a_execute, p_commit_cleanup), "b a 0");
+}
+
+TEST(CompositeCheck, ATemporaryFailureLetsTheOthersReport) {
+    const struct {
+        int a, b, stop;
+        unsigned device;
+        const char* log;
+        int result;
+        const char* word;
+    } cases[] = {{0, 7, 1, 1, "can:a can:b ", 0, "success"},
+                 {2, 4, 1, 1, "can:a can:b ", 0, "success"},
+                 {8, 0, 1, 1, "can:a can:b ", 8, "temporary_failure"},
+                 {8, 9, 1, 1, "can:a can:b ", 9, "temporary_failure"},
+                 {8, 0, 0, 1, "can:a can:b ", 0, "temporary_failure"},
+                 {9, 0, 1, 1, "can:a ", 9, "success"},
+                 {9, 0, 0, 1, "can:a can:b ", 0, "permanent_failure"},
+                 {9, 0, 0, 3, "can:a can:b ", 0, "permanent_failure"},
+                 {9, 0, 0, 7, "can:a ", 9, "success"},
+                 {3, 0, 0, 1, "can:a ", 10, "fatal_failure"},
+                 {10, 0, 0, 1, "can:a ", 10, "fatal_failure"}};
+    for (const auto& one : cases) {
+        tree of("a b");
+        of[0].can = static_cast<cm_result>(one.a);
+        of[1].can = static_cast<cm_result>(one.b);
+        of.package.stop_on_failure = one.stop;
+        of.package.device_failures = one.device;
+        of.package.cm_composite_command::can_execute(a_execute, p_do);
+        EXPECT_EQ(of.log, one.log) << one.a << one.b;
+        EXPECT_EQ(of.package.result, one.result) << one.a << one.b << one.stop;
+        EXPECT_EQ(of.package.operation_result, u(one.word)) << one.a << one.b;
+    }
+    const struct {
+        int a;
+        const char* log;
+        int result;
+    } backups[] = {{0, "can_backup:a can_backup:b ", 0},
+                   {8, "can_backup:a can_backup:b ", 8},
+                   {7, "can_backup:a ", 7},
+                   {9, "can_backup:a ", 9}};
+    for (const auto& one : backups) {
+        tree of("a b c");
+        of[0].backup = static_cast<cm_result>(one.a);
+        of[2].scope = 2;
+        of.package.connected = 1; // the user's commands do not belong to this pass
+        of.package.cm_composite_command::can_backup(a_execute);
+        EXPECT_EQ(of.log, one.log);
+        EXPECT_EQ(of.package.result, one.result);
+    }
+}
+
+TEST(CompositeCheck, ATemporaryFailureIsLoggedAsFailed) {
+    for (const auto& [mode, phase, logged] :
+         {std::tuple(0, 1, true), {m_preferably_not_transactional, 1, false}, {0, 7, false}}) {
+        km_test::engine_home home;
+        tree of("a b");
+        of.package.stop_on_failure = 1;
+        of.package.mode = mode;
+        of.package.log_object_list = new log_object_list;
+        of.package.log_object_list->location = pathname(home.dir.at("logs").c_str());
+        of[0].can = of[1].can = cm_command::temporary_failure;
+        of.package.cm_composite_command::can_execute(a_execute, phase);
+        const std::string text = home.dir.read("logs/pkg^1.0.log");
+        EXPECT_EQ(text.find("[failure]\ta\n[failure]\tb\n") != std::string::npos, logged);
+        EXPECT_EQ(text.rfind("====="), text.find("=====", text.find("=====") + 12)) << text;
+        EXPECT_EQ(of[0].result, cm_command::temporary_failure);
+    }
+}
+
+namespace {
+
+// A package in a catalog on disk, with a profile.
+struct Checkpoint : testing::Test {
+    Checkpoint() {
+        set_engine_hooks({});
+        of.package.catalog = &catalog;
+        of.package.catalog_entry = new cm_catalog_entry;
+        of.package.catalog_entry->profile_name = pathname(home.dir.write("work/old", "x").c_str());
+        EXPECT_TRUE(
+            catalog.update(of.package.catalog_key.clone(), of.package.catalog_entry->clone()));
+    }
+    ~Checkpoint() override { set_engine_hooks({}); }
+    // The entry as a new process would find it.
+    std::unique_ptr<cm_catalog_entry> on_disk(const char* name = "pkg") {
+        Persistent_Hashtable reader(pathname(home.dir.at("packages.pht").c_str()), 0, 0, nullptr);
+        const auto* entry = reader.get_as<cm_catalog_entry>(cm_catalog_key(u(name), u("1.0")));
+        return std::unique_ptr<cm_catalog_entry>(entry ? new cm_catalog_entry(*entry) : nullptr);
+    }
+    km_test::engine_home home;
+    Persistent_Hashtable catalog{pathname(home.dir.at("packages.pht").c_str()), 1, 0, nullptr};
+    tree of{"a b c"};
+};
+
+std::string hooks_called;
+
+} // namespace
+
+TEST_F(Checkpoint, ProfileAndEntryStandBeforeABootableCommandRuns) {
+    hooks_called.clear();
+    engine_hooks hooks;
+    hooks.make_durable = [] { return hooks_called += "durable ", 1; };
+    hooks.prepare_restart = [](cm_package*, int needed) {
+        return hooks_called += needed ? "prepare " : "needless ", 1;
+    };
+    hooks.unprepare_restart = [](cm_package*) { return hooks_called += "unprepare ", 1; };
+    set_engine_hooks(hooks);
+    of.package.next_resume_stage = 1;
+    of.package.catalog_entry->current_result = 0;
+    of[1].bootable = 1;
+    pathname profile;
+    of[1].on_run = [&](recording_command&) {
+        EXPECT_EQ(hooks_called, "durable durable prepare ");
+        const auto entry = on_disk();
+        ASSERT_TRUE(entry);
+        EXPECT_EQ(entry->current_result, 1);
+        profile = entry->profile_name;
+        EXPECT_FALSE(home.dir.exists("work/old"));
+        cm_package* read = nullptr;
+        ASSERT_EQ(of.package.load_list(profile, read), 1);
+        const std::unique_ptr<cm_package> resumed(read);
+        EXPECT_EQ(resumed->resume_stage, 1);
+        std::string executed;
+        for (list_iterator at(resumed->get_children()); at.hasMoreElements();) {
+            auto* child = dynamic_cast<restart*>(at.nextElement());
+            ASSERT_TRUE(child);
+            executed += std::to_string(child->executed);
+        }
+        EXPECT_EQ(executed, "100");
+        // What was done is passed over; restart commands mark the package.
+        resumed->cm_composite_command::do_execute(a_execute, p_do);
+        EXPECT_EQ(resumed->result, cm_command::success);
+        EXPECT_EQ(resumed->restart_internal, 1);
+    };
+    EXPECT_EQ(of.walk(), "a b c 0");
+    EXPECT_EQ(hooks_called, "durable durable prepare unprepare ");
+    EXPECT_EQ(of.package.catalog_entry->profile_name, profile);
+    EXPECT_EQ(of.package.catalog_entry->current_result, 0); // only what is stored tells of a reboot
+}
+
+TEST_F(Checkpoint, FailedPreparationLeavesTheOldState) {
+    of[1].bootable = 1;
+    engine_hooks hooks;
+    hooks.make_durable = [] { return 0; };
+    set_engine_hooks(hooks);
+    EXPECT_EQ(of.walk(), "a 9");
+    EXPECT_EQ(on_disk()->profile_name, pathname(home.dir.at("work/old").c_str()));
+    EXPECT_TRUE(home.dir.exists("work/old"));
+
+    hooks = {};
+    hooks.prepare_restart = [](cm_package*, int) { return 0; };
+    set_engine_hooks(hooks);
+    EXPECT_EQ(of.walk(), "9"); // a is executed already
+    hooks = {};
+    hooks.unprepare_restart = [](cm_package*) { return 0; };
+    set_engine_hooks(hooks);
+    EXPECT_EQ(of.walk(), "b 9");
+
+    std::filesystem::remove_all(home.dir.at("work"));
+    home.dir.write("work", "no directory");
+    set_engine_hooks({});
+    of[1].executed = 0;
+    EXPECT_EQ(of.walk(), "9");
+    EXPECT_TRUE(on_disk());
+}
+
+TEST_F(Checkpoint, OfAnUndoStoresBothEntries) {
+    tree undone;
+    undone.package.name = u("main");
+    undone.package.catalog_key = cm_catalog_key(u("main"), u("1.0"));
+    undone.package.catalog = &catalog;
+    of.package.executing_as_undo = 1;
+    of.package.owns_partner = false;
+    of.package.partner_package = &undone.package;
+    of[1].bootable = 1;
+    EXPECT_EQ(of.walk(), "a 9"); // the package that is undone has no entry
+    EXPECT_TRUE(home.dir.exists("work/old"));
+    undone.package.catalog_entry = new cm_catalog_entry;
+    EXPECT_EQ(of.walk(), "b c 0");
+    ASSERT_TRUE(on_disk("main"));
+    EXPECT_EQ(on_disk("main")->current_result, 1);
+    EXPECT_EQ(undone.package.catalog_entry->current_result, 0);
+}
+
+TEST_F(Checkpoint, ComesWhenEnoughBytesHavePassed) {
+    source stream(900000);
+    of.package.input_channel = &stream.zip;
+    of.package.connected = 1;
+    of.package.block_size = 5000000; // a tenth is below the least distance of a million
+    of[0].on_run = [&](recording_command&) { stream.zip.set_bytes_read(1000000); };
+    of[1].on_run = [&](recording_command&) {
+        EXPECT_EQ(of.package.check_point_offset, 1000000);
+        cm_package* read = nullptr;
+        ASSERT_EQ(of.package.load_list(on_disk()->profile_name, read), 1);
+        EXPECT_EQ(std::unique_ptr<cm_package>(read)->current_offset, 1000000);
+        stream.zip.set_bytes_read(1999999);
+    };
+    of[2].on_run = [&](recording_command&) {
+        EXPECT_EQ(of.package.check_point_offset, 1000000);
+        EXPECT_EQ(of.package.current_offset, 1999999);
+    };
+    EXPECT_EQ(of.walk(), "a b c 0");
+}
+
+TEST(CompositeBackup, TheUndoTreeRunsForwardInReverse) {
+    for (const int action : {a_execute, a_reverse}) {
+        tree of("a b c d");
+        auto& inner = of.inner(1);
+        of.add(inner, "e f");
+        of.package.connected = 1;
+        of[1].condition = never;
+        of[2].scope = 2; // another pass
+        of[3].has_undo = false;
+        const std::unique_ptr<cm_command> undo(of.package.do_backup(&of.package, nullptr, action));
+        auto* root = dynamic_cast<cm_package*>(undo.get());
+        ASSERT_TRUE(root);
+        EXPECT_EQ(of.log, action == a_execute ? "undo:f undo:e undo:d undo:a "
+                                              : "undo:a undo:d undo:e undo:f ");
+        EXPECT_EQ(root->get_command_index(), of.package.get_command_index());
+        EXPECT_EQ(root->count_commands(), 4); // the inner composite and three leaves
+        for (const size_t i : {0, 4, 5}) {
+            auto* one = root->get_command_executed(of[i].get_command_index());
+            ASSERT_TRUE(one);
+            EXPECT_EQ(one->get_name(), u("-" + of[i].name));
+            EXPECT_EQ(one->get_package(), root);
+        }
+        EXPECT_TRUE(root->get_command_executed(inner.get_command_index()));
+    }
+    for (const auto& [undo, condition, wanted] :
+         {std::tuple(9, ustring(), 9), {0, broken, 10}, {7, ustring(), 7}}) {
+        tree of("a b"); // what was built before the failure is not leaked
+        of[0].undo = static_cast<cm_result>(undo);
+        of[0].condition = condition;
+        EXPECT_EQ(of.package.do_backup(&of.package, nullptr, a_execute), nullptr);
+        EXPECT_EQ(of.package.result, wanted);
+    }
+}
+
+TEST(Composite, UndoOfWhatRanAsksThePackageThatItUndoes) {
+    const struct {
+        int own; // 0, 1, or -1: the main package does not know the command
+        int leaf, composite;
+    } cases[] = {{1, 1, 1}, {0, 0, 0}, {-1, 1, 0}};
+    for (const auto& one : cases) {
+        tree main("a"), undo("x");
+        auto& inner = undo.inner(1);
+        undo.package.is_backup_package = undo.package.undo_only_executed_actions = 1;
+        undo.package.owns_partner = false;
+        undo.package.partner_package = &main.package;
+        main[0].executed = one.own;
+        for (cm_command* command :
+             {static_cast<cm_command*>(&undo[0]), static_cast<cm_command*>(&inner)})
+            command->set_command_index(one.own < 0 ? -7 : main[0].get_command_index());
+        EXPECT_EQ(undo[0].is_to_be_executed(), one.leaf);
+        EXPECT_EQ(inner.is_to_be_executed(), one.composite);
+        undo.package.is_backup_package = 0;
+        EXPECT_EQ(inner.is_to_be_executed(), 1);
+    }
+}
+
+TEST(Composite, SumsCopiesAndForwards) {
+    tree of("a b c");
+    EXPECT_EQ(tree().package.get_timeout(nullptr, 1, false, false), 0);
+    of[0].timeout = 40;
+    of[1].timeout = 2;
+    EXPECT_EQ(of.package.get_timeout(nullptr, 1, false, false), 42);
+    of[2].timeout = -1;
+    EXPECT_EQ(of.package.get_timeout(nullptr, 1, false, false), -1);
+    of[1].run = cm_command::failure;
+    of.package.cm_composite_command::save_command(nullptr);
+    EXPECT_EQ(of.log, "s:a s:b ");
+    EXPECT_EQ(of.package.result, cm_command::failure);
+    of.log.clear();
+    of.package.load_command(1);
+    EXPECT_EQ(of.log, "l:a l:b ");
+    EXPECT_EQ(of.package.find(u("pk*"), 0), nullptr); // its own name is not tested
+    EXPECT_EQ(of.package.find(u("*"), 0), &of[0]);
+
+    of.package.result = cm_command::warning;
+    of.package.reverse_on_remove = 0;
+    const cm_composite_command copy(of.package);
+    EXPECT_EQ(copy.result, cm_command::warning);
+    EXPECT_EQ(copy.reverse_on_remove, 0);
+    EXPECT_EQ(copy.get_children().size(), 3);
+    auto* first = dynamic_cast<recording_command*>(copy.get_children().front());
+    ASSERT_TRUE(first);
+    EXPECT_NE(first, &of[0]);
+    EXPECT_EQ(first->command_index, of[0].command_index);
+
+    of.package.executed = 1;
+    of.package.reset_command_status();
+    EXPECT_EQ(of.package.executed, 1); // a composite keeps its own
+    EXPECT_EQ(of[1].result, cm_command::success);
+    of.package.add(new recording_command("n", of.log), &of[0]);
+    EXPECT_EQ(of.package.result, cm_command::success);
+    EXPECT_EQ(of.walk(a_verify_execute, p_do), "0");
+    of.package.executed = 0;
+    EXPECT_EQ(of.walk(a_verify_execute, p_do), "a n b c 7");
+    cm_composite_command orphan;
+    orphan.do_execute(a_execute, p_do);
+    EXPECT_EQ(orphan.result, cm_command::failure);
+}
