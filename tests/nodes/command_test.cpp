@@ -1,0 +1,290 @@
+// Commands: when one is run, how one is found and replaced, its coded and text form.
+#include "command.h"
+
+#include "catalog.h"
+#include "codec.h"
+#include "decode_channel.h"
+#include "encode_channel.h"
+#include "object_command.h"
+#include "restart.h"
+#include "variable_list.h"
+
+#include "support/fake_definition.h"
+#include "support/recording_command.h"
+
+#include <gtest/gtest.h>
+
+using namespace km;
+using km_test::recording_command;
+using km_test::tree;
+using km_test::u;
+
+namespace {
+
+std::string encoded(const codable& object) {
+    array_output_channel bytes(64);
+    {
+        encode_channel channel(&bytes);
+        encoder out(&channel);
+        out.encode_object(&object);
+    }
+    return {reinterpret_cast<const char*>(bytes.get_data()),
+            static_cast<size_t>(bytes.get_count())};
+}
+
+std::unique_ptr<codable> decoded(const std::string& bytes, int& status,
+                                 variable_list* variables = nullptr) {
+    array_input_channel inner(reinterpret_cast<const unsigned char*>(bytes.data()),
+                              static_cast<int>(bytes.size()));
+    inner.inhibit(1);
+    decode_channel channel(&inner);
+    decoder in(&channel);
+    in.variables = variables;
+    codable* object = nullptr;
+    in.decode_object(object);
+    status = in.get_status();
+    return std::unique_ptr<codable>(object);
+}
+
+// Passes for an object of a class in a stream, with fields of its own.
+class forged : public uncoded<codable> {
+  public:
+    forged(const char* of_class, std::function<void(encoder&)> fields)
+        : name_(std::string("com.ombrel.sd.cmObjects.") + of_class), fields_(std::move(fields)) {}
+    codable* clone() const override { return new forged(*this); }
+    const char* codable_name() const override { return name_.c_str(); }
+    void encode_object(encoder& to) const override { fields_(to); }
+
+  private:
+    std::string name_;
+    std::function<void(encoder&)> fields_;
+};
+
+} // namespace
+
+TEST(Command, IsRunByThisTable) {
+    const struct {
+        int in_commit, scope, mask, connected, package_executed, executed, result, runs;
+    } cases[] = {
+        {0, 1, 1, 0, 0, 0, 0, 1}, {0, 1, 1, 0, 0, 1, 0, 0}, {0, 1, 1, 0, 1, 1, 0, 1},
+        {0, 1, 1, 0, 1, 0, 0, 0}, {0, 1, 1, 0, 1, 0, 2, 1}, {0, 1, 1, 0, 1, 0, 4, 1},
+        {0, 1, 1, 0, 1, 0, 3, 0}, {1, 1, 1, 0, 0, 0, 0, 0}, {1, 1, 1, 0, 1, 1, 0, 0},
+        {0, 2, 1, 0, 0, 0, 0, 1}, {0, 2, 1, 1, 0, 0, 0, 0}, {0, 1, 2, 0, 0, 0, 0, 0},
+        {0, 1, 2, 1, 0, 0, 0, 0}, {0, 2, 2, 1, 0, 0, 0, 1}, {0, 1, 3, 1, 1, 1, 9, 1},
+    };
+    for (const auto& one : cases) {
+        tree of("a");
+        of.package.executed = one.package_executed;
+        of.package.package_mask = one.mask;
+        of.package.connected = one.connected;
+        of[0].execute_in_commit = one.in_commit;
+        of[0].scope = one.scope;
+        of[0].executed = one.executed;
+        of[0].result = static_cast<cm_result>(one.result);
+        EXPECT_EQ(of[0].is_to_be_executed(), one.runs) << &one - cases;
+    }
+}
+
+TEST(Command, NamesResultsAndMessages) {
+    std::string log;
+    tree of("a");
+    for (const auto& [result, text, can, backup] : {std::tuple(0, "success", "", ""),
+                                                    {3, "success_reboot_after", "199 ", "200 "},
+                                                    {7, "warning", "", ""},
+                                                    {8, "temporary_failure", "", "200 "},
+                                                    {11, "failure_with_info", "199 ", "200 "},
+                                                    {12, "", "199 ", "200 "},
+                                                    {-1, "", "199 ", "200 "}}) {
+        of[0].result = static_cast<cm_result>(result);
+        EXPECT_EQ(of[0].map_result(1, 1), u(text));
+        of.messages.reset();
+        of[0].iserr_can_execute();
+        EXPECT_EQ(km_test::told(of.messages), can) << result;
+        of.messages.reset();
+        of[0].iserr_can_backup();
+        EXPECT_EQ(km_test::told(of.messages), backup) << result;
+    }
+    EXPECT_EQ(of[0].find(u("a"), 1), &of[0]);
+    EXPECT_EQ(of[0].find(u("?"), 1), nullptr);
+    EXPECT_EQ(of[0].find(u("?"), 0), &of[0]);
+    EXPECT_TRUE(of[0].find_by_codable_name("com.ombrel.sd.cmObjects.CmRestart"));
+    EXPECT_FALSE(of[0].find_by_codable_name("com.ombrel.sd.cmObjects.CmRestar"));
+    EXPECT_FALSE(of[0].find_by_codable_name(nullptr));
+    const recording_command next("x", log), copy(of[0]);
+    EXPECT_GT(next.command_index, of[0].command_index);
+    EXPECT_EQ(copy.command_index, of[0].command_index);
+    EXPECT_EQ(copy.next, nullptr);
+}
+
+TEST(Command, AddToPackageTakesThePlaceOfItsName) {
+    tree from("b c"), into("a b d");
+    auto& inner = into.inner(1);
+    into.add(inner, "c");
+    const auto replaced = into[1].command_index;
+    from.package.add_to_package(&into.package);
+    tree("e").package.add_to_package(&into.package);
+    EXPECT_EQ(into.package.get_children().size(), 5);
+    EXPECT_EQ(inner.get_children().size(), 1);
+    EXPECT_EQ(into.package.get_command_executed(replaced), nullptr);
+    auto* stored = into.package.find(u("c"), 1);
+    EXPECT_EQ(stored->get_command_index(), from[1].get_command_index());
+    EXPECT_EQ(stored->get_package(), &into.package);
+    std::string order;
+    for (list_iterator at(into.package.get_children()); at.hasMoreElements();)
+        order += dynamic_cast<cm_command&>(*at.nextElement()).get_name().mbcs_str();
+    EXPECT_EQ(order, "abde");
+}
+
+TEST(CommandCoding, ConditionsKeepTheirReferences) {
+    km_test::engine_home home;
+    variable_list variables;
+    variables.set_value(u("x"), u("7"));
+    cm_composite_command outer(0);
+    outer.condition = u("$(x) == 7");
+    outer.caption = u("is $(x)");
+    auto* child = new restart;
+    child->executed = child->execute_in_commit = 1;
+    child->result = cm_command::success_reboot_after_reexecute;
+    child->scope = 2;
+    child->timeout = 90;
+    child->during_undo = restart::immediately;
+    child->to_be_logged = 0;
+    outer.add(child, nullptr);
+    outer.add(new cm_add_object, nullptr);
+    outer.result = cm_command::warning;
+    const std::string bytes = encoded(outer);
+    int status = 0;
+    variable_list::set_chain(variable_list::for_decoder, &variables);
+    const auto object = decoded(bytes, status, &variables);
+    variable_list::set_chain(variable_list::for_decoder, nullptr);
+    auto* read = dynamic_cast<cm_composite_command*>(object.get());
+    ASSERT_TRUE(read);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(read->condition, outer.condition);
+    EXPECT_EQ(read->caption, u("is 7"));
+    EXPECT_EQ(read->stop_on_failure, 0);
+    EXPECT_EQ(read->result, cm_command::warning);
+    EXPECT_EQ(read->command_index, outer.command_index);
+    auto* first = dynamic_cast<restart*>(read->get_children().front());
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->command_index, child->command_index);
+    EXPECT_EQ(first->executed + first->execute_in_commit, 2);
+    EXPECT_EQ(first->result, 4);
+    EXPECT_EQ(first->scope, 2);
+    EXPECT_EQ(first->timeout, 90);
+    EXPECT_EQ(first->during_undo, restart::immediately);
+    EXPECT_EQ(first->to_be_logged, 1);
+    read->caption = outer.caption;
+    EXPECT_EQ(encoded(*read), bytes);
+}
+
+// Nothing is owned twice, nothing leaks, and no depth exhausts the stack.
+TEST(CommandCoding, HostileStreamsAreRefused) {
+    km_test::engine_home home;
+    const restart leaf;
+    const cm_catalog_key no_command(u("a"), u("1"));
+    const cm_package stranger;
+    const auto children = [](std::initializer_list<const codable*> elements) {
+        return [elements = std::vector<const codable*>(elements)](encoder& to) {
+            to.encode_integer_field(0, 1);
+            vector all;
+            all.set_owns(0);
+            for (const auto* one : elements)
+                all.push_back(const_cast<codable*>(one));
+            vector_iterator at(&all);
+            to.encode_iterator(201, &at);
+        };
+    };
+    const auto object_field = [](int id, const codable& of) {
+        return [id, &of](encoder& to) { to.encode_object_field(id, &of); };
+    };
+    const forged cases[] = {
+        {"CmCompositeCommand", children({&leaf, &no_command, &leaf})},
+        {"CmCompositeCommand", children({&leaf, &leaf})},
+        {"CmAddObject", object_field(200, leaf)},
+        {"CmRemoveObject", object_field(200, no_command)},
+        {"CmRestart", object_field(100, stranger)},
+        {"CmRestart", object_field(100, no_command)},
+    };
+    for (const auto& one : cases) {
+        int status = 0;
+        const auto object = decoded(encoded(one), status);
+        EXPECT_EQ(status, 2) << &one - cases;
+    }
+    int status = 0;
+    decoded(encoded(forged("CmCompositeCommand", children({&leaf}))), status);
+    EXPECT_EQ(status, 0);
+    // The composite itself as its child.
+    std::function<void(encoder&)> cycle;
+    const forged self("CmCompositeCommand", [&cycle](encoder& to) { cycle(to); });
+    cycle = children({&self});
+    decoded(encoded(self), status);
+    EXPECT_EQ(status, 2);
+    auto* deep = new cm_composite_command;
+    for (int i = 0; i < 600; ++i) {
+        auto* outer = new cm_composite_command;
+        outer->add(deep, nullptr);
+        deep = outer;
+    }
+    const std::unique_ptr<cm_command> owner(deep);
+    decoded(encoded(*deep), status);
+    EXPECT_EQ(status, 2);
+}
+
+TEST(CommandText, ImportTakesConditionAndScope) {
+    const struct {
+        std::map<std::string, std::string> values;
+        int scope, flags;
+        const char* messages;
+    } cases[] = {{{}, 1, 0, ""},
+                 {{{"condition", ""}, {"is_per_user", "1"}}, 2, 0, ""},
+                 {{{"condition", "$(a) == 1"}}, 1, 0, ""},
+                 {{{"condition", "1 == "}}, 1, 0x30000, "185 "}};
+    for (const auto& one : cases) {
+        spmessage messages;
+        km_test::fake_importer from(one.values);
+        from.messages = &messages;
+        std::string log;
+        recording_command command("a", log);
+        command.scope = 7;
+        command.import(from);
+        EXPECT_EQ(command.scope, one.scope);
+        EXPECT_EQ(from.flags, one.flags);
+        EXPECT_EQ(km_test::told(messages), one.messages);
+        const auto at = one.values.find("condition");
+        EXPECT_EQ(command.condition, at == one.values.end() ? ustring() : u(at->second));
+    }
+}
+
+TEST(CommandText, AMixOfKindsIsToldAndKept) {
+    std::string log;
+    spmessage messages;
+    tree of;
+    km_test::fake_importer from;
+    from.values["stop_on_failure"] = "0";
+    from.messages = &messages;
+    from.container = &of.package;
+    for (const char* kind : {"x.CmGenericContainer", "x.CmFile", "x.CmDeviceFile"}) {
+        auto* command = new recording_command("a", log);
+        command->kind = kind;
+        from.commands.push_back(command);
+    }
+    of.package.cm_composite_command::import(from);
+    EXPECT_EQ(of.package.get_children().size(), 3);
+    EXPECT_EQ(km_test::told(messages), "558 ");
+    EXPECT_EQ(from.flags, 0x10000);
+    EXPECT_EQ(from.container, &of.package);
+    tree fresh; // the next package starts anew
+    fresh.package.cm_composite_command::import(from);
+    from.commands.push_back(new recording_command("a", log));
+    cm_composite_command below;
+    below.import(from);
+    EXPECT_EQ(messages.get_count(), 1);
+    km_test::fake_exporter to;
+    below.export_(to);
+    EXPECT_EQ(to.text, "stop_on_failure=0 condition= condition= ");
+    to.text.clear();
+    to.context = "corequisite_files";
+    below.export_(to);
+    EXPECT_EQ(to.text, "condition= ");
+}
