@@ -104,12 +104,8 @@ TEST(Command, NamesResultsAndMessages) {
         of[0].iserr_can_backup();
         EXPECT_EQ(km_test::told(of.messages), backup) << result;
     }
-    EXPECT_EQ(of[0].find(u("a"), 1), &of[0]);
     EXPECT_EQ(of[0].find(u("?"), 1), nullptr);
     EXPECT_EQ(of[0].find(u("?"), 0), &of[0]);
-    EXPECT_TRUE(of[0].find_by_codable_name("com.ombrel.sd.cmObjects.CmRestart"));
-    EXPECT_FALSE(of[0].find_by_codable_name("com.ombrel.sd.cmObjects.CmRestar"));
-    EXPECT_FALSE(of[0].find_by_codable_name(nullptr));
     const recording_command next("x", log), copy(of[0]);
     EXPECT_GT(next.command_index, of[0].command_index);
     EXPECT_EQ(copy.command_index, of[0].command_index);
@@ -280,11 +276,4 @@ TEST(CommandText, AMixOfKindsIsToldAndKept) {
     cm_composite_command below;
     below.import(from);
     EXPECT_EQ(messages.get_count(), 1);
-    km_test::fake_exporter to;
-    below.export_(to);
-    EXPECT_EQ(to.text, "stop_on_failure=0 condition= condition= ");
-    to.text.clear();
-    to.context = "corequisite_files";
-    below.export_(to);
-    EXPECT_EQ(to.text, "condition= ");
 }
