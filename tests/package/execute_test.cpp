@@ -1,10 +1,6 @@
 // Install and remove from beginning to end: results, what lies on disk, and what a kill leaves.
-#include "engine_exit.h"
 #include "package_fixture.h"
-#include "pair.h"
 #include "variable_list.h"
-
-#include <csignal>
 
 using namespace km_test;
 using km::a_execute;
@@ -116,18 +112,12 @@ TEST_F(Execute, ForceInstallsOverAnyStateAndKeepsOneProfile) {
         EXPECT_EQ(files_in("work"), 1) << row.stable;
         EXPECT_EQ(files_in("backup"), 0);
     }
-}
-
-// A forced run that may not even begin leaves the older install as it was.
-TEST_F(Execute, ARefusedForceTouchesNothing) {
+    // One that may not even begin leaves the older install as it was.
     stores all(dir_.at("store"));
-    ASSERT_EQ(install(all), 0);
-    const cm_catalog_entry before = *all.entry();
     result_of("can 1 1 b", 9);
     EXPECT_EQ(install(all, km::m_binary_file | km::m_force), 9);
     EXPECT_EQ(status(all.entry()), "2/2");
-    EXPECT_TRUE(all.entry()->profile_name == before.profile_name);
-    EXPECT_TRUE(km::cm_package::check_package_existence(before.profile_name));
+    EXPECT_TRUE(from_profile(all));
 }
 
 TEST_F(Execute, AttributesRefuseModes) {
@@ -226,17 +216,13 @@ TEST_F(Execute, EachResultOfACommandIsFoldedIntoTheEntry) {
 }
 
 TEST_F(Execute, ALostStreamEndsTheProcessAndTheRunGoesOnFromItsProfile) {
-    const int ended = in_child([&] {
-        km::set_exit_watcher([](int code, const char* why) {
-            if (std::string(why).find("stream was lost") == std::string::npos)
-                std::_Exit(98);
-            std::_Exit(code); // before the leak checker looks
-        });
-        stores all(dir_.at("store"));
-        result_of("do 1 1 b", 6);
-        install(all);
-    });
-    EXPECT_EQ(ended, 0);
+    EXPECT_EXIT(
+        {
+            stores all(dir_.at("store"));
+            result_of("do 1 1 b", 6);
+            install(all);
+        },
+        testing::ExitedWithCode(0), "");
     stores all(dir_.at("store"));
     ASSERT_TRUE(all.entry());
     EXPECT_EQ(status(all.entry()), "0/0");
@@ -310,6 +296,27 @@ TEST_F(Execute, AFailedRemoveIsAnErrorOfTheInstallAndCanBeTriedAgain) {
     EXPECT_EQ(files_in("work") + files_in("target"), 0);
 }
 
+TEST_F(Execute, ARemoveThatARebootCutGoesOnAndStillKnowsTheInstall) {
+    for (const int child : {2, 3})
+        for (const bool fails : {false, true}) {
+            stores all(dir_.at("store"));
+            ASSERT_EQ(install(all, km::m_binary_file | km::m_force), 0);
+            result_of("do 2 1 b", child);
+            EXPECT_EQ(again(all, a_reverse), child);
+            EXPECT_EQ(status(all.entry()), "2/2");
+            recorder::results.clear();
+            // With result 3 the tree is through: only its cleanup is left, which cannot fail it.
+            result_of("do 2 1 b", fails ? 9 : 0);
+            const bool still_fails = fails && child == 2;
+            EXPECT_EQ(again(all, a_reverse, km::m_during_reboot), still_fails ? 9 : 0) << child;
+            EXPECT_EQ(status(all.entry()), still_fails ? "2/E" : "none") << child;
+            if (still_fails) {
+                EXPECT_EQ(all.entry()->last_action, a_execute);
+            }
+            recorder::results.clear();
+        }
+}
+
 TEST_F(Execute, ARepairIsMergedIntoTheProfileOfTheWholePackage) {
     stores all(dir_.at("store"));
     ASSERT_EQ(install(all), 0);
@@ -348,13 +355,6 @@ TEST_F(Execute, HistoryIsResetBehindASuccessfulInstallOnly) {
         }
         EXPECT_EQ(all.catalog.size(), 1);
         EXPECT_EQ(dir_.exists("work/reset"), connected == 1) << "a sign for the host";
-        auto alone = make();
-        alone->history_reset = 1;
-        all.give(*alone);
-        std::filesystem::remove(dir_.at("work/reset"));
-        alone->connected = 1;
-        EXPECT_EQ(alone->execute(a_execute, km::m_force | km::m_binary_file, 0), 0);
-        EXPECT_FALSE(dir_.exists("work/reset")) << "nothing was removed";
     }
 }
 

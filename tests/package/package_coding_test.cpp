@@ -49,38 +49,47 @@ std::string command_fields(int index) {
 std::string composite(const std::string& children, int index = 9) {
     return object("CmCompositeCommand", command_fields(index) + B(200, 1) + It(201, children));
 }
+const std::string a_recorder = object("KmtRecorder", command_fields(2) + S(200, "c") + S(201, ""));
+const std::string a_log = object("LogObjectList", S(100, "/l") + I(101, 1) + I(102, 2) + I(103, 3));
+
+// Fields of a package behind its children in order, each with its kind and its default.
+const char* const layout =
+    "300Sn 301Sv 302S 303S 304S 305I2 306I2 307I0 308I0 309I0 310B0 311I0 312I0 313B0 314B0 315I0 "
+    "316I0 317L0 318B0 319S 320O 322S 323S 324B1 325B1 326B0 327Sinstall 328I1 329I1 330S 331S "
+    "332I-1 333I-1 334B0 335S 336S 337S 338L0 339B0 340S 341S 342L0 343S 344S 345S 346L-1 349B1 "
+    "350B0 351L0 352T 353I0 354I0 355I1 356B0 357S 358B0 359I1 360B0 361T 362T 363L1 364S 365S "
+    "366L-1 367S 368S 369L-1 370S 371S 372L0 ";
+
+std::string field(int id, char kind, const std::string& value) {
+    const int n = std::atoi(value.c_str());
+    return kind == 'S'   ? S(id, value)
+           : kind == 'I' ? I(id, static_cast<std::uint32_t>(n))
+           : kind == 'L' ? L(id, n)
+           : kind == 'B' ? B(id, n)
+           : kind == 'O' ? O(id, null)
+                         : It(id);
+}
+
+// Calls `take` with id, kind and default of each field.
+void for_each_field(const std::function<void(int, char, const std::string&)>& take) {
+    std::istringstream words(layout);
+    for (std::string word; words >> word;)
+        take(std::stoi(word.substr(0, 3)), word[3], word.substr(4));
+}
 
 // A stream with a package "n" of version "v" that has nothing but defaults. Each field can be
-// replaced, by nothing too.
-std::string stream(const std::map<int, std::string>& other = {},
-                   const std::string& signature = "OMBREL Software Package v4.2 - SP") {
-    const std::vector<std::pair<int, std::string>> fields = {
-        {201, It(201)},     {300, S(300, "n")},  {301, S(301, "v")}, {302, S(302, "")},
-        {303, S(303, "")},  {304, S(304, "")},   {305, I(305, 2)},   {306, I(306, 2)},
-        {307, I(307, 0)},   {308, I(308, 0)},    {309, I(309, 0)},   {310, B(310, 0)},
-        {311, I(311, 0)},   {312, I(312, 0)},    {313, B(313, 0)},   {314, B(314, 0)},
-        {315, I(315, 0)},   {316, I(316, 0)},    {317, L(317, 0)},   {318, B(318, 0)},
-        {319, S(319, "")},  {320, O(320, null)}, {322, S(322, "")},  {323, S(323, "")},
-        {324, B(324, 1)},   {325, B(325, 1)},    {326, B(326, 0)},   {327, S(327, "install")},
-        {328, I(328, 1)},   {329, I(329, 1)},    {330, S(330, "")},  {331, S(331, "")},
-        {332, I(332, ~0U)}, {333, I(333, ~0U)},  {334, B(334, 0)},   {335, S(335, "")},
-        {336, S(336, "")},  {337, S(337, "")},   {338, L(338, 0)},   {339, B(339, 0)},
-        {340, S(340, "")},  {341, S(341, "")},   {342, L(342, 0)},   {343, S(343, "")},
-        {344, S(344, "")},  {345, S(345, "")},   {346, L(346, -1)},  {349, B(349, 1)},
-        {350, B(350, 0)},   {351, L(351, 0)},    {352, It(352)},     {353, I(353, 0)},
-        {354, I(354, 0)},   {355, I(355, 1)},    {356, B(356, 0)},   {357, S(357, "")},
-        {358, B(358, 0)},   {359, I(359, 1)},    {360, B(360, 0)},   {361, It(361)},
-        {362, It(362)},     {363, L(363, 1)},    {364, S(364, "")},  {365, S(365, "")},
-        {366, L(366, -1)},  {367, S(367, "")},   {368, S(368, "")},  {369, L(369, -1)},
-        {370, S(370, "")},  {371, S(371, "")},   {372, L(372, 0)}};
-    std::string package = command_fields(5) + B(200, 1);
-    for (const auto& [id, bytes] : fields) {
-        const auto at = other.find(id);
-        package += at == other.end() ? bytes : at->second;
-    }
-    const auto whole = other.find(2);
-    return S(0, signature) + L(3, 1500) + O(1, null) +
-           O(2, whole == other.end() ? object("CmPackage", package) : whole->second);
+// replaced, by nothing too; so can the variables (1) and the package (2).
+std::string stream(std::map<int, std::string> other = {},
+                   const std::string& signature = "OMBREL Software Package v4.2 - SP",
+                   const std::string& own_package = O(100, root)) {
+    std::string package = I(0, 1) + own_package +
+                          command_fields(5).substr((I(0, 1) + O(100, root)).size()) + B(200, 1);
+    package += other.count(201) ? other[201] : It(201);
+    for_each_field([&](int id, char kind, const std::string& value) {
+        package += other.count(id) ? other[id] : field(id, kind, value);
+    });
+    return S(0, signature) + L(3, 1500) + O(1, other.count(1) ? other[1] : null) +
+           O(2, other.count(2) ? other[2] : object("CmPackage", package));
 }
 
 struct outcome {
@@ -125,59 +134,47 @@ void expect_refused_or_whole(const outcome& out, const std::string& what) {
     }
 }
 
+void for_each_flip(const std::string& whole, const std::vector<int>& masks,
+                   const std::function<outcome(const std::string&)>& decode) {
+    for (size_t i = 0; i < whole.size(); ++i)
+        for (const int mask : masks) {
+            std::string bytes = whole;
+            bytes[i] = static_cast<char>(bytes[i] ^ mask);
+            expect_refused_or_whole(decode(bytes), "flipped at " + std::to_string(i));
+        }
+}
+
 class PackageCoding : public PackageTest {};
 
 } // namespace
 
-TEST_F(PackageCoding, GoldenBytes) {
-    const std::string golden = stream();
-    cm_package package;
-    package.name = "n";
-    package.version = "v";
-    package.command_index = 5;
-    EXPECT_EQ(encoded(package), golden);
-    const outcome out = decoded(golden, sp_object::sp);
-    ASSERT_TRUE(out.package);
-    out.package->variables = nullptr; // the reader's chain would be written too
-    EXPECT_EQ(encoded(*out.package), golden);
-    EXPECT_EQ(km::dynamic_variable_list::get_package(), out.package.get());
-}
+TEST_F(PackageCoding, EveryFieldStandsInItsPlaceAndIsWrittenBack) {
+    cm_package fresh;
+    fresh.name = "n";
+    fresh.version = "v";
+    fresh.command_index = 5;
+    EXPECT_EQ(encoded(fresh), stream());
 
-TEST_F(PackageCoding, EveryFieldOfTheStreamIsKeptAndWrittenBack) {
-    std::map<int, std::string> other = {
-        {201, It(201, composite(object("KmtRecorder", command_fields(2) + S(200, "c") + S(201, "")),
-                                3))},
-        {310, B(310, 1)},
-        {313, B(313, 1)},
-        {314, B(314, 1)},
-        {318, B(318, 1)},
-        {324, B(324, 0)},
-        {325, B(325, 0)},
-        {326, B(326, 1)},
-        {334, B(334, 1)},
-        {339, B(339, 1)},
-        {349, B(349, 0)},
-        {350, B(350, 1)},
-        {356, B(356, 1)},
-        {358, B(358, 1)},
-        {360, B(360, 1)},
-        {320, O(320, object("LogObjectList", S(100, "/log") + I(101, 1) + I(102, 2) + I(103, 3)))},
-        {352, It(352, a_pair)},
-        {361, It(361, a_number)},
-        {362, It(362, a_pair + a_number)}};
-    for (int id : {302, 303, 304, 319, 322, 323, 327, 330, 331, 335, 336, 337,
-                   340, 341, 343, 344, 345, 357, 364, 365, 367, 368, 370})
-        other[id] = S(id, "t$(x)" + std::to_string(id));
-    for (int id :
-         {305, 306, 307, 308, 309, 311, 312, 315, 316, 328, 329, 332, 333, 353, 354, 355, 359})
-        other[id] = I(id, static_cast<std::uint32_t>(id) * 1000003U);
-    for (int id : {317, 338, 342, 346, 351, 363, 366, 369, 372})
-        other[id] = L(id, -id);
+    std::map<int, std::string> other = {{201, It(201, composite(a_recorder, 3))},
+                                        {320, O(320, a_log)},
+                                        {352, It(352, a_pair)},
+                                        {361, It(361, a_number)},
+                                        {362, It(362, a_pair + a_number)}};
+    for_each_field([&](int id, char kind, const std::string& value) {
+        const std::string own = std::to_string(id);
+        if (kind == 'S')
+            other[id] = S(id, id == 371 ? "" : "t$(x)" + own);
+        else if (kind == 'B')
+            other[id] = B(id, value == "0");
+        else if (kind == 'I' || kind == 'L')
+            other[id] = field(id, kind, "-1000" + own);
+    });
     const std::string bytes = stream(other);
     const outcome out = decoded(bytes);
     ASSERT_TRUE(out.package);
-    out.package->variables = nullptr;
+    out.package->variables = nullptr; // the reader's chain would be written too
     EXPECT_EQ(encoded(*out.package), bytes);
+    EXPECT_EQ(km::dynamic_variable_list::get_package(), out.package.get());
     EXPECT_EQ(out.package->find("c", 1)->get_package(), out.package.get());
     // A copy is whole, and its commands belong to it.
     cm_package copy(*out.package);
@@ -192,13 +189,10 @@ TEST_F(PackageCoding, EveryFieldOfTheStreamIsKeptAndWrittenBack) {
 TEST_F(PackageCoding, TextsAreSubstitutedButNotWhatIsAskedLater) {
     const std::string pairs = object("Pair", I(0, 1) + S(100, "x") + S(101, "value"));
     const std::string variables = object("VariableList", I(0, 1) + It(100, pairs));
-    std::string bytes =
-        stream({{302, S(302, "<$(x)>")}, {357, S(357, "$(x)")}, {319, S(319, "/$(x)")}});
-    const std::string none = O(1, null);
-    bytes.replace(bytes.find(L(3, 1500)) + L(3, 1500).size(), none.size(), O(1, variables));
-    // The variables are object 0 now, their pair 1, the package 2.
-    const auto at = bytes.find(O(100, root));
-    bytes.replace(at, O(100, root).size(), O(100, "\2"s + number(2)));
+    // The variables are object 0, their pair 1, the package 2.
+    const std::string bytes = stream(
+        {{1, variables}, {302, S(302, "<$(x)>")}, {357, S(357, "$(x)")}, {319, S(319, "/$(x)")}},
+        "OMBREL Software Package v4.2 - SP", O(100, "\2"s + number(2)));
     for (const int substitute : {0, 1}) {
         const outcome out = decoded(bytes, sp_object::either, substitute);
         ASSERT_TRUE(out.package);
@@ -275,15 +269,13 @@ TEST_F(PackageCoding, SignaturesAndTheOldestPackages) {
 }
 
 TEST_F(PackageCoding, AStreamThatLiesIsRefused) {
-    std::string deep;
-    for (int i = 0; i < 600; ++i)
-        deep += "\1"s + text("com.ombrel.sd.cmObjects.CmCompositeCommand") + number(1) +
-                command_fields(i) + B(200, 1) + head(201, 21);
-    std::string endless;
-    const std::string level = deep.substr(0, deep.size() / 600);
+    const std::string level = "\1"s + text("com.ombrel.sd.cmObjects.CmCompositeCommand") +
+                              number(1) + command_fields(7) + B(200, 1) + head(201, 21);
+    std::string endless, allowed, deep;
     for (int i = 0; i < 100000; ++i)
         endless += level;
-    const std::string child = object("KmtRecorder", command_fields(2) + S(200, "c") + S(201, ""));
+    for (int i = 0; i < 600; ++i)
+        deep = composite(i == 500 ? allowed = deep : deep, i);
     const struct {
         const char* what;
         int id;
@@ -291,8 +283,8 @@ TEST_F(PackageCoding, AStreamThatLiesIsRefused) {
     } rows[] = {
         {"nested too deep", 201, It(201, deep)},
         {"nested without end", 201, It(201, endless)},
-        {"a child that is no command", 201, It(201, child + a_pair)},
-        {"a child twice", 201, It(201, child + "\2"s + number(1))},
+        {"a child that is no command", 201, It(201, a_recorder + a_pair)},
+        {"a child twice", 201, It(201, a_recorder + "\2"s + number(1))},
         {"the root as its own child", 201, It(201, root)},
         {"a child that brings a package", 201,
          It(201, object("CmCompositeCommand", I(0, 1) + O(100, object("CmPackage", I(0, 1)))))},
@@ -307,7 +299,7 @@ TEST_F(PackageCoding, AStreamThatLiesIsRefused) {
         {"a huge text", 302, head(302, 8) + "\xFF\xFF\x7F\xFF\xFF\xFF"s},
         {"no package", 2, null},
         {"another root", 2, a_pair},
-        {"a command as root", 2, child},
+        {"a command as root", 2, a_recorder},
     };
     for (const auto& row : rows) {
         const outcome out = decoded(stream({{row.id, row.bytes}}));
@@ -315,59 +307,46 @@ TEST_F(PackageCoding, AStreamThatLiesIsRefused) {
         expect_refused_or_whole(out, row.what);
         EXPECT_EQ(out.invalid_signature, 0) << row.what;
     }
-    std::string allowed;
-    for (int i = 0; i < 400; ++i)
-        allowed = composite(allowed, i);
     EXPECT_EQ(decoded(stream({{201, It(201, allowed)}})).result, 0);
 }
 
-TEST_F(PackageCoding, ACutOrFlippedStreamIsRefusedOrWhole) {
+TEST_F(PackageCoding, WhatIsCutOrFlippedIsRefusedOrWhole) {
     const std::string plain = stream(
-        {{201,
-          It(201, composite(object("KmtRecorder", command_fields(2) + S(200, "c") + S(201, ""))))},
-         {320, O(320, object("LogObjectList", S(100, "/log") + I(101, 1) + I(102, 2) + I(103, 3)))},
-         {352, It(352, a_pair)}});
+        {{201, It(201, composite(a_recorder))}, {320, O(320, a_log)}, {352, It(352, a_pair)}});
     ASSERT_EQ(decoded(plain).result, 0);
-    for (size_t i = 0; i < plain.size(); ++i) {
+    for (size_t i = 0; i < plain.size(); ++i)
         EXPECT_EQ(decoded(plain.substr(0, i)).result, 9) << "cut at " << i;
-        for (const int bits : {0xFF, 0x01, 0x80}) {
-            std::string bytes = plain;
-            bytes[i] = static_cast<char>(bytes[i] ^ bits);
-            expect_refused_or_whole(decoded(bytes), "flipped at " + std::to_string(i));
-        }
-    }
-}
+    for_each_flip(plain, {0xFF, 0x01, 0x80},
+                  [](const std::string& bytes) { return decoded(bytes); });
 
-TEST_F(PackageCoding, ACutOrFlippedFileIsRefusedOrWhole) {
     auto package = make();
     const pathname path(dir_.at("p.sp").c_str());
-    ASSERT_EQ(sp_object().encode(package.get(), nullptr, path, sp_object::sp), 0);
+    km::spmessage messages;
+    sp_object coder(&messages);
+    ASSERT_EQ(coder.encode(package.get(), nullptr, path, sp_object::sp), 0);
     EXPECT_EQ(files_in("work"), 0) << "the temporary file is gone";
     const std::string whole = dir_.read("p.sp");
     const auto from_file = [&](const std::string& bytes) {
         dir_.write("p.sp", bytes);
-        km::spmessage messages;
-        sp_object reader(&messages);
+        messages.reset();
         cm_package* read = nullptr;
         outcome out;
-        out.result = reader.decode(read, path, 0, sp_object::either);
+        out.result = coder.decode(read, path, 0, sp_object::either);
         out.package.reset(read);
         out.told = text_of(messages);
         return out;
     };
     ASSERT_EQ(from_file(whole).result, 0);
-    for (size_t i = 0; i < whole.size(); ++i) {
+    for (size_t i = 0; i < whole.size(); ++i)
         expect_refused_or_whole(from_file(whole.substr(0, i)), "cut at " + std::to_string(i));
-        std::string bytes = whole;
-        bytes[i] = static_cast<char>(~bytes[i]);
-        expect_refused_or_whole(from_file(bytes), "flipped at " + std::to_string(i));
-    }
-    std::filesystem::remove(dir_.at("p.sp"));
-    km::spmessage messages;
-    cm_package* read = nullptr;
-    EXPECT_EQ(sp_object(&messages).decode(read, path, 0, sp_object::either), 9);
-    EXPECT_NE(text_of(messages).find(path.mbcs_str()), std::string::npos);
+    for_each_flip(whole, {0xFF}, from_file);
+
     const pathname nowhere(dir_.at("no/such/p.sp").c_str());
-    EXPECT_EQ(sp_object(&messages).encode(package.get(), nullptr, nowhere, sp_object::sp), 9);
-    EXPECT_NE(text_of(messages).find("Unable to create the path"), std::string::npos);
+    cm_package* read = nullptr;
+    EXPECT_EQ(coder.decode(read, nowhere, 0, sp_object::either), 9);
+    EXPECT_EQ(coder.encode(package.get(), nullptr, nowhere, sp_object::sp), 9);
+    const std::string told = text_of(messages);
+    EXPECT_NE(told.find("Unable to open the file "s + nowhere.mbcs_str()), std::string::npos)
+        << told;
+    EXPECT_NE(told.find("Unable to create the path "s + nowhere.mbcs_str()), std::string::npos);
 }

@@ -15,13 +15,11 @@
 #include "support/scratch.h"
 
 #include <cstdlib>
-#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -195,17 +193,6 @@ class PackageTest : public testing::Test {
     long files_in(const std::string& name) const {
         const auto all = std::filesystem::directory_iterator(dir_.at(name));
         return std::distance(begin(all), end(all));
-    }
-    // Exit status of a child that runs the body, or -1 if a signal ended it.
-    static int in_child(const std::function<void()>& body) {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            body();
-            std::_Exit(99);
-        }
-        int about = 0;
-        ::waitpid(child, &about, 0);
-        return WIFEXITED(about) ? WEXITSTATUS(about) : -1;
     }
 
     scratch_dir dir_;

@@ -15,32 +15,20 @@ class Save : public PackageTest {
         km::zipping_channel out(&file);
         return write(&out);
     }
-    std::vector<std::string> entries(const std::string& name) const {
+    // The signature of the tree, and the names of all entries.
+    std::vector<std::string> content(const std::string& name) const {
         km::file_input_channel file(pathname(dir_.at(name).c_str()));
         file.inhibit(1);
         km::unzipping_channel zip(&file);
         zip.set_skip_tail(0);
-        std::vector<std::string> names;
-        while (const auto* one = zip.get_next_entry())
-            names.emplace_back(one->get_name());
-        return names;
-    }
-    std::string signature(const std::string& name) const {
-        km::file_input_channel file(pathname(dir_.at(name).c_str()));
-        file.inhibit(1);
-        km::unzipping_channel zip(&file);
-        zip.set_skip_tail(0);
-        unsigned char start[64] = {};
-        int have = 0;
-        if (zip.get_next_entry())
-            while (have < 60) {
-                const int more = zip.read(start + have, 60 - have);
-                if (more <= 0)
-                    break;
-                have += more;
-            }
-        const std::string bytes(reinterpret_cast<char*>(start), static_cast<size_t>(have));
-        return bytes.substr(5, static_cast<unsigned char>(bytes[4]));
+        std::vector<std::string> all(1);
+        while (const auto* one = zip.get_next_entry()) {
+            all.emplace_back(one->get_name());
+            for (int i = 0, byte; i < 5 + 34 && all.size() == 2 && (byte = zip.read()) >= 0; ++i)
+                if (i >= 5)
+                    all[0] += static_cast<char>(byte);
+        }
+        return all;
     }
     std::unique_ptr<cm_package> loaded(const std::string& name, stores& all) {
         cm_package asker;
@@ -61,11 +49,12 @@ TEST_F(Save, ABlockHoldsTheTreeAndTheDataAndAProfileTheTreeAlone) {
     static_cast<recorder*>(package->find("a", 1))->data = "data of a";
     EXPECT_EQ(to_file("block", [&](auto* out) { return package->save(out); }), 0);
     EXPECT_EQ(recorder::calls, (strings{"load 1 0 a", "load 1 0 b", "save 0 0 a", "save 0 0 b"}));
-    EXPECT_EQ(entries("block"), (strings{"SoftwarePackage", "a", "b"}));
-    EXPECT_EQ(signature("block"), "OMBREL Software Package v4.2 - SPB");
+    EXPECT_EQ(content("block"),
+              (strings{"OMBREL Software Package v4.2 - SPB", "SoftwarePackage", "a", "b"}));
     EXPECT_EQ(to_file("profile", [&](auto* out) { return package->save_sp(out); }), 0);
-    EXPECT_EQ(entries("profile"), strings{"SoftwarePackage"});
-    EXPECT_EQ(signature("profile"), "OMBREL Software Package v4.2 - SP");
+    EXPECT_EQ(content("profile").front().substr(0, 33), "OMBREL Software Package v4.2 - SP");
+    EXPECT_NE(content("profile").front().back(), 'B');
+    EXPECT_EQ(content("profile").size(), 2U);
     EXPECT_EQ(files_in("work"), 0) << "temporary files";
 
     stores all(dir_.at("store"));
@@ -98,7 +87,7 @@ TEST_F(Save, DataComeFromAnotherFileOrAsADifference) {
     pathname base;
     recorder::calls.clear();
     EXPECT_EQ(to_file("copy", [&](auto* out) { return package->save(&in, out); }), 0);
-    EXPECT_EQ(entries("copy"), strings{"SoftwarePackage"});
+    EXPECT_EQ(content("copy").size(), 2U);
     EXPECT_EQ(package->save(&in, nullptr), 0) << "only what the commands do";
     EXPECT_EQ(to_file("delta", [&](auto* out) { return package->delta_save(&base, &in, out); }), 0);
     EXPECT_EQ(recorder::calls, (strings{"copy 0 0 a", "copy 0 0 a", "delta 0 0 a"}));
@@ -121,15 +110,10 @@ TEST_F(Save, AFailureIsTheResultAndNoTemporaryFileStays) {
     }
     recorder::results.clear();
     auto package = make();
-    {
+    for (const bool tree_alone : {false, true}) {
         km::file_output_channel full(pathname("/dev/full"), 0);
         km::zipping_channel out(&full);
-        EXPECT_EQ(package->save(&out), 9);
-    }
-    {
-        km::file_output_channel full(pathname("/dev/full"), 0);
-        km::zipping_channel out(&full);
-        EXPECT_EQ(package->save_sp(&out), 9);
+        EXPECT_EQ(tree_alone ? package->save_sp(&out) : package->save(&out), 9);
     }
     EXPECT_EQ(files_in("work"), 0);
     std::filesystem::remove_all(dir_.at("work"));
@@ -145,7 +129,7 @@ TEST_F(Save, AProfileBecomesABlock) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(km::build_from_sp_file(profile, block), 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(entries("block"), (strings{"SoftwarePackage", "a", "b"}));
+    EXPECT_EQ(content("block").size(), 4U);
 
     const std::string good = dir_.read("profile");
     to_file("spb", [&](auto* out) { return package->save(out); });
@@ -181,19 +165,12 @@ TEST_F(Save, ChecksumsOfABaseAreFoundByTheExactName) {
     const auto crc_of = [&](const char* path) { return package.get_crc_from_CEN(pathname(path)); };
     EXPECT_EQ(crc_of("/opt/a"), 0) << "no base";
     package.central_directory = new km::vector;
-    const struct {
-        const char* name;
-        long crc;
-    } rows[] = {{"/opt/a", 1}, {"/opt/a", 2}, {"/opt/b", 3}};
-    for (const auto& row : rows) {
-        auto* entry = new km::zip_entry(row.name);
-        entry->crc = row.crc;
+    for (const long crc : {1, 2}) {
+        auto* entry = new km::zip_entry("/opt/a");
+        entry->crc = crc;
         package.central_directory->push_back(entry);
     }
-    EXPECT_EQ(crc_of("/opt/a"), 1);
-    EXPECT_EQ(crc_of("/opt/b"), 3);
+    EXPECT_EQ(crc_of("/opt/a"), 1) << "the first one";
     EXPECT_EQ(crc_of("/OPT/a"), 0);
-    EXPECT_EQ(crc_of("/opt/"), 0);
-    const cm_package copy(package);
-    EXPECT_EQ(copy.get_crc_from_CEN(pathname("/opt/b")), 3);
+    EXPECT_EQ(cm_package(package).get_crc_from_CEN(pathname("/opt/a")), 1);
 }
