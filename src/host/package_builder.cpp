@@ -239,8 +239,7 @@ bool builder::write() {
     const std::string comment = digest_mark + std::string(64, '0');
     km::zipping_channel zip(&out);
     zip.set_comment(comment.c_str());
-    if (request_.stored)
-        zip.set_method(km::zip_entry::stored);
+    zip.set_method(request_.stored ? km::zip_entry::stored : km::zip_entry::deflated);
     km::restart_data_sequence();
     const auto saved = package_.save(&zip);
     out.close();
