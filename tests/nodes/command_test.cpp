@@ -177,7 +177,7 @@ TEST(CommandCoding, HostileStreamsAreRefused) {
         return [id, &of](encoder& to) { to.encode_object_field(id, &of); };
     };
     const forged cases[] = {
-        {"CmCompositeCommand", children({&leaf, &no_command, &leaf})},
+        {"CmCompositeCommand", children({&leaf, &no_command})},
         {"CmCompositeCommand", children({&leaf, &leaf})},
         {"CmAddObject", object_field(200, leaf)},
         {"CmRemoveObject", object_field(200, no_command)},

@@ -134,6 +134,11 @@ TEST(AddObject, PutsInPlaceWhatIsToBeAdded) {
         EXPECT_EQ(of.command->execute_in_commit, one.in_commit) << &one - cases;
         EXPECT_EQ(of.command->is_effective, one.effective_then) << &one - cases;
     }
+    adding counted; // it stays removable by its last owner
+    counted.stand(1, 0, 1);
+    counted.command->replace_if_existing = 0;
+    counted.run(a_execute, p_do);
+    EXPECT_EQ(counted.command->is_effective + counted.own(), 2);
     adding failing;
     failing.object->identical = 1;
     failing.object->answer = cm_command::success_retry;
