@@ -359,7 +359,7 @@ TEST_F(Execute, HistoryIsResetBehindASuccessfulInstallOnly) {
 }
 
 TEST_F(Execute, DefaultVariablesAreSavedOnceAndNeverOverwritten) {
-    dir_.write("user.var", "mine = kept\nour=kept\n");
+    dir_.write("znpis.var", "mine = kept\nour=kept\n");
     stores all(dir_.at("store"));
     km::variable_list defaults;
     for (const char* name : {"mine", "our", "new"})
@@ -369,9 +369,9 @@ TEST_F(Execute, DefaultVariablesAreSavedOnceAndNeverOverwritten) {
     package->save_default_variables_flag = 1;
     all.give(*package);
     EXPECT_EQ(run(*package, a_execute, 0), 0);
-    EXPECT_EQ(dir_.read("user.var"), "mine = kept\nour=kept\n") << "not from a profile";
+    EXPECT_EQ(dir_.read("znpis.var"), "mine = kept\nour=kept\n") << "not from a profile";
     EXPECT_EQ(run(*package, a_execute, km::m_force | km::m_binary_file), 0);
-    EXPECT_EQ(dir_.read("user.var"), "mine = kept\nour=kept\nnew = default\n");
+    EXPECT_EQ(dir_.read("znpis.var"), "mine = kept\nour=kept\nnew = default\n");
     const std::string told = text_of(all.messages);
     EXPECT_NE(told.find("(mine) is already present"), std::string::npos) << told;
     EXPECT_NE(told.find("(our) is already present"), std::string::npos);

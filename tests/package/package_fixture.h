@@ -1,27 +1,20 @@
 // package_fixture: a package of recording commands on stores of its own
 #pragma once
 
-#include "base/msg_supp.h"
-#include "base_configuration.h"
 #include "codec.h"
 #include "engine_hooks.h"
-#include "library_loader.h"
-#include "package.h"
 #include "refcounttable.h"
 #include "sp_object.h"
 #include "status_words.h"
 #include "variable_builder.h"
 
-#include "support/scratch.h"
+#include "support/recording_command.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
-#include <string>
-#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 namespace km_test {
 
@@ -135,19 +128,10 @@ struct stores {
 class PackageTest : public testing::Test {
   protected:
     void SetUp() override {
-        for (const char* name : {"ZNPIS_INI_SECTION", "ZNPIS_PRODUCT_DIR", "KM_KILL_AT",
-                                 "__REVERSE_ORDER_DURING_REMOVE__"})
+        for (const char* name : {"KM_KILL_AT", "__REVERSE_ORDER_DURING_REMOVE__"})
             ::unsetenv(name);
-        dir_.write("libs.znp", KM_BUILD_LIB "/libkmcore\n");
-        ::setenv("SPEDITOR_LIB_PATH", dir_.path().c_str(), 1);
-        ::setenv("HOME", dir_.path().c_str(), 1);
-        dir_.write("state/znpis.ini", "[#MOBILE]\nworking_dir=" + dir_.at("work") +
-                                          "\nbackup_dir=" + dir_.at("backup") +
-                                          "\nuser_file_variables=" + dir_.at("user.var") + "\n");
-        km::set_configuration_location(pathname(dir_.at("state").c_str()));
-        for (const char* name : {"work", "store", "target"})
-            ::mkdir(dir_.at(name).c_str(), 0755);
-        km::library_loader::discard();
+        for (const char* name : {"store", "target"})
+            std::filesystem::create_directory(dir_.at(name));
         km::library_loader::instance()->put(
             ustring("make_KmtRecorder"),
             km::func_ptr(reinterpret_cast<void*>(reinterpret_cast<void (*)()>(&make_recorder))));
@@ -158,8 +142,6 @@ class PackageTest : public testing::Test {
     void TearDown() override {
         km::set_engine_hooks({});
         km::variable_list_builder::free_variables();
-        km::library_loader::discard();
-        km::set_configuration_location(pathname());
     }
 
     // A new package "pkg^1" with a recorder per name.
@@ -195,7 +177,8 @@ class PackageTest : public testing::Test {
         return std::distance(begin(all), end(all));
     }
 
-    scratch_dir dir_;
+    engine_home home_;
+    const scratch_dir& dir_ = home_.dir;
 };
 
 } // namespace km_test

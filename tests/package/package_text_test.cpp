@@ -1,43 +1,25 @@
 // What a package takes from a definition and writes into one.
-#include "exporter.h"
-#include "importer.h"
 #include "package_fixture.h"
 #include "pair.h"
 #include "variable_list.h"
 
-#include <deque>
+#include "support/fake_definition.h"
 
 using namespace km_test;
 using km::cm_package;
 
 namespace {
 
-// Answers what a test put in.
-class fake_importer : public km::importer {
+// Also answers objects and the words of a list of packages.
+class definition : public fake_importer {
   public:
-    std::map<std::string, std::string> values;
     std::map<std::string, std::unique_ptr<km::codable>> objects;
     std::deque<std::string> words; // a word "package" brings its name and version along
-    std::deque<km::cm_command*> commands;
     int unread = 0;
-    km::cm_command* container = nullptr;
 
-    int load(const pathname&, cm_package*&) override { return 0; }
-    void close() override {}
-    int get_boolean(const char* name, int* value) override { return get_integer(name, value); }
-    int get_integer(const char* name, int* value) override {
-        return values.count(name) && (*value = std::atoi(values[name].c_str()), true);
-    }
-    int get_string(const char* name, ustring* value) override {
-        return values.count(name) && (*value = values[name].c_str(), true);
-    }
-    int get_pathname(const char* name, pathname* value) override {
-        return values.count(name) && (*value = pathname(values[name].c_str()), true);
-    }
     int get_object(const char* name, km::codable** value) override {
         return objects.count(name) && (*value = objects[name]->clone(), true);
     }
-    int next_pair(ustring*, ustring*) override { return 0; }
     std::string take() {
         const std::string word = words.front();
         words.pop_front();
@@ -46,41 +28,24 @@ class fake_importer : public km::importer {
     int next_word(ustring* word) override {
         if (words.empty())
             return 0;
-        *word = take().c_str();
-        if (*word == ustring("package")) {
+        *word = u(take());
+        if (*word == u("package")) {
             values["name"] = take();
             values["version"] = take();
         }
         return 1;
     }
     void unread_word() override { ++unread; }
-    km::cm_command* next_command() override {
-        km::cm_command* one = commands.empty() ? nullptr : commands.front();
-        if (one)
-            commands.pop_front();
-        return one;
-    }
-    int is_shared_allowed() override { return 0; }
-    void set_add_mode(int) override {}
-    ustring current_stanza() override { return "package"; }
-    km::cm_command* get_container() override { return container; }
-    void set_container(km::cm_command* one) override { container = one; }
-    int line_number() override { return 42; }
 };
 
-// Notes "name=value", "{stanza" and "}".
-class fake_exporter : public km::exporter {
+// Notes names and values, "{" and "}" for a stanza.
+class written : public fake_exporter {
   public:
+    explicit written(const km::codable& object) { object.export_(*this); }
     std::vector<std::pair<std::string, std::string>> lines;
 
-    int open(const pathname&) override { return 1; }
-    void close() override {}
-    void put_boolean(const char* name, int value) override { put_integer(name, value); }
     void put_string(const char* name, const ustring& value) override {
         lines.emplace_back(name, value.mbcs_str());
-    }
-    void put_pathname(const char* name, const pathname& value) override {
-        put_string(name, value.get_text());
     }
     void put_integer(const char* name, int value) override {
         lines.emplace_back(name, std::to_string(value));
@@ -88,10 +53,6 @@ class fake_exporter : public km::exporter {
     void put_object(const char* name, const km::codable*) override {
         lines.emplace_back(name, "object");
     }
-    void set_add_mode(int) override {}
-    int is_shared_allowed() override { return 0; }
-    ustring current_stanza() override { return {}; }
-    ustring stanza_context() override { return {}; }
     void begin_stanza(const char* name) override { lines.emplace_back("{", name); }
     void end_stanza() override { lines.emplace_back("}", ""); }
 
@@ -105,12 +66,6 @@ class fake_exporter : public km::exporter {
 
 class PackageText : public PackageTest {};
 
-fake_exporter exported(const km::codable& object) {
-    fake_exporter to;
-    object.export_(to);
-    return to;
-}
-
 } // namespace
 
 TEST_F(PackageText, NamesAndHostsAreTakenApart) {
@@ -119,7 +74,7 @@ TEST_F(PackageText, NamesAndHostsAreTakenApart) {
     } names[] = {
         {"pkg", "1", "pkg", "1"}, {"pkg^1.2", "3", "pkg", "1.2.3"}, {"a^b^c", "d", "a", "b^c.d"}};
     for (const auto& row : names) {
-        fake_importer from;
+        definition from;
         from.values = {{"name", row.name}, {"version", row.version}};
         cm_package package;
         package.import(from);
@@ -136,7 +91,7 @@ TEST_F(PackageText, NamesAndHostsAreTakenApart) {
                  {"0123456789@ManagedNode:host", "nagedNode:host"},
                  {"", ""}};
     for (const auto& row : hosts) {
-        fake_importer from;
+        definition from;
         from.values = {{"source_host_name", row.host}, {"log_host_name", row.host}};
         cm_package package;
         package.import(from);
@@ -156,11 +111,11 @@ TEST_F(PackageText, TheExportHasItsOrderAndIsReadBack) {
         "after_input_path after_as_uid before_prog_env after_prog_env no_chk_on_rm log_host_name "
         "versioning_type package_type dependency sharing_control qep_before_program_path "
         "qep_after_program_path stop_on_failure condition } ";
-    EXPECT_EQ(exported(package).names(), bare);
+    EXPECT_EQ(written(package).names(), bare);
     package.nested_packages.push_back(new km::pair(ustring("self"), ustring("1")));
-    EXPECT_EQ(exported(package).names(), bare) << "itself alone is not told";
+    EXPECT_EQ(written(package).names(), bare) << "itself alone is not told";
 
-    fake_importer from;
+    definition from;
     from.objects["creation_time"] = std::make_unique<ustring>("1999-01-01 00:00:00");
     from.objects["log_object_list"] = std::make_unique<km::log_object_list>();
     auto variables = std::make_unique<km::variable_list>();
@@ -199,7 +154,7 @@ TEST_F(PackageText, TheExportHasItsOrderAndIsReadBack) {
     package.creation_time = package.last_modification_time = 86400;
     package.source_host_name = "@@host";
     from.values["source_host_name"] = "@host";
-    const fake_exporter to = exported(package);
+    const written to(package);
     EXPECT_EQ(to.names(), all);
     for (const auto& [name, value] : to.lines) {
         if (name.find("_time") != std::string::npos && name.find("timeout") == std::string::npos) {
@@ -209,16 +164,16 @@ TEST_F(PackageText, TheExportHasItsOrderAndIsReadBack) {
         }
     }
     // An import without variables does not inherit those of another one.
-    fake_importer nothing;
+    definition nothing;
     cm_package second;
     second.import(nothing);
     ASSERT_TRUE(second.variables);
     EXPECT_EQ(second.variables->get_defaults()->size(), 0);
-    EXPECT_EQ(exported(second).names(), bare);
+    EXPECT_EQ(written(second).names(), bare);
 }
 
 TEST_F(PackageText, ANestedPackageIsToldOnceAndItsBlockIsClosed) {
-    fake_importer from;
+    definition from;
     km::spmessage messages;
     from.messages = &messages;
     from.words = {"package", "a",       "1", "end", "package", "b",    "1",
@@ -228,8 +183,8 @@ TEST_F(PackageText, ANestedPackageIsToldOnceAndItsBlockIsClosed) {
     EXPECT_EQ(list.size(), 2);
     EXPECT_EQ(from.unread, 1);
     EXPECT_EQ(from.flags, 0);
-    EXPECT_NE(text_of(messages).find("near line 42: Package a^1 already"), std::string::npos);
-    EXPECT_EQ(exported(list).names(), "{ name version } { name version } ");
+    EXPECT_NE(text_of(messages).find("near line 12: Package a^1 already"), std::string::npos);
+    EXPECT_EQ(written(list).names(), "{ name version } { name version } ");
     from.words = {"package", "c", "1", "package", "d", "1", "end"};
     list.import(from);
     EXPECT_EQ(from.flags, 0x20000);
