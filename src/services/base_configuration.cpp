@@ -1,5 +1,5 @@
 // base_configuration: the settings and their defaults
-// format: lines key=value in sections
+// format: docs/formats/settings.md
 // invariant: every getter answers, whatever stands in the file
 #include "base_configuration.h"
 

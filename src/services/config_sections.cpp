@@ -1,5 +1,5 @@
 // config_sections: building of the settings sections
-// format: lines key=value in sections
+// format: docs/formats/settings.md
 // invariant: the settings file is read and written under its lock alone
 #include "base_configuration.h"
 

@@ -1,5 +1,5 @@
 // lockfile: lock among processes on a file
-// format: the lock file's content is one line for people
+// format: docs/formats/lock-file.md
 // invariant: who holds a lock holds it on the file that its name stands for
 #include "lockfile.h"
 

@@ -1,5 +1,5 @@
 // trace_startup: start of the trace from the settings
-// format of the files: told in trclog.h
+// format: docs/formats/trace.md
 // invariant: a process starts its trace once; with level 0 no file is made
 #include "trclog.h"
 

@@ -1,5 +1,5 @@
 // trace_stream: where trace lines go
-// format: a text line per call, told in trclog.h
+// format: docs/formats/trace.md
 // invariant: the header is printed as text, whatever it holds
 #include "trace_stream.h"
 

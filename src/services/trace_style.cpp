@@ -1,5 +1,5 @@
 // trace_style: how trace files are numbered and rotated
-// format: the counter file holds one decimal number and a line feed
+// format: docs/formats/trace.md
 // invariant: a number below 1, or one that was no number, counts as 1
 #include "trace_style.h"
 

@@ -1,5 +1,5 @@
 // trclog: trace levels, tags and lines; function tracer
-// format: a text line per call, told in the header
+// format: docs/formats/trace.md
 // invariant: with level 0 no function here is reached but level() itself
 #include "trclog.h"
 

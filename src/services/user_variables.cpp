@@ -1,5 +1,5 @@
 // user_variables: variables of a file, of the environment and of the command line
-// no format
+// format: docs/formats/variables-file.md
 // invariants: no more than 4096 bytes of a variable file are held; `live` knows every file list
 #include "user_variables.h"
 

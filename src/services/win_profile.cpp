@@ -1,5 +1,5 @@
 // win_profile: sections and keys of a profile file
-// format: lines of text, [section] and key=value
+// format: docs/formats/settings.md
 // invariant: lines that no operation names stay where they are
 #include "win_profile.h"
 
