@@ -227,6 +227,7 @@ TEST_F(Execute, ALostStreamEndsTheProcessAndTheRunGoesOnFromItsProfile) {
     ASSERT_TRUE(all.entry());
     EXPECT_EQ(status(all.entry()), "0/0");
     EXPECT_EQ(all.entry()->current_result, 6);
+    EXPECT_EQ(all.counts.get_ref_count("a", "pkg", "1"), 1) << "counts go before the entry";
     EXPECT_EQ(again(all, a_execute), 0);
     EXPECT_EQ(recorder::calls.front(), "do 1 1 b") << "what was done is not done again";
     EXPECT_EQ(status(all.entry()), "2/2");
@@ -336,6 +337,45 @@ TEST_F(Execute, ARepairIsMergedIntoTheProfileOfTheWholePackage) {
     std::filesystem::remove(all.entry()->profile_name.mbcs_str());
     EXPECT_EQ(run(*lost, a_execute, km::m_source), 10) << "no profile to merge into";
     EXPECT_EQ(status(all.entry()), "2/2");
+}
+
+TEST_F(Execute, AReferenceThatCannotGoWholeIsPutBack) {
+    const struct {
+        const char* stuck; // a name that cannot be removed
+        int of_package, of_undo, answer;
+        const char* words;
+        bool undo_stays;
+    } rows[] = {{"", 1, 1, 0, "none", false},         {"", 0, 1, 0, "5/5", false},
+                {"", 1, 0, 0, "none", true},          {"work/PP1", 1, 1, 10, "5/E", true},
+                {"work/PP1", 0, 1, 0, "5/5", false},  {"work/PP2", 1, 1, 10, "5/5", true},
+                {"backup/UP1", 1, 1, 10, "5/5", true}};
+    for (const auto& row : rows) {
+        stores all(dir_.at("store"));
+        cm_catalog_entry entry, of_undo;
+        entry.cm_status = entry.current_cm_status = 5;
+        entry.profile_name = pathname(dir_.write("work/PP1", "profile").c_str());
+        of_undo.profile_name = pathname(dir_.write("work/PP2", "profile").c_str());
+        entry.undo_package_name = pathname(dir_.write("backup/UP1", "undo").c_str());
+        all.put(entry);
+        all.catalog.update(new km::cm_catalog_key(entry.undo_package_name.get_text(), "1.0.0"),
+                           of_undo.clone());
+        if (*row.stuck) {
+            std::filesystem::remove(dir_.at(row.stuck));
+            dir_.write(std::string(row.stuck) + "/full", "");
+        }
+        auto package = make();
+        all.give(*package);
+        package->catalog_key = km::cm_catalog_key("pkg", "1");
+        ASSERT_EQ(package->find_catalog_entry(0), 1);
+        const std::string what = row.stuck + std::to_string(row.of_package);
+        EXPECT_EQ(package->delete_package_reference(row.of_package, row.of_undo), row.answer);
+        EXPECT_EQ(status(all.entry()), row.words) << what;
+        EXPECT_EQ(all.entry(dir_.at("backup/UP1").c_str(), "1.0.0") != nullptr, row.undo_stays)
+            << what;
+        EXPECT_EQ(row.answer == 0 && row.of_package, !dir_.exists("work/PP1")) << what;
+        std::filesystem::remove_all(dir_.at("work"));
+        std::filesystem::remove_all(dir_.at("backup"));
+    }
 }
 
 TEST_F(Execute, HistoryIsResetBehindASuccessfulInstallOnly) {

@@ -128,6 +128,8 @@ TEST_F(Gate, StatesBesideTheTable) {
         {"IC--E verify", error, 8, install, 0, 0, 2},
         {"IC--E any", error, 11, install, 0, 0, 2},
         {"IP--E commit", state(1, cs_error), 10, install, 0, 1, 1 | cs_error},
+        {"I---E install", with(state(cs_error, cs_error), 10, 1, 1), 0, install, 0, 1, cs_error},
+        {"I---E force", state(cs_error, cs_error), 0, install, force, 0, cs_error},
         {"waits for a reboot", with(state(2, 2), 5), 0, install, force, 4, 2},
         {"hidden", with(state(2, 2), 5, 14, 0, km::db_hidden), 8, install, 0, 5, unset},
         {"discovered, verify", discovered, 8, install, 0, 1, unset},
