@@ -63,6 +63,7 @@ class cm_object : public codable {
     cm_package* package = nullptr;          // lent
     cm_result result = cm_command::success; // of the last operation without a value
     std::int32_t sharing_control_count = 0; // count when the package first met the object
+    ustring condition; // of a container's object: the container takes it over; not coded
     std::int32_t preview_name = 0;          // get_name in its preview form; not coded
 };
 

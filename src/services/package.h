@@ -374,6 +374,64 @@ class cm_package : public cm_composite_command {
     bool remove_files(removal& at, int delete_package, int delete_undo);
     bool put_back(removal& at, bool own_entry);
 
+    // Backup packages.
+    void drop_stale_undo();
+    void gather_undo_data();
+    void make_undo_package(int action, int phase);
+    void describe_undo(cm_package& undo, const pathname& path) const;
+    bool save_undo(cm_package& undo, const pathname& path, int phase);
+    bool note_undo(const pathname& path, int phase);
+    const cm_catalog_entry* inner_entry() const;
+    bool load_partner();
+    void prepare_partner();
+    void clone_reboot_program();
+    void take_back_variables();
+    void drop_partner();
+
+    // What the operations behind an execute share.
+    bool begin_external(int operation, int mode, int call_argument, std::int32_t& started);
+    bool begin_internal(int operation, int mode, int call_argument);
+    bool store_rolled_back(int next);
+    bool store_failed(cm_result outcome, std::int32_t stable);
+
+    // commit, step by step.
+    void initialize_commit(int mode, int call_argument);
+    void treat_as_prepared(int mode);
+    void check_commit(int& mode);
+    void check_backup_of_commit(int mode);
+    void check_tree_of_commit();
+    void commit_package(int mode, int call_argument);
+    bool backup_before_commit(int mode);
+    void commit_prepared_undo(int mode, int call_argument);
+    cm_result run_commit(int mode, int call_argument);
+    bool wait_for_reboot();
+    bool end_commit(int next);
+    bool suspend_commit();
+    void fail_commit(int next, int call_argument);
+    cm_result store_commit();
+
+    // accept, step by step.
+    cm_result accept_state(int mode, int call_argument, cm_result& outcome);
+    cm_result drop_backup(std::int32_t before, std::int32_t after);
+    cm_result accept_prepared_undo(int mode, int call_argument, cm_result& outcome);
+    bool store_accepted(cm_result outcome, std::int32_t started);
+
+    // undo, step by step.
+    bool inner_run_is_complete(int& requested);
+    bool run_partner(int mode, int call_argument, cm_result& outcome, int& requested);
+    cm_result fold_undo(int requested, cm_result outcome, std::int32_t started);
+    cm_result undone_to_beginning(cm_result outcome, std::int32_t started);
+    cm_result undone_to(int next, cm_result outcome);
+    cm_result undo_waits(int next, cm_result outcome);
+    cm_result undo_failed(int next, cm_result outcome);
+
+    // verify, step by step.
+    bool verify_state(cm_package*& comparison, int action, int mode, int call_argument);
+    void verify_tree(cm_package* comparison, int action, int phase);
+    void apply_verify(cm_package* comparison, int action, int phase);
+    bool verify_backup();
+    bool verify_prepared_undo(cm_package*& comparison, int action, int mode, int call_argument);
+
     cm_result save_profile(zipping_channel* out, int load_data);
     cm_result end_of_save(zipping_channel* out);
 
