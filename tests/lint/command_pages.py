@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""command_pages.py KMCTL: what kmctl --help and its sources say, and what its pages say, are one.
+"""command_pages.py KMCTL: what kmctl --help and its sources say, and what its pages say, are one: [I-20].
 
 docs/man/kmctl.1 has every command with its arguments and options, every exit code, and nothing else;
 docs/JSON.md has a section per command, every word that messages carry, and nothing else.

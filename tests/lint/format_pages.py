@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The pages of docs, held against the sources and each other.
+"""The pages of docs, held against the sources and each other: [I-20].
 
 Every page that a source names is there; every page of docs/formats is named by a source and shows an
 example; every page that another page names is there.

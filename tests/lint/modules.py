@@ -70,6 +70,7 @@ def check_list(bands, modules, faults):
 
 
 def check_includes(bands, owner, excepts, faults):
+    """No include goes upward: [I-1]."""
     used = set()
     for file, band in sorted(owner.items()):
         for header in INCLUDE.findall((HOME / file).read_text()):
