@@ -35,6 +35,9 @@ def check_files(page, faults):
     for name in re.findall(r"`((?:src|tests|docs)/[\w./-]+)`", page):
         if not (TOP / name).exists():
             faults.append(f"{name} is not there")
+    for name in re.findall(r"`(\w+\.(?:cpp|h))`", page):
+        if not any((TOP / "src").rglob(name)):
+            faults.append(f"{name} is not there")
     table = page.partition("## The road")[2].partition("## ")[0]
     for cell in re.findall(r"^\|[^|]*\|([^|]*)\|$", table, re.M):
         for name in re.findall(r"`(\w+)`", cell):
