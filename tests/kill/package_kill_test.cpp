@@ -8,11 +8,12 @@ using namespace km_test;
 
 namespace {
 
-constexpr unsigned fresh = km::m_binary_file, forced = km::m_binary_file | km::m_force;
+constexpr unsigned fresh = km::m_binary_file, forced = fresh | km::m_force,
+                   chained = fresh | km::m_transactional | km::m_auto_commit;
 
 class PackageKill : public PackageTest {
   protected:
-    enum operation { install, force, repair, take_away };
+    enum operation { install, force, repair, take_away, chain };
 
     int run(stores& all, operation what) {
         auto package = what == take_away ? from_profile(all) : make();
@@ -21,6 +22,7 @@ class PackageKill : public PackageTest {
         all.give(*package);
         const unsigned mode = what == force     ? forced
                               : what == repair  ? km::m_repair
+                              : what == chain   ? chained
                               : what == install ? fresh
                                                 : 0U;
         const int action = what == take_away ? km::a_reverse : km::a_execute;
@@ -72,6 +74,7 @@ TEST_F(PackageKill, TheSameCallAgainComesToTheEnd) {
         {install, "store.before_entry", "none"},
         {install, "table.slot.before_mark", "none"},
         {install, "store.after_entry", "2/2"},
+        {chain, "execute.before_commit", "1/1"},
         {force, "reference.before_own_entry", "2/2"},
         {force, "reference.after_entries", "none"},
         {force, "reference.before_profile", "none"},
@@ -97,7 +100,7 @@ TEST_F(PackageKill, TheSameCallAgainComesToTheEnd) {
     };
     for (const auto& one : cases) {
         const std::string what = std::to_string(one.what) + " " + one.point;
-        start_over(one.what != install);
+        start_over(one.what != install && one.what != chain);
         ASSERT_TRUE(dies_at(one.point, one.what)) << what;
         stores all(dir_.at("store"));
         ASSERT_EQ(status(all.entry()), one.left) << what;
@@ -110,6 +113,11 @@ TEST_F(PackageKill, TheSameCallAgainComesToTheEnd) {
             package->catalog_key = km::cm_catalog_key("pkg", "1");
             ASSERT_EQ(package->find_catalog_entry(0), 1);
             EXPECT_EQ(package->delete_package_reference(1, 1), 0) << what;
+        } else if (one.what == chain) { // a host reads in the entry what was to follow
+            auto package = from_profile(all);
+            int word = 0;
+            ASSERT_EQ(package->validate_cm_status(km::o_commit, km::a_execute, 0, 0, &word), 0);
+            EXPECT_EQ(package->commit(0, 0), 0);
         } else if (one.what != take_away || all.entry()) {
             const int answer = run(all, one.what);
             const bool stood_already = one.what == install && std::string(one.left) == "2/2";

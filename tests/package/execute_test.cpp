@@ -164,6 +164,44 @@ TEST_F(Execute, AttributesRefuseModes) {
     }
 }
 
+TEST_F(Execute, TheModeAndWhatIsBusyChooseTheOperation) {
+    const unsigned undoable = km::m_undoable, prepare = km::m_transactional;
+    const unsigned rather_undoable = km::m_preferably_undoable;
+    const unsigned rather_now = km::m_preferably_not_transactional;
+    const unsigned undo_later = km::m_undo_ability_transactional;
+    const struct {
+        unsigned mode;
+        const char* busy; // a question that is answered with "not now"
+        int operation;
+        const char* words;
+        unsigned bits; // what is left of the mode
+    } rows[] = {
+        {0, "", km::o_execute, "2/2", 0},
+        {undoable, "", km::o_execute_undoable, "5/5", undoable},
+        {rather_undoable, "", km::o_execute_undoable, "5/5", rather_undoable},
+        {rather_undoable, "backup 1 0 a", km::o_execute, "2/2", 0},
+        {prepare, "", km::o_prepare, "1/1", prepare},
+        {prepare | undoable, "", km::o_prepare_undoable, "4/4", prepare | undoable},
+        {prepare | undo_later, "", km::o_prepare_undo_prepare, "3/3", prepare | undo_later},
+        {undo_later, "", km::o_execute_undoable, "5/5", undo_later},
+        {prepare | rather_now, "", km::o_execute, "2/2", prepare | rather_now},
+        {rather_now, "can 1 1 b", km::o_prepare, "1/1", prepare},
+        {rather_now | undoable, "can 1 1 b", km::o_prepare_undoable, "4/4", prepare | undoable},
+    };
+    for (const auto& row : rows) {
+        stores all(dir_.at("store"));
+        all.catalog.remove(std::make_unique<km::cm_catalog_key>("pkg", "1").get());
+        recorder::results = {{row.busy, 8}};
+        auto package = make();
+        all.give(*package);
+        EXPECT_EQ(run(*package, a_execute, row.mode), 0) << row.mode << row.busy;
+        ASSERT_TRUE(all.entry()) << row.mode;
+        EXPECT_EQ(all.entry()->operation_requested, row.operation) << row.mode << row.busy;
+        EXPECT_EQ(status(all.entry()), row.words) << row.mode << row.busy;
+        EXPECT_EQ(static_cast<unsigned>(all.entry()->entry_mode), row.bits) << row.mode;
+    }
+}
+
 TEST_F(Execute, EachResultOfACommandIsFoldedIntoTheEntry) {
     const std::vector<std::string> reboot = {"prepare", "request"};
     const struct {
