@@ -1,0 +1,121 @@
+#!/usr/bin/env python3
+"""page_examples.py KMCTL: the examples of the pages, carried out.
+
+The first chapter of the user guide is run as it stands. Members of JSON objects are all told in
+docs/JSON.md. Bytes and lines that format pages show are those that a run writes.
+"""
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import zipfile
+
+TOP = pathlib.Path(__file__).resolve().parents[2]
+DOCS = TOP / "docs"
+
+
+def shell(line, where):
+    run = subprocess.run(["bash", "-c", line], cwd=where, stdin=subprocess.DEVNULL, timeout=120,
+                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    return run.stdout
+
+
+def check_guide(where, faults):
+    chapter = (DOCS / "USER_GUIDE.md").read_text().partition("## The first package")[2]
+    block = "\n".join(re.findall(r"^    (.*)$", chapter.partition("\n## ")[0], re.M))
+    commands = re.findall(r"^\$ (.*)\n((?:(?!\$ ).*(?:\n|\Z))*)", block + "\n", re.M)
+    for line, told in commands:
+        pattern = re.escape(told.strip()).replace(r"\.\.\.", r"[\s\S]*")
+        said = shell(line, where).strip()
+        if not re.fullmatch(pattern, said):
+            faults.append(f"USER_GUIDE.md: $ {line}\n  told: {told.strip()}\n  says: {said}")
+    if len(commands) < 8:
+        faults.append("USER_GUIDE.md: the first chapter has lost its commands")
+
+
+def members(value):
+    if isinstance(value, dict):
+        for key, inner in value.items():
+            yield key
+            yield from members(inner)
+    elif isinstance(value, list):
+        for inner in value:
+            yield from members(inner)
+
+
+def check_json(where, faults):
+    told = set(re.findall(r"`(\w+)`", (DOCS / "JSON.md").read_text()))
+    build = "build tree --name j --version 1 --to /opt/j --shared 'bin/*' -o j.spb"
+    for line in (build, "show j.spb", "show j.spb --tree", "show j.spb --files", "install j.spb -n",
+                 "install j.spb", "install j.spb", "show j --variables", "list", "status j", "log j",
+                 "config list", "variables", "check", "remove j -n", "remove j", "status j", "frob"):
+        said = shell(f"kmctl --state st --root image --json {line} 2>/dev/null", where)
+        for key in sorted(set(members(json.loads(said))) - told):
+            faults.append(f"JSON.md: {line}: the member {key} is not told")
+
+
+def dump_of(page, offset=None):
+    """The bytes of the hexdump lines of a page, from the line of `offset` on."""
+    rows = re.findall(r"^    ([0-9a-f]{8})  ((?:[0-9a-f]{2}  ?){1,16})", page.read_text(), re.M)
+    at = next(i for i, row in enumerate(rows) if offset is None or int(row[0], 16) == offset)
+    return bytes.fromhex("".join(row[1] for row in rows[at:]))
+
+
+def check_formats(where, faults):
+    def same(name, told, found):
+        if told != found:
+            faults.append(f"{name}: told {told!r}, found {found!r}")
+
+    state = where / "s"
+    shell(f"kmctl --state {state} config get product_dir", where)
+    text = (DOCS / "formats/settings.md").read_text().partition("## Worked example")[2]
+    told = re.search(r"((?:^    [\[a-z].*\n)+)\n    0000", text, re.M).group(1)
+    told = "".join(line[4:] + "\n" for line in told.splitlines())
+    told = told.replace("=/tmp/s", f"={state}").replace("=tmp/s", f"={str(state)[1:]}")
+    same("settings.md", told, (state / "znpis.ini").read_text())
+
+    shell("kmctl --state st --root image install hello.spb -D prefix=/srv", where)
+    made = where / "st/work/made/hello^1.0"
+    same("made-directories.md", dump_of(DOCS / "formats/made-directories.md"), made.read_bytes())
+    head = dump_of(DOCS / "formats/package-log.md")[:0x77]
+    log = (where / "st/log/hello^1.0.log").read_bytes()
+    same("package-log.md", head.replace(b'greet^1"', b'hello^1.0"'), log[:len(head) + 2])
+
+    shell("touch -h -d '2024-02-29 12:30:58 UTC' tree/*/*; chmod 755 tree/bin/hello;"
+          "kmctl build tree --name mini --version 1 --to /opt/mini --stored -o mini.spb", where)
+    with zipfile.ZipFile(where / "mini.spb") as archive:
+        names, tree = archive.namelist(), archive.read("SoftwarePackage")
+    same("package-file.md", ["SoftwarePackage", "d/00000001", "d/00000002"], names)
+    file = (where / "mini.spb").read_bytes()
+    start = file.index(b"PK\x03\x04", 4)
+    same("package-file.md", dump_of(DOCS / "formats/package-file.md")[:64], file[start:start + 64])
+    path = b"/opt/mini/bin/hello"
+    told = bytes.fromhex("00c904000001ed")
+    same("package-file.md", told, tree[tree.index(path) + len(path):][:len(told)])
+    for offset, short in re.findall(r"^\| ([0-9A-F]+) \| `([0-9A-F]{2} [0-9A-F]{2})`",
+                                    (DOCS / "formats/package-file.md").read_text(), re.M):
+        at = int(offset, 16)
+        same(f"package-file.md: {offset}", bytes.fromhex(short), tree[at:at + 2])
+
+
+def main():
+    program = pathlib.Path(sys.argv[1]).resolve()
+    os.umask(0o022)
+    os.environ.update(PATH=f"{program.parent}:{os.environ['PATH']}", LC_ALL="C.UTF-8", TZ="UTC")
+    faults = []
+    with tempfile.TemporaryDirectory() as name:
+        where = pathlib.Path(name)
+        check_guide(where, faults)
+        check_json(where, faults)
+        check_formats(where, faults)
+    for fault in faults:
+        print(fault)
+    print(f"{len(faults)} fault(s)")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
