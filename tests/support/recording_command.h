@@ -29,6 +29,7 @@ class engine_home {
         ::setenv("SPEDITOR_LIB_PATH", dir.path().c_str(), 1);
         km::library_loader::discard();
         dir.write("state/znpis.ini", "[#MOBILE]\nworking_dir=" + dir.at("work") +
+                                         "\nbackup_dir=" + dir.at("backup") +
                                          "\nuser_file_variables=" + dir.at("znpis.var") + "\n");
         std::filesystem::create_directory(dir.at("work"));
         km::set_configuration_location(km::pathname(dir.at("state").c_str()));
