@@ -10,8 +10,12 @@
 #include "file_channel.h"
 #include "location.h"
 #include "lockfile.h"
+#include "command.h"
+#include "made_directories.h"
+#include "status_words.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -95,14 +99,17 @@ bool catalog_store::open(access_kind kind, long seconds, outcome& result) {
     if (!load(result) || !restore_counts(result))
         return false;
     counts_ = std::make_unique<km::cm_ref_count_table>(km::pathname(directory_.c_str()), 0);
+    if (!finish_removals(result))
+        return false;
     prune_counts();
     sweep();
+    hand_over_strays();
     return true;
 }
 
 bool catalog_store::lock(long seconds, outcome& result) {
     lock_ = std::make_unique<km::semaphore>(km::pathname(file_.c_str()), 0);
-    const std::time_t until = std::time(nullptr) + seconds;
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     for (;;) {
         const int answer = lock_->wait2(0);
         if (answer == km::semaphore::acquired)
@@ -114,7 +121,7 @@ bool catalog_store::lock(long seconds, outcome& result) {
                             ".");
             return false;
         }
-        if (seconds >= 0 && std::time(nullptr) >= until) {
+        if (seconds >= 0 && std::chrono::steady_clock::now() >= until) {
             result.fail(exit_busy, "busy",
                         "The catalog is in use by " + holder_of(lock_file) +
                             ". Try again later, or wait longer with --wait SECONDS.",
@@ -173,6 +180,36 @@ const km::cm_catalog_entry* catalog_store::find(const std::string& name,
         km::cm_catalog_key(km::ustring(name.c_str()), km::ustring(version.c_str())));
 }
 
+namespace {
+// The last step of a removal, after everything of the package is gone: its entry goes, too.
+bool is_ended_removal(const km::cm_catalog_entry& entry) {
+    return entry.inverse_action && entry.last_action == km::a_reverse &&
+           entry.cm_status == km::cs_committed && entry.current_cm_status == km::cs_committed &&
+           entry.operation_in_progress == km::o_none && entry.current_result == 0;
+}
+} // namespace
+
+// The files of these packages are swept behind this, once the catalog names them no more.
+bool catalog_store::finish_removals(outcome& result) {
+    km::Keyslist entries(*catalog_);
+    while (km::HashtableEntry* one = entries.next_entry()) {
+        const auto* key = dynamic_cast<const km::cm_catalog_key*>(one->get_key());
+        const auto* entry = dynamic_cast<const km::cm_catalog_entry*>(one->get_value());
+        if (key && entry && is_ended_removal(*entry))
+            finished_.push_back({key->name.mbcs_str(), key->version.mbcs_str()});
+    }
+    bool good = true;
+    for (const auto& id : finished_) {
+        const km::cm_catalog_key key(km::ustring(id.name.c_str()), km::ustring(id.version.c_str()));
+        good = catalog_->remove(&key) && good;
+    }
+    if (finished_.empty() || (good && flush()))
+        return true;
+    result.fail(exit_failed, "catalog",
+                "The catalog " + file_ + " cannot be written: " + std::strerror(errno) + ".");
+    return false;
+}
+
 // Counts of packages that the catalog does not know: a kill fell between counts and entry.
 void catalog_store::prune_counts() {
     struct stray {
@@ -221,6 +258,20 @@ void catalog_store::sweep() {
                 fs::remove(one.path(), error);
         }
     }
+}
+
+// Notes about directories of packages that a kill left without an entry.
+void catalog_store::hand_over_strays() {
+    std::vector<package_id> strays;
+    std::error_code error;
+    for (const auto& one : fs::directory_iterator(setting("working_dir") + "/made", error)) {
+        const package_id id = parse_id(one.path().filename().string());
+        if (!id.version.empty() && !find(id.name, id.version))
+            strays.push_back(id);
+    }
+    for (const auto& id : strays)
+        km::hand_over_made_directories(id.name, id.version);
+    km::prune_left_directories();
 }
 
 int catalog_store::flush() const {

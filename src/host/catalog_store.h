@@ -5,9 +5,11 @@
 #include "outcome.h"
 #include "persistent_hashtable.h"
 #include "refcounttable.h"
+#include "words.h"
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace kmhost {
 
@@ -32,6 +34,9 @@ class catalog_store {
     km::Persistent_Hashtable& catalog() { return *catalog_; }
     km::cm_ref_count_table* counts() { return counts_.get(); }
     const std::string& file() const { return file_; }
+    // Removals that a crash had cut behind their last change of the machine, and that the opening
+    // brought to their end.
+    const std::vector<package_id>& finished_removals() const { return finished_; }
     // Flushes the catalog's file. 1 or 0.
     int flush() const;
 
@@ -46,10 +51,13 @@ class catalog_store {
     bool load(outcome& result);
     bool restore_counts(outcome& result);
     void prune_counts();
+    bool finish_removals(outcome& result);
     void sweep();
+    void hand_over_strays();
 
     std::string directory_;
     std::string file_;
+    std::vector<package_id> finished_;
     std::unique_ptr<km::semaphore> lock_;
     std::unique_ptr<km::Persistent_Hashtable> catalog_;
     std::unique_ptr<km::cm_ref_count_table> counts_;

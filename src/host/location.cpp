@@ -26,7 +26,7 @@ std::string absolute(const std::string& path) {
     return error ? path : full.lexically_normal().string();
 }
 
-bool make_state(const std::string& state, outcome& result) {
+bool make_state(const std::string& state, bool read_only, outcome& result) {
     km::file directory{km::pathname(state.c_str())};
     errno = 0;
     if (!directory.mk_tree()) {
@@ -36,7 +36,7 @@ bool make_state(const std::string& state, outcome& result) {
                         ".");
         return false;
     }
-    if (::access(state.c_str(), R_OK | W_OK | X_OK) != 0) {
+    if (::access(state.c_str(), R_OK | X_OK | (read_only ? 0 : W_OK)) != 0) {
         result.fail(exit_failed, "state",
                     "The state directory " + state + " cannot be used: " + std::strerror(errno) +
                         ". Run as its owner, or give another one with --state.");
@@ -61,20 +61,24 @@ std::string data_directory() {
     return (program.parent_path().parent_path() / "share" / "kmcore").string();
 }
 
+std::string state_directory(const location& where) {
+    if (!where.state.empty())
+        return absolute(where.state);
+    const std::string root = where.root.empty() ? "/" : absolute(where.root);
+    return root == "/" ? "" : root + default_product_directory;
+}
+
 bool enter_location(const location& where, outcome& result) {
-    const std::string root = where.root.empty() ? "" : absolute(where.root);
-    if (!enter_root(root, result))
+    if (!enter_root(where.root.empty() ? "" : absolute(where.root), result))
         return false;
     ::setenv("SPEDITOR_LIB_PATH", data_directory().c_str(), 1);
-    std::string state = where.state.empty() ? "" : absolute(where.state);
-    if (state.empty() && !root.empty() && root != "/")
-        state = root + default_product_directory;
+    const std::string state = state_directory(where);
     if (state.empty()) {
         if (::geteuid() == 0)
             ::setenv("ZNPIS_PRODUCT_DIR", default_product_directory, 1);
         km::set_configuration_location(km::pathname());
     } else {
-        if (!make_state(state, result))
+        if (!make_state(state, where.read_only, result))
             return false;
         ::unsetenv("ZNPIS_PRODUCT_DIR");
         km::set_configuration_location(km::pathname(state.c_str()));

@@ -8,8 +8,9 @@
 namespace kmhost {
 
 struct location {
-    std::string state; // directory of all that the engine keeps; empty: the default
-    std::string root;  // put in front of every path of objects; empty: the machine itself
+    std::string state;      // directory of all that the engine keeps; empty: the default
+    std::string root;       // put in front of every path of objects; empty: the machine itself
+    bool read_only = false; // the state need not be writable
 };
 
 // Makes this process work there: settings, working directories and catalog below the state, objects
@@ -17,6 +18,9 @@ struct location {
 // library's own places (for the super-user with the product directory /var/lib/kmcore). The state
 // is made if it is missing. False: `result` says why.
 bool enter_location(const location& where, outcome& result);
+
+// The directory that the state lies in; "" for the library's own places.
+std::string state_directory(const location& where);
 
 // A setting, with "" for one that is not set.
 std::string setting(const char* name);

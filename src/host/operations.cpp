@@ -8,6 +8,7 @@
 #include "catalog_store.h"
 #include "dynamic_variables.h"
 #include "engine_run.h"
+#include "location.h"
 #include "lookup.h"
 #include "made_directories.h"
 #include "messages.h"
@@ -18,7 +19,7 @@
 #include "status_words.h"
 #include "words.h"
 
-#include <unistd.h>
+#include <algorithm>
 
 namespace kmhost {
 
@@ -89,6 +90,15 @@ bool was_refused(const km::cm_package& package) {
     }
 }
 
+// Objects tell why they fail; what fails in silence is the writing of catalog, counts and profiles.
+void tell_silent_failure(outcome& result) {
+    if (std::none_of(result.messages.begin(), result.messages.end(),
+                     [](const message& one) { return one.level == severity::error; }))
+        result.messages.push_back({"state", severity::error,
+                                   "The state in " + setting("product_dir") +
+                                       " could not be written; look for room and rights there."});
+}
+
 void run::finish(const km::cm_package& package, km::cm_result engine_result, const char* done_words,
                  const char* operation) {
     take_messages(messages_, result_);
@@ -109,6 +119,7 @@ void run::finish(const km::cm_package& package, km::cm_result engine_result, con
         result_.text = id_.text() + " waits for a reboot of this machine";
         return;
     }
+    tell_silent_failure(result_);
     std::string text = std::string("The ") + operation + " of " + id_.text() + " failed";
     const auto* now = entry();
     if (was_refused(package))
@@ -191,9 +202,15 @@ void switch_off_unreached(km::cm_composite_command& tree) {
     }
 }
 
-void forget_removed_package(const package_id& id) {
-    ::unlink(km::made_file_of(id.name, id.version).c_str());
-    km::forget_made_directories();
+bool was_just_finished(const catalog_store& store, const std::string& target, outcome& result) {
+    const package_id id = parse_id(target);
+    for (const auto& one : store.finished_removals())
+        if (one.name == id.name && (id.version.empty() || one.version == id.version)) {
+            result.package = facts_of(one, nullptr);
+            result.text = one.text() + " is removed; an earlier run had been cut at its end";
+            return true;
+        }
+    return false;
 }
 
 } // namespace
@@ -203,8 +220,12 @@ void remove(const operation_request& request, worker_line& line, outcome& result
     if (!at.open_store())
         return;
     package_id id;
-    if (!find_package(at.store_.catalog(), request.target, id, result))
+    outcome search;
+    if (!find_package(at.store_.catalog(), request.target, id, search)) {
+        if (search.exit != exit_not_found || !was_just_finished(at.store_, request.target, result))
+            result = search;
         return;
+    }
     const km::cm_catalog_entry before = *at.store_.find(id.name, id.version);
     const auto package = open_profile(before.profile_name.mbcs_str(), at.messages_, result);
     if (!package)
@@ -222,8 +243,11 @@ void remove(const operation_request& request, worker_line& line, outcome& result
         switch_off_unreached(*package);
     const auto answer = package->execute(km::a_reverse, mode, 0);
     at.finish(*package, answer, "removed", "remove");
-    if (!result.failed() && !at.entry())
-        forget_removed_package(id);
+    if (result.failed() || at.entry())
+        return;
+    if (in_error)
+        km::remove_empty_made_directories(id.name, id.version);
+    km::hand_over_made_directories(id.name, id.version);
 }
 
 } // namespace kmhost

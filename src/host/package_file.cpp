@@ -90,9 +90,10 @@ bool entries_are_whole(const std::string& path, const km::vector& directory, out
             return invalid(result, path, "its entries are not those of its directory");
         const std::string name = entry->get_name();
         km::CRC32 sum;
-        for (int got; (got = zip.read(block, sizeof block)) >= 0;)
+        long size = 0;
+        for (int got; (got = zip.read(block, sizeof block)) >= 0; size += got)
             sum.update(block, got);
-        if (zip.get_error() || sum.get_value() != told->crc)
+        if (zip.get_error() || size != told->size || sum.get_value() != told->crc)
             return invalid(result, path, "the data of its entry " + name + " are not whole");
     }
     return true;

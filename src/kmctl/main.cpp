@@ -11,9 +11,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <unistd.h>
 
 namespace {
 
@@ -25,7 +27,9 @@ constexpr const char* version_text = "kmctl " KM_VERSION;
 // What a command line asks for, and what carries it out in the worker.
 struct chosen {
     std::string command = "kmctl";
-    bool keeps_nothing = false; // works in a state of its own unless one was given
+    bool needs_no_state = false; // works in one of its own unless one was given
+    bool only_reads = false;     // a state that is not there is taken for an empty one
+    bool only_answers = false;   // its text is what was asked for, also with --quiet
     kmhost::worker_body body;
 };
 
@@ -51,23 +55,23 @@ void add_globals(CLI::App& app, global_options& options) {
     app.add_flag("-q,--quiet", options.quiet, "Errors only");
     app.add_flag("-v,--verbose", options.verbose, "Tell more");
     app.add_option("--progress", options.progress, "auto, yes or no")
-        ->transform(CLI::Transformer(progress))
+        ->transform(CLI::Transformer(progress).description(""))
         ->type_name("WHEN");
     app.add_option("--wait", options.wait_seconds, "Seconds to wait for the lock, -1 for ever (30)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(-1L, 100000000L));
+        ->check(CLI::Range(-1L, 100000000L).description(""));
     app.add_option("--trace", options.trace_level, "Level of the trace, 0 to 6")
         ->type_name("LEVEL")
-        ->check(CLI::Range(0, 6));
+        ->check(CLI::Range(0, 6).description(""));
     app.add_option("--color", options.color, "auto, always or never")
-        ->transform(CLI::Transformer(color))
+        ->transform(CLI::Transformer(color).description(""))
         ->type_name("WHEN");
     app.add_flag("--reboot-exit-code", options.reboot_exit_code,
                  "Exit with 4 where a reboot is needed");
     app.set_version_flag("--version", version_text, "Version of this program");
 }
 
-CLI::App* add_build(CLI::App& app, arguments& given, chosen& choice) {
+void add_build(CLI::App& app, arguments& given, chosen& choice) {
     auto* one = app.add_subcommand("build", "Pack a directory tree into a package file");
     auto& build = given.build;
     one->add_option("DIR", build.source, "Directory to pack")->required();
@@ -90,12 +94,11 @@ CLI::App* add_build(CLI::App& app, arguments& given, chosen& choice) {
     one->add_flag("--stored", build.stored, "Do not compress the data");
     one->callback([&] {
         choice.command = "build";
-        choice.keeps_nothing = true;
+        choice.needs_no_state = choice.only_reads = true;
         choice.body = [&build](kmhost::worker_line&, outcome& result) {
             kmhost::build_package_file(build, result);
         };
     });
-    return one;
 }
 
 void add_show(CLI::App& app, arguments& given, chosen& choice) {
@@ -108,6 +111,7 @@ void add_show(CLI::App& app, arguments& given, chosen& choice) {
     files->excludes(variables);
     one->callback([&] {
         choice.command = "show";
+        choice.only_reads = choice.only_answers = true;
         choice.body = [&given](kmhost::worker_line&, outcome& result) {
             const auto part = given.tree        ? kmhost::show_part::tree
                               : given.files     ? kmhost::show_part::files
@@ -130,6 +134,7 @@ void add_install(CLI::App& app, arguments& given, chosen& choice) {
     one->add_flag("-y,--yes", given.yes, "Ask nothing (there are no questions yet)");
     one->callback([&] {
         choice.command = "install";
+        choice.only_reads = choice.only_answers = operation.dry_run;
         choice.body = [&operation](kmhost::worker_line& line, outcome& result) {
             kmhost::install(operation, line, result);
         };
@@ -145,6 +150,7 @@ void add_remove(CLI::App& app, arguments& given, chosen& choice) {
     one->add_flag("-y,--yes", given.yes, "Ask nothing (there are no questions yet)");
     one->callback([&] {
         choice.command = "remove";
+        choice.only_reads = choice.only_answers = operation.dry_run;
         choice.body = [&operation](kmhost::worker_line& line, outcome& result) {
             kmhost::remove(operation, line, result);
         };
@@ -160,6 +166,7 @@ void add_query(CLI::App& app, const char* name, const char* about, const char* a
         one->add_option(argument, given.target)->required(needed);
     one->callback([&given, &choice, name, ask] {
         choice.command = name;
+        choice.only_reads = choice.only_answers = true;
         choice.body = [&given, ask](kmhost::worker_line&, outcome& result) {
             ask(given.target, result);
         };
@@ -187,7 +194,10 @@ void add_config(CLI::App& app, arguments& given, chosen& choice) {
             kmhost::config_set(given.key, given.value, result);
         };
     });
-    config->callback([&] { choice.command = "config"; });
+    config->callback([&choice, set] {
+        choice.command = "config";
+        choice.only_answers = !set->parsed();
+    });
 }
 
 void add_check(CLI::App& app, arguments& given, const global_options& options, chosen& choice) {
@@ -195,6 +205,7 @@ void add_check(CLI::App& app, arguments& given, const global_options& options, c
     one->add_flag("--repair", given.repair, "Mend what can be mended");
     one->callback([&] {
         choice.command = "check";
+        choice.only_reads = !given.repair;
         choice.body = [&given, &options](kmhost::worker_line&, outcome& result) {
             kmhost::check(given.repair, options.wait_seconds, result);
         };
@@ -202,8 +213,7 @@ void add_check(CLI::App& app, arguments& given, const global_options& options, c
 }
 
 void add_commands(CLI::App& app, arguments& given, const global_options& options, chosen& choice) {
-    // A package's version is not this program's.
-    add_build(app, given, choice)->fallthrough(true);
+    add_build(app, given, choice);
     add_install(app, given, choice);
     add_remove(app, given, choice);
     add_query(app, "list", "Installed packages", "PATTERN", false, given, choice, kmhost::list);
@@ -218,8 +228,11 @@ void add_commands(CLI::App& app, arguments& given, const global_options& options
     add_check(app, given, options, choice);
     app.require_subcommand(1);
     app.fallthrough();
-    for (auto* one : app.get_subcommands({}))
+    for (auto* one : app.get_subcommands({})) {
         one->fallthrough();
+        for (auto* inner : one->get_subcommands({}))
+            inner->fallthrough();
+    }
 }
 
 // Before the command line is parsed, so that a wrong one is told in the wanted form, too.
@@ -248,10 +261,16 @@ int tell_usage_fault(const CLI::App& app, const CLI::ParseError& fault, global_o
     return result.exit;
 }
 
+bool is_missing(const kmhost::location& where) {
+    const std::string state = kmhost::state_directory(where);
+    return !state.empty() && ::access(state.c_str(), F_OK) != 0 && errno == ENOENT;
+}
+
 outcome carry_out(const global_options& options, const chosen& choice) {
     std::unique_ptr<kmhost::temporary_state> temporary;
-    kmhost::location where{options.state, options.root};
-    if (choice.keeps_nothing && where.state.empty()) {
+    kmhost::location where{options.state, options.root, choice.only_reads};
+    if ((choice.needs_no_state && where.state.empty()) ||
+        (choice.only_reads && is_missing(where))) {
         temporary = std::make_unique<kmhost::temporary_state>();
         where.state = temporary->path();
     }
@@ -259,6 +278,9 @@ outcome carry_out(const global_options& options, const chosen& choice) {
         if (!kmhost::enter_location(where, result))
             return;
         kmctl::start_trace(options);
+        if (options.verbose)
+            result.info("location", "State in " + kmhost::setting("product_dir") + ", root " +
+                                        (where.root.empty() ? "/" : where.root) + ".");
         choice.body(line, result);
     };
     const auto watch = kmctl::make_progress_line(options, choice.command);
@@ -282,8 +304,12 @@ int main(int count, char** texts) {
         return tell_usage_fault(app, fault, options, count, texts);
     }
     given.operation.wait_seconds = options.wait_seconds;
-    const outcome result = carry_out(options, choice);
-    kmctl::print_outcome(options, choice.command, result);
-    return result.exit == kmhost::exit_reboot && !options.reboot_exit_code ? kmhost::exit_done
-                                                                           : result.exit;
+    outcome result = carry_out(options, choice);
+    if (options.quiet && !choice.only_answers)
+        result.text.clear();
+    if (result.exit == kmhost::exit_reboot && !options.reboot_exit_code)
+        result.exit = kmhost::exit_done;
+    if (!kmctl::print_outcome(options, choice.command, result) && !result.failed())
+        return kmhost::exit_failed;
+    return result.exit;
 }

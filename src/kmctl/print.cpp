@@ -3,8 +3,10 @@
 // invariant: with --json standard output holds exactly one JSON object
 #include "print.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <unistd.h>
 
 namespace kmctl {
@@ -36,10 +38,10 @@ const char* color_of(kmhost::severity level) {
 }
 
 // File names and package texts come from strangers: a terminal must not take orders from them.
-std::string printable(const std::string& text) {
+std::string printable(const std::string& text, bool one_line) {
     std::string out;
     for (unsigned char c : text)
-        if ((c < 0x20 && c != '\n' && c != '\t') || c == 0x7f) {
+        if ((c < 0x20 && (one_line || (c != '\n' && c != '\t'))) || c == 0x7f) {
             char code[8];
             std::snprintf(code, sizeof code, "\\x%02x", c);
             out += code;
@@ -56,27 +58,29 @@ void print_message(const global_options& options, const kmhost::message& one) {
                        : one.level == kmhost::severity::warning ? "warning: "
                                                                 : "";
     const bool color = wants_color(options) && one.level != kmhost::severity::info;
-    std::string text = printable(one.text);
-    while (!text.empty() && text.back() == '\n')
-        text.pop_back();
+    std::string text = printable(one.text, true);
+    if (options.verbose)
+        text += " [" + one.id + "]";
     std::fprintf(stderr, "%s%s%s%s\n", color ? color_of(one.level) : "", head,
                  color ? "\x1b[0m" : "", text.c_str());
 }
 
 } // namespace
 
-void print_outcome(const global_options& options, const std::string& command,
+bool print_outcome(const global_options& options, const std::string& command,
                    const kmhost::outcome& result) {
     for (const auto& one : result.messages)
         print_message(options, one);
     std::string text = options.json ? kmhost::to_json_text(result, command) : result.text;
     if (!options.json && ::isatty(STDOUT_FILENO))
-        text = printable(text);
+        text = printable(text, false);
     if (!text.empty() && text.back() != '\n')
         text += '\n';
     std::fwrite(text.data(), 1, text.size(), stdout);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        std::fprintf(stderr, "warning: standard output could not be written\n");
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return true;
+    std::fprintf(stderr, "error: standard output cannot be written: %s\n", std::strerror(errno));
+    return false;
 }
 
 kmhost::progress_watcher make_progress_line(const global_options& options,
@@ -87,10 +91,10 @@ kmhost::progress_watcher make_progress_line(const global_options& options,
         if (report.total > 0)
             std::fprintf(stderr, "\r\x1b[K%s: %3ld%% (%ld of %ld) %.60s", command.c_str(),
                          report.done * 100 / report.total, report.done, report.total,
-                         printable(report.what).c_str());
+                         printable(report.what, true).c_str());
         else
             std::fprintf(stderr, "\r\x1b[K%s: %ld %.60s", command.c_str(), report.done,
-                         printable(report.what).c_str());
+                         printable(report.what, true).c_str());
         std::fflush(stderr);
     };
 }

@@ -10,8 +10,9 @@
 namespace kmctl {
 
 // With --json exactly one object goes to standard output and nothing else does; else the text of
-// the outcome goes there. Messages for people go to standard error: with --quiet errors only.
-void print_outcome(const global_options& options, const std::string& command,
+// the outcome goes there. Messages for people go to standard error: with --quiet errors only,
+// with --verbose the ids of messages, too. False: standard output did not take it.
+bool print_outcome(const global_options& options, const std::string& command,
                    const kmhost::outcome& result);
 
 // A line of progress on standard error that rewrites itself; empty when none is wanted (not a

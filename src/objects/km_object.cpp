@@ -301,13 +301,14 @@ int km_object::exists(int phase) {
     return look_at(path_bytes(), about);
 }
 
-// A verify and an undo ask what is there, not what may be replaced.
+// A verify and an undo ask what is there, not what may be replaced. Something of another kind is no
+// newer state of this object: it stands in its way, and the check says so.
 int km_object::is_newer() {
     if (package && (package->operation_name == ustring(u"verify") ||
                     package->operation_name == ustring(u"undo")))
         return 0;
     struct stat about {};
-    return well_formed() && look_at(path_bytes(), about) &&
+    return well_formed() && look_at(path_bytes(), about) && is_same_kind(about) &&
            about.st_mtim.tv_sec > modification_time().tv_sec;
 }
 

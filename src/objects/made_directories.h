@@ -11,13 +11,25 @@ class cm_package;
 // the directory. 1, or 0 with errno: then it must not be made, or it would stay for ever.
 int note_made_directory(const cm_package& package, const std::string& path);
 
-// Whether the package noted that directory.
+// Whether the package noted that directory, or a package that is gone left it behind because others
+// still used it.
 bool made_by(const cm_package& package, const std::string& path);
+
+// A package is gone: its notes go, and directories of them that still stand are left to whoever
+// takes the last thing out of them. 1, or 0 with errno: the notes are still there then.
+int hand_over_made_directories(const std::string& name, const std::string& version);
+
+// Removes those of its directories that are empty: an install that failed between a directory and
+// its contents has no command that would.
+void remove_empty_made_directories(const std::string& name, const std::string& version);
+
+// Forgets directories left behind that are gone by now. 1, or 0 with errno.
+int prune_left_directories();
 
 // Forgets what was read of the notes.
 void forget_made_directories();
 
-// The file of the notes: paths, each ended by a NUL.
+// The file of the notes: paths, each ended by a NUL; empty ones mean nothing.
 std::string made_file_of(const std::string& name, const std::string& version);
 
 } // namespace km

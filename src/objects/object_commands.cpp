@@ -8,6 +8,7 @@
 #include "file_object.h"
 #include "importer.h"
 #include "link_object.h"
+#include "object_messages.h"
 #include "trclog.h"
 
 namespace km {
@@ -34,7 +35,20 @@ void km_add_command::can_execute(int action, int phase) {
 
 void km_add_command::do_execute(int action, int phase) {
     tell_index(object, command_index);
+    tell_what_stays(action, phase);
     cm_add_object::do_execute(action, phase);
+}
+
+// The engine passes over such an object in silence; a person would take it for the package's.
+void km_add_command::tell_what_stays(int action, int phase) {
+    auto* on = dynamic_cast<km_object*>(object);
+    if (!on || !is_effective || phase != p_do || !on->exists(phase) || on->is_identical(phase))
+        return;
+    if (action == a_execute && !replace_if_newer && on->is_newer())
+        tell(package, om_newer, on->path_bytes());
+    const bool was_there_before = dynamic_cast<km_directory*>(on) && !on->created;
+    if (action == a_reverse && !remove_if_modified && !on->is_shared && !was_there_before)
+        tell(package, om_modified, on->path_bytes());
 }
 
 // The walk calls this only for a command that it passes over.

@@ -24,7 +24,9 @@ class km_add_command : public cm_add_object {
 
   protected:
     virtual const char* stanza() const = 0;
-    void tell_object() const;
+
+  private:
+    void tell_what_stays(int action, int phase);
 };
 
 class km_remove_command : public cm_remove_object {

@@ -25,6 +25,8 @@ const char* const object_catalog[] = {
     "E %1$s is not what the package describes, and its data are not in the package.\n",
     "I %1$s stays: it is not empty.\n",
     "E %1$s was not prepared.\n",
+    "W %1$s is newer than what the package brings, and was left as it is.\n",
+    "I %1$s was changed after its install, and stays.\n",
 };
 
 static_assert(std::size(object_catalog) == object_messages_end);

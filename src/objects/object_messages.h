@@ -21,6 +21,8 @@ enum object_message : long {
     om_not_replaced, // path
     om_not_empty,    // path
     om_no_staged,    // path
+    om_newer,        // path
+    om_modified,     // path
     object_messages_end
 };
 

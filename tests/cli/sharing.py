@@ -1,0 +1,122 @@
+"""Files that packages share, versions beside each other, and doing a thing twice."""
+import os
+
+import support
+from support import KmctlCase, picture
+
+
+class Sharing(KmctlCase):
+    def shared(self, name, own, version="1.0"):
+        return self.build({"lib/common": "common", "own-" + name: own}, name, version, "/opt/suite",
+                          "--shared", "lib/*")
+
+    def test_the_last_package_takes_the_shared_file(self):
+        for order in (("one", "two", "three"), ("three", "one", "two")):
+            with self.subTest(order=order):
+                for name in ("one", "two", "three"):
+                    self.km("install", self.shared(name, name))
+                for name in order[:2]:
+                    self.km("remove", name)
+                    self.assertEqual(self.read("/opt/suite/lib/common"), b"common", name)
+                    self.assertFalse(os.path.exists(self.at("/opt/suite/own-" + name)))
+                self.km("remove", order[2])
+                self.assertEqual(os.listdir(self.root), [])
+                self.assertEqual(self.leftovers(), [])
+
+    def test_installing_again_counts_once(self):
+        one, two = self.shared("one", "1"), self.shared("two", "2")
+        self.km("install", one)
+        self.km("install", two)
+        for _ in range(3):
+            self.km("install", one, "--force")
+        self.km("remove", "one")
+        self.assertEqual(self.read("/opt/suite/lib/common"), b"common")
+        self.km("remove", "two")
+        self.assertEqual(os.listdir(self.root), [])
+
+    def test_two_versions_of_a_name(self):
+        old, new = self.shared("one", "1", "1.0"), self.shared("one", "2", "1.1")
+        self.km("install", old)
+        self.km("install", new)
+        self.assertEqual([one["version"] for one in self.km_json("list")["packages"]],
+                         ["1.0", "1.1"])
+        ended = self.km("remove", "one", code=2)
+        self.assertIn("one^1.0", ended.err)
+        self.assertIn("one^1.1", ended.err)
+        self.assertEqual(self.km("status", "one", code=2).out, "")
+        self.km("remove", "one^1.0")
+        self.assertEqual(self.read("/opt/suite/lib/common"), b"common")
+        self.km("remove", "one")
+        self.assertEqual(os.listdir(self.root), [])
+
+    def test_versions_of_equal_worth_are_told_apart(self):
+        self.km("install", self.build({"a": "1"}, "v", "1.0", "/opt/a"))
+        self.km("install", self.build({"a": "1"}, "v", "1.00", "/opt/b"))
+        self.km("remove", "v^1.00")
+        self.assertTrue(os.path.exists(self.at("/opt/a/a")))
+        self.assertFalse(os.path.exists(self.at("/opt/b")))
+
+    def test_a_directory_of_two_packages_stays_until_the_last(self):
+        self.km("install", self.build({"a": "1"}, "one", "1.0", "/opt/both"))
+        self.km("install", self.build({"b": "1"}, "two", "1.0", "/opt/both"))
+        self.km("remove", "one")
+        self.assertEqual(os.listdir(self.at("/opt/both")), ["b"])
+        self.km("remove", "two")
+        self.assertEqual(os.listdir(self.root), [])
+        self.assertFalse(os.path.exists(os.path.join(self.state, "work/made/left")))
+
+
+class Twice(KmctlCase):
+    def test_a_second_install_is_nothing_to_do(self):
+        package = self.build({"a": "1"})
+        self.km("install", package)
+        before = picture(self.root), self.state_picture()
+        told = self.km_json("install", package)
+        self.assertEqual((told["outcome"], told["package"]["name"]), ("nothing", "p"))
+        self.assertIn("already", self.km("install", package).out)
+        self.assert_same(before[0], picture(self.root))
+        self.assert_same(before[1], self.state_picture())
+
+    def test_force_brings_back_what_is_missing(self):
+        package = self.build({"a": "1", "s/b": "2", "l": ("a",)})
+        self.km("install", package)
+        before = picture(self.root, times=False)
+        os.unlink(self.at("/opt/p/a"))
+        os.unlink(self.at("/opt/p/l"))
+        os.chmod(self.at("/opt/p/s/b"), 0o400)
+        self.km("install", package, "--force")
+        self.assert_same(before, picture(self.root, times=False))
+        self.assertEqual(self.leftovers(), [])
+        self.km("remove", "p")
+        self.assertEqual(os.listdir(self.root), [])
+
+    def test_another_content_under_the_same_name_needs_force(self):
+        self.km("install", self.build({"a": "1", "gone": "x"}))
+        other = self.build({"a": "22", "new": "y"})
+        os.utime(self.at("/opt/p/a"), ns=(0, 0))
+        self.assertEqual(self.km_json("install", other)["outcome"], "nothing")
+        self.km("install", other, "--force")
+        self.assertEqual(self.read("/opt/p/a"), b"22")
+        self.assertEqual(self.read("/opt/p/new"), b"y")
+
+    def test_removing_twice_is_not_found(self):
+        self.km("install", self.build({"a": "1"}))
+        self.km("remove", "p")
+        before = self.state_picture()
+        ended = self.km("remove", "p", code=3)
+        self.assertIn("kmctl list", ended.err)
+        self.km("status", "p", code=3)
+        self.km("show", "p", code=3)
+        self.assert_same(before, self.state_picture())
+
+    def test_install_again_after_a_remove(self):
+        package = self.build({"a": "1"})
+        for _ in range(5):
+            self.km("install", package)
+            self.km("remove", "p")
+        self.assertEqual(os.listdir(self.root), [])
+        self.assertEqual(self.leftovers(), [])
+
+
+if __name__ == "__main__":
+    support.main()
