@@ -13,6 +13,8 @@
 #include "command.h"
 #include "made_directories.h"
 #include "status_words.h"
+#include "stop_request.h"
+#include "upgrade_record.h"
 
 #include <cerrno>
 #include <chrono>
@@ -101,6 +103,7 @@ bool catalog_store::open(access_kind kind, long seconds, outcome& result) {
     counts_ = std::make_unique<km::cm_ref_count_table>(km::pathname(directory_.c_str()), 0);
     if (!finish_removals(result))
         return false;
+    heal_upgrades(*this, result);
     prune_counts();
     sweep();
     hand_over_strays();
@@ -126,6 +129,10 @@ bool catalog_store::lock(long seconds, outcome& result) {
                         "The catalog is in use by " + holder_of(lock_file) +
                             ". Try again later, or wait longer with --wait SECONDS.",
                         "pending");
+            return false;
+        }
+        if (km::stop_requested()) {
+            result.fail(exit_busy, "stopped", "Stopped while waiting for the catalog.", "pending");
             return false;
         }
         ::usleep(100000);

@@ -37,6 +37,8 @@ class catalog_store {
     // Removals that a crash had cut behind their last change of the machine, and that the opening
     // brought to their end.
     const std::vector<package_id>& finished_removals() const { return finished_; }
+    // Takes counts of packages that the catalog does not know out of the table.
+    void prune_counts();
     // Flushes the catalog's file. 1 or 0.
     int flush() const;
 
@@ -50,7 +52,6 @@ class catalog_store {
     bool lock(long seconds, outcome& result);
     bool load(outcome& result);
     bool restore_counts(outcome& result);
-    void prune_counts();
     bool finish_removals(outcome& result);
     void sweep();
     void hand_over_strays();

@@ -5,6 +5,7 @@
 
 #include "command.h"
 #include "engine_hooks.h"
+#include "stop_request.h"
 #include "target_root.h"
 
 namespace kmhost {
@@ -20,8 +21,11 @@ int make_durable() {
 }
 
 void on_exit(int status, const char* why) {
-    if (current_line)
-        current_line->ending(status, why ? why : "");
+    if (!current_line)
+        return;
+    current_line->ending(status, km::stop_requested()
+                                     ? "it was asked to stop, and 'kmctl resume' finishes it"
+                                     : (why ? why : ""));
 }
 
 void progress(long done, long total, const km::cm_command* command) {

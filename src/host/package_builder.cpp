@@ -4,17 +4,16 @@
 #include "package_builder.h"
 
 #include "directory_object.h"
-#include "durable.h"
 #include "file_object.h"
 #include "link_object.h"
 #include "messages.h"
 #include "object_commands.h"
 #include "package.h"
-#include "package_file.h"
 #include "pair.h"
 #include "room.h"
 #include "variable_list.h"
 #include "words.h"
+#include "write_package.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -191,9 +190,12 @@ km::cm_command* builder::make(const found& one) {
         object->is_shared = 1;
         object->set_ref_count(1);
     }
-    return one.what == kind::directory ? km::new_add_directory(object)
-           : one.what == kind::file    ? km::new_add_file(object)
-                                       : km::new_add_link(object);
+    auto* command = one.what == kind::directory ? km::new_add_directory(object)
+                    : one.what == kind::file    ? km::new_add_file(object)
+                                                : km::new_add_link(object);
+    // Who installs a package wants its content, whatever the times say.
+    command->replace_if_newer = 1;
+    return command;
 }
 
 void builder::add_objects(kind what, km::cm_composite_command& into) {
@@ -228,36 +230,9 @@ void builder::fill() {
 }
 
 bool builder::write() {
-    const std::string temporary = request_.output + ".new";
-    km::file_output_channel out(km::pathname(temporary.c_str()), 0);
-    if (out.get_error()) {
-        result_.fail(exit_failed, "output",
-                     temporary + " cannot be made: " +
-                         std::strerror(out.get_handle().get_system_error()) + ".");
-        return false;
-    }
-    const std::string comment = digest_mark + std::string(64, '0');
-    km::zipping_channel zip(&out);
-    zip.set_comment(comment.c_str());
-    zip.set_method(request_.stored ? km::zip_entry::stored : km::zip_entry::deflated);
     km::restart_data_sequence();
-    const auto saved = package_.save(&zip);
-    out.close();
-    const int write_error = out.get_error() ? out.get_handle().get_system_error() : 0;
-    const bool good =
-        saved == km::cm_command::success && !out.get_error() &&
-        ::chmod(temporary.c_str(), 0644) == 0 && stamp_package_file(temporary) &&
-        km::rename_durably(km::pathname(temporary.c_str()), km::pathname(request_.output.c_str()));
-    const int error = write_error ? write_error : errno;
-    take_messages(messages_, result_);
-    if (good)
-        return true;
-    ::unlink(temporary.c_str());
-    result_.fail(exit_failed, "build",
-                 messages_.get_count()
-                     ? "No package was written."
-                     : request_.output + " cannot be written: " + std::strerror(error) + ".");
-    return false;
+    return write_package(request_.output, request_.stored, messages_, result_,
+                         [this](km::zipping_channel& zip) { return package_.save(&zip); });
 }
 
 void builder::report() {

@@ -191,7 +191,8 @@ bool check_package_file(const std::string& path, outcome& result) {
 }
 
 bool open_package(const std::string& path, const std::vector<std::string>& definitions,
-                  km::spmessage& messages, opened_package& opened, outcome& result) {
+                  km::spmessage& messages, opened_package& opened, outcome& result,
+                  int substitute) {
     if (!check_package_file(path, result))
         return false;
     opened.reader = std::make_unique<km::unzipping_channel>(
@@ -205,7 +206,7 @@ bool open_package(const std::string& path, const std::vector<std::string>& defin
     reader.command_line_variables = &given.all;
     bounded_channel bounded(*opened.reader);
     km::cm_package* read = nullptr;
-    reader.decode(read, &bounded, 1, km::sp_object::either);
+    reader.decode(read, &bounded, substitute, km::sp_object::either);
     opened.package.reset(read);
     if (!opened.package)
         return invalid(

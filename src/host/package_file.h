@@ -33,9 +33,11 @@ struct opened_package {
 bool check_package_file(const std::string& path, outcome& result);
 
 // Checks the file and decodes its tree; `definitions` are texts NAME=VALUE. The package's messages
-// go to `messages` (lent). False: `result` says why.
+// go to `messages` (lent). With `substitute` 0 references to variables stay in its texts. False:
+// `result` says why.
 bool open_package(const std::string& path, const std::vector<std::string>& definitions,
-                  km::spmessage& messages, opened_package& opened, outcome& result);
+                  km::spmessage& messages, opened_package& opened, outcome& result,
+                  int substitute = 1);
 
 // Decodes a profile. Null: `result` says why.
 std::unique_ptr<km::cm_package> open_profile(const std::string& path, km::spmessage& messages,

@@ -3,9 +3,12 @@
 // invariant: only operations that change nothing are called
 #include "plan.h"
 
+#include "base/msg_supp.h"
 #include "directory_object.h"
 #include "object_command.h"
+#include "package_file.h"
 #include "status_words.h"
+#include "tree_walk.h"
 
 namespace kmhost {
 
@@ -20,16 +23,6 @@ struct tally {
         text += std::string(what) + " " + path + "\n";
     }
 };
-
-template <class Visit> void each_leaf(km::cm_composite_command& tree, const Visit& visit) {
-    for (km::list_iterator all(tree.get_children()); all.hasMoreElements();) {
-        auto* command = static_cast<km::cm_command*>(all.nextElement());
-        if (auto* inner = dynamic_cast<km::cm_composite_command*>(command))
-            each_leaf(*inner, visit);
-        else
-            visit(*command);
-    }
-}
 
 void tell_plan(const tally& all, const package_id& id, const km::cm_catalog_entry* entry,
                const char* operation, outcome& result) {
@@ -90,6 +83,80 @@ void plan_remove(km::cm_package& package, const package_id& id, const km::cm_cat
             all.add("remove", path);
     });
     tell_plan(all, id, &entry, "remove", result);
+}
+
+namespace {
+
+void plan_commit(km::cm_package& package, bool installs, tally& all) {
+    each_leaf(package, [&](km::cm_command& command) {
+        auto* add = dynamic_cast<km::cm_add_object*>(&command);
+        if (!add || !add->object || !add->is_effective)
+            return;
+        const std::string path = add->object->get_name().mbcs_str();
+        const bool there = add->object->exists(km::p_do);
+        if (!installs) {
+            if (there)
+                all.add("remove", path);
+        } else if (!there) {
+            all.add("add", path);
+        } else if (add->is_to_be_added()) {
+            all.add("replace", path);
+        }
+    });
+}
+
+void plan_undo(const km::cm_catalog_entry& entry, tally& all, outcome& result) {
+    km::spmessage messages;
+    const auto undo = open_profile(entry.undo_package_name.mbcs_str(), messages, result);
+    if (!undo)
+        return;
+    each_leaf(*undo, [&](km::cm_command& command) {
+        auto* on = dynamic_cast<km::cm_object_command*>(&command);
+        if (!on || !on->object)
+            return;
+        const std::string path = on->object->get_name().mbcs_str();
+        if (dynamic_cast<km::cm_add_object*>(on)) {
+            if (!on->object->is_identical(km::p_do))
+                all.add("bring back", path);
+        } else if (on->object->exists(km::p_do)) {
+            all.add("remove", path);
+        }
+    });
+}
+
+void plan_rollback(km::cm_package& package, tally& all) {
+    each_leaf(package, [&](km::cm_command& command) {
+        auto* on = dynamic_cast<km::cm_object_command*>(&command);
+        if (on && on->object && on->object->exists(km::p_prepare))
+            all.add("drop what is prepared for", on->object->get_name().mbcs_str());
+    });
+}
+
+} // namespace
+
+void plan_later(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
+                int operation, outcome& result) {
+    tally all;
+    switch (operation) {
+    case km::o_commit:
+        plan_commit(package, entry.last_action == km::a_execute, all);
+        break;
+    case km::o_undo:
+        if (entry.current_cm_status != km::cs_committed_undoable) {
+            tell_refusal(1, "undo", id, &entry, result);
+            return;
+        }
+        plan_undo(entry, all, result);
+        break;
+    case km::o_rollback:
+        plan_rollback(package, all);
+        break;
+    default:
+        if (entry.undo_package_name.is_valid())
+            all.add("throw away the backup", entry.undo_package_name.mbcs_str());
+    }
+    const char* const words[] = {"rollback", "undo", "undo", "verify", "accept", "commit"};
+    tell_plan(all, id, &entry, words[operation - km::o_rollback], result);
 }
 
 } // namespace kmhost

@@ -13,4 +13,8 @@ void plan_install(km::cm_package& package, const package_id& id, const km::cm_ca
 void plan_remove(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
                  bool force, outcome& result);
 
+// commit, accept, undo and rollback (km::operation).
+void plan_later(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
+                int operation, outcome& result);
+
 } // namespace kmhost

@@ -2,11 +2,9 @@
 // no format
 // invariant: nothing is installed or changed
 #include "base/msg_supp.h"
-#include "builtin_variables.h"
 #include "catalog_store.h"
-#include "dynamic_variables.h"
+#include "chain_names.h"
 #include "file_object.h"
-#include "installed_variables.h"
 #include "link_object.h"
 #include "location.h"
 #include "lookup.h"
@@ -113,20 +111,6 @@ void show_files(const km::cm_package& package, outcome& result) {
             result.text += " -> " + one["target"].get<std::string>();
         result.text += one["shared"].get<bool>() ? "  (shared)\n" : "\n";
     });
-}
-
-const char* list_name(const km::variable_list& list) {
-    if (dynamic_cast<const km::command_line_variable_list*>(&list))
-        return "command line";
-    if (dynamic_cast<const km::user_file_variable_list*>(&list))
-        return "user file";
-    if (dynamic_cast<const km::built_in_variable_list*>(&list))
-        return "built-in";
-    if (dynamic_cast<const km::dynamic_variable_list*>(&list))
-        return "operation";
-    if (dynamic_cast<const km::environment_variable_list*>(&list))
-        return "environment";
-    return list.get_next() ? "inventory" : "package";
 }
 
 // The names of all lists of a chain; the first list that knows a name wins.

@@ -3,10 +3,13 @@
 // invariant: without an outcome from the child the result is never a success
 #include "worker.h"
 
+#include "stop_request.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <map>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -85,7 +88,55 @@ outcome early_end(const worker_end& end) {
     return result;
 }
 
+void set_handler(int signal, void (*handler)(int), int flags) {
+    struct sigaction what {};
+    what.sa_handler = handler;
+    what.sa_flags = flags;
+    ::sigaction(signal, &what, nullptr);
+}
+
+void stop_worker(int) { km::request_stop(); }
+
+// The first asks to stop at the next command; a second one of its kind ends the process at once. A
+// closed terminal changes nothing.
+void prepare_worker_signals() {
+    set_handler(SIGINT, stop_worker, SA_RESTART | static_cast<int>(SA_RESETHAND));
+    set_handler(SIGTERM, stop_worker, SA_RESTART | static_cast<int>(SA_RESETHAND));
+    set_handler(SIGHUP, SIG_IGN, 0);
+    set_handler(SIGPIPE, SIG_IGN, 0);
+}
+
+volatile pid_t worker_process = 0;
+void pass_on(int signal) {
+    if (worker_process > 0)
+        ::kill(worker_process, signal);
+}
+
+// While a worker runs, this process waits for it whatever comes. An interrupt from the terminal
+// reaches both; one for this process alone is passed on.
+class waiting_signals {
+  public:
+    waiting_signals() {
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+            ::sigaction(signal, nullptr, &before_[signal]);
+        set_handler(SIGINT, SIG_IGN, 0);
+        set_handler(SIGHUP, SIG_IGN, 0);
+        set_handler(SIGTERM, pass_on, SA_RESTART);
+    }
+    ~waiting_signals() {
+        for (const auto& [signal, action] : before_)
+            ::sigaction(signal, &action, nullptr);
+        worker_process = 0;
+    }
+    waiting_signals(const waiting_signals&) = delete;
+    waiting_signals& operator=(const waiting_signals&) = delete;
+
+  private:
+    std::map<int, struct sigaction> before_;
+};
+
 [[noreturn]] void be_worker(int descriptor, const worker_body& body) {
+    prepare_worker_signals();
     worker_line line(descriptor);
     outcome result;
     body(line, result);
@@ -141,6 +192,7 @@ outcome run_worker(const worker_body& body, const progress_watcher& watch, worke
         return so_far.result;
     }
     std::fflush(nullptr);
+    const waiting_signals while_it_runs;
     const pid_t child = ::fork();
     if (child < 0) {
         so_far.result.fail(exit_failed, "fork", std::string("No process: ") + std::strerror(errno));
@@ -150,9 +202,9 @@ outcome run_worker(const worker_body& body, const progress_watcher& watch, worke
     }
     if (child == 0) {
         ::close(ends[0]);
-        ::signal(SIGPIPE, SIG_IGN);
         be_worker(ends[1], body);
     }
+    worker_process = child;
     ::close(ends[1]);
     listen(ends[0], so_far, watch);
     ::close(ends[0]);

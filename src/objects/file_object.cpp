@@ -4,6 +4,7 @@
 // file of any size passes through a block of fixed size
 #include "file_object.h"
 
+#include "codec.h"
 #include "crc.h"
 #include "digest.h"
 #include "durable.h"
@@ -46,6 +47,17 @@ std::string directory_part(const std::string& path) {
 } // namespace
 
 const char* km_file::codable_name() const { return "com.ombrel.sd.cmObjects.KmFile"; }
+
+void km_file::encode_object(encoder& to) const {
+    km_object::encode_object(to);
+    to.encode_boolean_field(221, in_base);
+}
+
+codable* km_file::decode_object(decoder& from, long stream_version) {
+    km_object::decode_object(from, stream_version);
+    from.decode_boolean_field(221, in_base);
+    return this;
+}
 
 cm_result km_file::open_data(unzipping_channel*& in) {
     in = package ? package->get_input_channel() : nullptr;
@@ -161,14 +173,33 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
     return cm_command::success;
 }
 
+// The content stands already; owner, mode and time may differ.
+cm_result km_file::take_from_base() {
+    const std::string& bytes = path_bytes();
+    if (!stands_identical(bytes, false))
+        return fail(om_not_replaced, bytes);
+    const open_file file(open_for_reading(bytes));
+    if (!file.good())
+        return fail("read", bytes, errno);
+    const place where = locate(bytes);
+    if (where.found())
+        touched(where.directory, file.get());
+    return give_attributes(file.get(), bytes);
+}
+
 cm_result km_file::put(int) {
     const std::string& bytes = path_bytes();
+    if (in_base)
+        return take_from_base();
     return bring(temporary_name(), bytes.substr(bytes.find_last_of('/') + 1));
 }
 
 // The staged copy stands beside the target, so that the commit is a rename. Where parents are
 // missing it stands in the nearest one that is there.
 cm_result km_file::stage() {
+    if (in_base)
+        return stands_identical(path_bytes(), false) ? cm_command::success
+                                                     : fail(om_not_replaced, path_bytes());
     std::string nearest = path_bytes();
     place where = locate(nearest);
     while (!where.found() && where.error == ENOENT && where.parent != "/") {
@@ -203,6 +234,8 @@ cm_result km_file::stage() {
 }
 
 cm_result km_file::put_staged(int) {
+    if (in_base)
+        return take_from_base();
     if (!staged)
         return stands_identical(path_bytes(), true) ? cm_command::success
                                                     : fail(om_no_staged, path_bytes());
@@ -244,6 +277,9 @@ cm_result km_file::take() {
 cm_result km_file::check_target(const place& where, const struct stat* present) {
     if (present && S_ISDIR(present->st_mode))
         return fail(om_is_directory, path_bytes());
+    if (in_base)
+        return stands_identical(path_bytes(), false) ? cm_command::success
+                                                     : fail(om_not_replaced, path_bytes());
     std::string needed, free_bytes;
     const long replaced = present && S_ISREG(present->st_mode) ? present->st_size : 0;
     if (note_room(where.directory, size, replaced, needed, free_bytes))
@@ -407,12 +443,14 @@ long crc_of(int descriptor) {
 
 cm_result km_file::delta_save(pathname*, unzipping_channel* in, zipping_channel* out) {
     result = cm_command::success;
+    if (data_crc >= 0 && in) // whoever made the delta compared the digests
+        return in_base ? save(in, nullptr) : save(in, out);
     const std::string& shown = source.empty() ? path_bytes() : source;
     const open_file file(open_source());
     if (!file.good())
         return fail("read", shown, errno);
-    const long in_base = package ? package->get_crc_from_CEN(pathname(path)) : 0;
-    if (in_base && in_base == crc_of(file.get()))
+    const long of_base = package ? package->get_crc_from_CEN(pathname(path)) : 0;
+    if (of_base && of_base == crc_of(file.get()))
         return result;
     return in ? save(in, out) : save(out);
 }

@@ -1,4 +1,6 @@
 // file_object: a regular file
+//
+// Coded form behind that of km_object: boolean field 221 in_base.
 #pragma once
 
 #include "data_entry.h"
@@ -10,6 +12,13 @@ class km_file : public km_object {
   public:
     codable* clone() const override { return new km_file(*this); }
     const char* codable_name() const override;
+    codable* decode_object(decoder& from, long stream_version) override;
+    void encode_object(encoder& to) const override;
+
+    // A delta package brings no data for this file: it must stand as the base package left it.
+    std::int32_t in_base = 0;
+    // Checksum of the data in the package that a delta is made from, -1 unknown; not coded.
+    long data_crc = -1;
 
     long get_size() override { return size; }
     cm_result can_read() override;
@@ -28,6 +37,7 @@ class km_file : public km_object {
     cm_result take() override;
     cm_result stage() override;
     cm_result put_staged(int phase) override;
+    cm_result take_from_base();
     cm_result check_target(const place& where, const struct stat* present) override;
     bool is_same_kind(const struct stat& about) const override { return S_ISREG(about.st_mode); }
 

@@ -9,6 +9,7 @@
 #include "importer.h"
 #include "link_object.h"
 #include "object_messages.h"
+#include "stop_request.h"
 #include "trclog.h"
 
 namespace km {
@@ -33,7 +34,20 @@ void km_add_command::can_execute(int action, int phase) {
     cm_add_object::can_execute(action, phase);
 }
 
+namespace {
+// Between two commands of the phases that do the work. What was begun ends, and cleanup always
+// runs.
+bool stops_here(int action, int phase) {
+    const bool works = phase == p_do || phase == p_prepare || phase == p_commit;
+    return works && (action == a_execute || action == a_reverse) && stop_requested();
+}
+} // namespace
+
 void km_add_command::do_execute(int action, int phase) {
+    if (stops_here(action, phase)) {
+        result = success_retry;
+        return;
+    }
     tell_index(object, command_index);
     tell_what_stays(action, phase);
     cm_add_object::do_execute(action, phase);
@@ -82,6 +96,10 @@ void km_remove_command::can_execute(int action, int phase) {
 }
 
 void km_remove_command::do_execute(int action, int phase) {
+    if (stops_here(action, phase)) {
+        result = success_retry;
+        return;
+    }
     tell_index(object, command_index);
     cm_remove_object::do_execute(action, phase);
 }
@@ -123,6 +141,14 @@ cm_add_object* new_add_directory(cm_object* of) {
 }
 cm_add_object* new_add_link(cm_object* of) {
     return new command_on<km_add_command, km_link, add_link>(of);
+}
+
+cm_remove_object* new_remove_of(cm_object* of) {
+    if (dynamic_cast<km_directory*>(of))
+        return new command_on<km_remove_command, km_directory, remove_directory>(of);
+    if (dynamic_cast<km_link*>(of))
+        return new command_on<km_remove_command, km_link, remove_link>(of);
+    return new command_on<km_remove_command, km_file, remove_file>(of);
 }
 
 extern "C" codable* make_KmAddFile() { return new_add_file(); }

@@ -48,4 +48,7 @@ cm_add_object* new_add_file(cm_object* of = nullptr);
 cm_add_object* new_add_directory(cm_object* of = nullptr);
 cm_add_object* new_add_link(cm_object* of = nullptr);
 
+// The remove command of the object's class.
+cm_remove_object* new_remove_of(cm_object* of);
+
 } // namespace km

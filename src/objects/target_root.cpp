@@ -285,6 +285,22 @@ int move_name(const std::string& from, const std::string& to) {
     return 1;
 }
 
+int link_name(const std::string& from, const std::string& to) {
+    locate(from);
+    const place new_place = locate(to);
+    const place old_place = locate(from); // the second look-up may have closed the first directory
+    if (!old_place.found() || !new_place.found()) {
+        errno = old_place.error ? old_place.error : new_place.error;
+        return 0;
+    }
+    writable_directory lifted(new_place.directory);
+    if (::linkat(old_place.directory, old_place.name.c_str(), new_place.directory,
+                 new_place.name.c_str(), 0) != 0)
+        return 0;
+    touched(new_place.directory);
+    return 1;
+}
+
 int may_write_in(const place& where) {
     if (::faccessat(where.directory, ".", W_OK | X_OK, AT_EACCESS) == 0)
         return 1;

@@ -1,0 +1,64 @@
+// difference: how an object on the machine differs from its definition
+// no format
+// invariant: what is_identical() finds different is named here
+#include "difference.h"
+
+#include "digest.h"
+#include "directory_object.h"
+#include "file_object.h"
+#include "link_object.h"
+
+#include <unistd.h>
+
+namespace kmhost {
+
+namespace {
+
+bool is_kind_of(const km::km_object& object, const struct stat& about) {
+    if (dynamic_cast<const km::km_file*>(&object))
+        return S_ISREG(about.st_mode);
+    if (dynamic_cast<const km::km_link*>(&object))
+        return S_ISLNK(about.st_mode);
+    return S_ISDIR(about.st_mode);
+}
+
+bool content_differs(const km::km_object& object, const struct stat& about) {
+    if (about.st_size != object.size)
+        return true;
+    const int in = km::open_for_reading(object.path_bytes());
+    if (in < 0)
+        return true;
+    const std::string digest = km::digest_of_open_file(in);
+    ::close(in);
+    return km::ustring(digest.c_str()) != object.digest;
+}
+
+} // namespace
+
+std::vector<std::string> differences_of(km::cm_object& object) {
+    const auto* on = dynamic_cast<km::km_object*>(&object);
+    struct stat about {};
+    if (!on)
+        return object.is_identical(km::p_do) ? std::vector<std::string>{}
+                                             : std::vector<std::string>{"content"};
+    if (!km::look_at(on->path_bytes(), about))
+        return {"missing"};
+    if (!is_kind_of(*on, about))
+        return {"kind"};
+    std::vector<std::string> all;
+    if (dynamic_cast<const km::km_file*>(on) && content_differs(*on, about))
+        all.push_back("content");
+    if (const auto* link = dynamic_cast<const km::km_link*>(on)) {
+        std::string text;
+        if (!km::read_link(on->path_bytes(), text) || text != link->target.mbcs_str())
+            all.push_back("link target");
+    } else if (static_cast<int>(about.st_mode & 07777) != on->mode) {
+        all.push_back("mode");
+    }
+    if (km::is_privileged() && (static_cast<int>(about.st_uid) != on->owner ||
+                                static_cast<int>(about.st_gid) != on->group))
+        all.push_back("owner");
+    return all;
+}
+
+} // namespace kmhost

@@ -1,0 +1,179 @@
+// inspect: verify and repair
+// no format
+// invariant: a repair writes only what differs
+#include "inspect.h"
+
+#include "command_filter.h"
+#include "continue_run.h"
+#include "difference.h"
+#include "intent.h"
+#include "lookup.h"
+#include "messages.h"
+#include "object_command.h"
+#include "package_file.h"
+#include "session.h"
+#include "tree_walk.h"
+
+#include <algorithm>
+
+namespace kmhost {
+
+using nlohmann::json;
+
+namespace {
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const auto& one : words)
+        text += (text.empty() ? "" : ", ") + one;
+    return text;
+}
+
+// Differences of the commands that failed, as lines.
+long tell_differences(km::cm_package& failed, const package_id& id, json& lines,
+                      std::string& text) {
+    long count = 0;
+    each_leaf(failed, [&](km::cm_command& command) {
+        auto* on = dynamic_cast<km::cm_object_command*>(&command);
+        if (!on || !on->object)
+            return;
+        const auto how = differences_of(*on->object);
+        const std::string path = on->object->get_name().mbcs_str();
+        lines.push_back({{"package", id.text()}, {"path", path}, {"how", how}});
+        text += path + ": " + (how.empty() ? "still there" : joined(how)) + "\n";
+        ++count;
+    });
+    return count;
+}
+
+// False: the package could not be asked.
+bool verify_one(session& at, const package_id& id, outcome& result) {
+    const km::cm_catalog_entry before = *at.store.find(id.name, id.version);
+    const auto package = open_profile(before.profile_name.mbcs_str(), at.messages, result);
+    if (!package)
+        return false;
+    at.take(*package);
+    if (!at.passes_gate(*package, km::o_verify, km::a_execute, 0, "verify"))
+        return false;
+    km::cm_package failed;
+    failed.catalog = package->catalog;
+    failed.reference_table = package->reference_table;
+    km::cm_package* comparison = &failed;
+    const auto answer = package->verify(comparison, 0, 0);
+    result.package = facts_of(id, at.entry());
+    result.package->result = km::result_text(answer);
+    const long count = tell_differences(failed, id, result.data["differences"], result.text);
+    if (is_success(answer))
+        return true;
+    take_messages(at.messages, result);
+    if (!count && package->internal_error == km::ie_not_undoable)
+        result.text +=
+            id.text() + ": its backup " + before.undo_package_name.mbcs_str() + " is missing\n";
+    result.fail(static_cast<exit_code>(exit_differences), "differences",
+                id.text() + " is not as it was installed. 'kmctl repair " + id.text() +
+                    "' puts it right again.");
+    return true;
+}
+
+} // namespace
+
+void verify(const operation_request& request, worker_line& line, outcome& result) {
+    session at(line, result);
+    if (!at.open(access_kind::change, request.wait_seconds))
+        return;
+    result.data["differences"] = json::array();
+    std::vector<package_id> wanted;
+    if (request.target.empty()) {
+        for (const auto& one : find_packages(at.store.catalog(), ""))
+            wanted.push_back(one.id);
+    } else {
+        package_id id;
+        if (!find_package(at.store.catalog(), request.target, id, result))
+            return;
+        wanted.push_back(id);
+    }
+    for (const auto& id : wanted)
+        verify_one(at, id, result);
+    if (wanted.size() != 1)
+        result.package.reset();
+    if (!result.failed())
+        result.text = (wanted.size() == 1 ? wanted[0].text() + " is"
+                                          : std::to_string(wanted.size()) + " packages are") +
+                      " as installed\n";
+}
+
+namespace {
+
+// The package file and the installed package must be the same.
+bool is_same_package(const opened_package& opened, const package_id& id, const std::string& file,
+                     outcome& result) {
+    const package_id in_file{opened.package->name.mbcs_str(), opened.package->version.mbcs_str()};
+    if (in_file.text() == id.text())
+        return true;
+    result.fail(exit_usage, "other_package",
+                file + " is the package " + in_file.text() + ", not " + id.text() + ".");
+    return false;
+}
+
+std::string source_of(session& at, const package_id& id, const std::string& file) {
+    if (!file.empty())
+        return absolute_path(file);
+    const auto* entry = at.store.find(id.name, id.version);
+    const auto profile = open_profile(entry->profile_name.mbcs_str(), at.messages, at.result());
+    return profile ? profile->source_path.mbcs_str() : "";
+}
+
+} // namespace
+
+void repair(const operation_request& request, const std::string& file, worker_line& line,
+            outcome& result) {
+    session at(line, result);
+    if (!at.open(access_kind::change, request.wait_seconds))
+        return;
+    package_id id;
+    if (!find_package(at.store.catalog(), request.target, id, result))
+        return;
+    const std::string source = source_of(at, id, file);
+    if (result.failed())
+        return;
+    opened_package opened;
+    if (!open_package(source, request.definitions, at.messages, opened, result)) {
+        if (file.empty())
+            result.info("source", "The package was installed from " + source + "; 'kmctl repair " +
+                                      id.text() +
+                                      " --from FILE' takes its data from another place.");
+        return;
+    }
+    if (!is_same_package(opened, id, source, result))
+        return;
+    km::cm_package& package = *opened.package;
+    package.source_path = km::pathname(source.c_str());
+    at.take(package);
+    const unsigned mode = km::m_repair;
+    if (!at.passes_gate(package, km::o_execute, km::a_execute, mode, "repair"))
+        return;
+    km::detect_any_change changed;
+    if (!package.select_commands(changed, 1)) {
+        km::cm_package* none = nullptr;
+        const auto profile = open_profile(at.entry()->profile_name.mbcs_str(), at.messages, result);
+        if (profile) {
+            at.take(*profile);
+            profile->verify(none, 0, 0); // heals an error that is none any more
+        }
+        result.word = "nothing";
+        result.package = facts_of(id, at.entry());
+        result.text = id.text() + " is as installed; nothing was to do";
+        return;
+    }
+    if (!write_intent({"repair", id, source, request.definitions, 0, 0}, result))
+        return;
+    long count = 0;
+    each_leaf(package, [&count](km::cm_command&) { ++count; });
+    const auto answer = package.execute(km::a_execute, static_cast<int>(mode), 0);
+    at.finish(package, answer, "repaired", "repair");
+    if (is_success(answer))
+        result.text += " (" + std::to_string(count) + " objects)";
+    drop_intent(id);
+}
+
+} // namespace kmhost

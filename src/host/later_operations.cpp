@@ -1,0 +1,96 @@
+// later_operations: commit, accept, undo, rollback
+// no format
+// invariant: the entry that the gate allowed is the one that the operation works on
+#include "intent.h"
+#include "lookup.h"
+#include "made_directories.h"
+#include "object_command.h"
+#include "operations.h"
+#include "package_file.h"
+#include "plan.h"
+#include "session.h"
+#include "upgrade_record.h"
+
+namespace kmhost {
+
+namespace {
+
+struct kind {
+    const char* word;
+    int operation;
+    const char* done;
+    km::cm_result (km::cm_package::*call)(int mode, int argument);
+    unsigned (*mode_of)(const km::cm_catalog_entry& entry, unsigned asked);
+};
+
+unsigned commit_mode(const km::cm_catalog_entry& entry, unsigned) {
+    return static_cast<unsigned>(entry.entry_mode) & km::m_preferably_undoable;
+}
+unsigned no_mode(const km::cm_catalog_entry&, unsigned) { return 0; }
+unsigned undo_mode(const km::cm_catalog_entry&, unsigned asked) {
+    return asked & km::m_transactional;
+}
+
+constexpr kind commit_kind{"commit", km::o_commit, "committed", &km::cm_package::commit,
+                           commit_mode};
+constexpr kind accept_kind{"accept", km::o_accept, "accepted; its undo is not possible any more",
+                           &km::cm_package::accept, no_mode};
+constexpr kind undo_kind{"undo", km::o_undo, "undone", &km::cm_package::undo, undo_mode};
+constexpr kind rollback_kind{"rollback", km::o_rollback, "rolled back", &km::cm_package::rollback,
+                             no_mode};
+
+// What follows beside the engine's own work once it has succeeded.
+void follow_up(session& at, const kind& what) {
+    if (what.operation == km::o_undo && !at.entry())
+        restore_after_undo(at.store, at.id, at.result());
+    if (what.operation == km::o_accept)
+        forget_upgrade(at.id);
+    if (!at.entry())
+        km::hand_over_made_directories(at.id.name, at.id.version);
+}
+
+void run(const kind& what, const operation_request& request, worker_line& line, outcome& result) {
+    session at(line, result);
+    if (!at.open(request.dry_run ? access_kind::read : access_kind::change, request.wait_seconds))
+        return;
+    package_id id;
+    if (!find_package(at.store.catalog(), request.target, id, result))
+        return;
+    const km::cm_catalog_entry before = *at.store.find(id.name, id.version);
+    const auto package = open_profile(before.profile_name.mbcs_str(), at.messages, result);
+    if (!package)
+        return;
+    at.take(*package);
+    if (const auto cut = intent_of(id); cut && cut->command != what.word)
+        result.warn("cut", cut_words(*cut));
+    if (request.dry_run)
+        return plan_later(*package, at.id, before, what.operation, result);
+    const unsigned mode = what.mode_of(before, request.mode);
+    if (!at.passes_gate(*package, what.operation, km::a_execute, mode, what.word) ||
+        !write_intent({what.word, id, "", {}, request.mode, 0}, result))
+        return;
+    const auto answer = (package.get()->*what.call)(static_cast<int>(mode), 0);
+    at.finish(*package, answer, what.done, what.word);
+    if (answer == km::cm_command::success_retry)
+        return; // the intent stays: it goes on later
+    if (is_success(answer))
+        follow_up(at, what);
+    drop_intent(id);
+}
+
+} // namespace
+
+void commit(const operation_request& request, worker_line& line, outcome& result) {
+    run(commit_kind, request, line, result);
+}
+void accept(const operation_request& request, worker_line& line, outcome& result) {
+    run(accept_kind, request, line, result);
+}
+void undo(const operation_request& request, worker_line& line, outcome& result) {
+    run(undo_kind, request, line, result);
+}
+void rollback(const operation_request& request, worker_line& line, outcome& result) {
+    run(rollback_kind, request, line, result);
+}
+
+} // namespace kmhost

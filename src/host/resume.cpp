@@ -1,0 +1,140 @@
+// resume: what was cut goes on, or back
+// no format
+// invariant: an operation goes on by the command that was cut, with its own arguments
+#include "resume.h"
+
+#include "continue_run.h"
+#include "inspect.h"
+#include "intent.h"
+#include "lookup.h"
+#include "session.h"
+#include "upgrade.h"
+
+namespace kmhost {
+
+namespace {
+
+bool is_meant(const package_id& id, const std::string& target) {
+    const package_id wanted = parse_id(target);
+    return target.empty() ||
+           (id.name == wanted.name && (wanted.version.empty() || id.version == wanted.version));
+}
+
+// Takes over what one operation told; several operations end in one outcome.
+void merge(outcome& into, const outcome& one) {
+    into.messages.insert(into.messages.end(), one.messages.begin(), one.messages.end());
+    into.text += one.text + (one.text.empty() || one.text.back() == '\n' ? "" : "\n");
+    if (one.package)
+        into.package = one.package;
+    if (one.failed() && !into.failed()) {
+        into.exit = one.exit;
+        into.word = one.word;
+    }
+}
+
+using operation = void (*)(const operation_request&, worker_line&, outcome&);
+
+operation operation_of(const std::string& command) {
+    static const struct {
+        const char* word;
+        operation call;
+    } all[] = {{"install", install}, {"remove", remove}, {"commit", commit},
+               {"accept", accept},   {"undo", undo},     {"rollback", rollback},
+               {"upgrade", upgrade}};
+    for (const auto& one : all)
+        if (command == one.word)
+            return one.call;
+    return nullptr;
+}
+
+void go_on(const intent& cut, const operation_request& request, worker_line& line,
+           outcome& result) {
+    operation_request again;
+    const bool needs_file = cut.command == "install" || cut.command == "upgrade";
+    again.target = needs_file ? cut.file : cut.id.text();
+    again.definitions = cut.definitions;
+    again.mode = cut.mode;
+    again.wait_seconds = request.wait_seconds;
+    again.resuming = true;
+    if (cut.command == "repair")
+        return repair(again, cut.file, line, result);
+    const operation call = operation_of(cut.command);
+    if (!call) {
+        result.fail(exit_failed, "intent",
+                    "The operation '" + cut.command + "' of " + cut.id.text() + " is not known.");
+        return;
+    }
+    call(again, line, result);
+    // What was cut before or behind all of its work has nothing left to do.
+    if (result.exit == exit_not_found && !needs_file) {
+        drop_intent(cut.id);
+        result = outcome();
+        result.text = "The " + cut.command + " of " + cut.id.text() + " had ended";
+    }
+}
+
+void go_back(const intent& cut, const operation_request& request, worker_line& line,
+             outcome& result) {
+    const bool undoable =
+        cut.command == "upgrade" || (cut.command == "install" && (cut.mode & 0x30));
+    if (!undoable) {
+        result.fail(exit_refused, "no_backup",
+                    "The " + cut.command + " of " + cut.id.text() +
+                        " was begun without a backup and cannot be taken back. 'kmctl resume " +
+                        cut.id.text() + "' finishes it.",
+                    "refused");
+        return;
+    }
+    outcome forward;
+    go_on(cut, request, line, forward);
+    if (forward.failed()) {
+        merge(result, forward);
+        return;
+    }
+    operation_request back;
+    back.target = cut.id.text();
+    back.wait_seconds = request.wait_seconds;
+    undo(back, line, result);
+}
+
+// Entries that wait for something although no command was cut.
+void tell_waiting(const operation_request& request, worker_line& line, outcome& result) {
+    session at(line, result);
+    if (!at.open(access_kind::read, request.wait_seconds))
+        return;
+    for (const auto& one : find_packages(at.store.catalog(), "")) {
+        const std::string next = advice(one.id, *one.entry);
+        if (is_meant(one.id, request.target) && !next.empty())
+            result.warn("state", one.id.text() + " is " + state_words(one.entry) + " (" +
+                                     letters_of(one.entry) + "). " + next);
+    }
+}
+
+} // namespace
+
+void resume(const operation_request& request, bool back, worker_line& line, outcome& result) {
+    { // mends what a kill left in the stores
+        catalog_store store;
+        if (!store.open(access_kind::change, request.wait_seconds, result))
+            return;
+    }
+    bool any = false;
+    for (const auto& cut : read_intents()) {
+        if (!is_meant(cut.id, request.target))
+            continue;
+        any = true;
+        outcome one;
+        if (back)
+            go_back(cut, request, line, one);
+        else
+            go_on(cut, request, line, one);
+        merge(result, one);
+    }
+    tell_waiting(request, line, result);
+    if (!any && !result.failed()) {
+        result.word = "nothing";
+        result.text += "No operation was cut; nothing was to do";
+    }
+}
+
+} // namespace kmhost

@@ -1,0 +1,11 @@
+// stop_request: a wish to stop between two commands
+#pragma once
+
+namespace km {
+
+// May be called from a signal handler. From now on a command that would change something asks to be
+// run again later instead, so that the operation stops with its state on disk.
+void request_stop();
+bool stop_requested();
+
+} // namespace km
