@@ -5,6 +5,7 @@
 #include "operations.h"
 
 #include "continue_run.h"
+#include "holders.h"
 #include "intent.h"
 #include "lookup.h"
 #include "made_directories.h"
@@ -128,6 +129,8 @@ void install(const operation_request& request, worker_line& line, outcome& resul
     } else if (passes_gate_of_install(at, package, mode)) {
         const auto answer = package.execute(km::a_execute, static_cast<int>(mode), 0);
         at.finish(package, answer, installed_words(at.entry()), "install");
+        if (at.entry())
+            write_holders(at.id, package);
     }
     drop_intent(at.id);
 }
@@ -224,6 +227,7 @@ void remove(const operation_request& request, worker_line& line, outcome& result
                at.passes_gate(*package, km::o_execute, km::a_reverse, request.mode, "remove")) {
         if (is_in_error(before) && before.last_action == km::a_execute)
             switch_off_unreached(*package);
+        keep_what_others_hold(at.store, id, *package, result);
         forget_upgrade(id); // what it replaced must not come back behind a removal
         const auto answer = package->execute(km::a_reverse, mode, 0);
         at.finish(*package, answer, removed_words(at.entry()), "remove");
@@ -231,6 +235,7 @@ void remove(const operation_request& request, worker_line& line, outcome& result
             if (is_in_error(before))
                 km::remove_empty_made_directories(id.name, id.version);
             km::hand_over_made_directories(id.name, id.version);
+            forget_holders(id);
         }
     }
     drop_intent(id);

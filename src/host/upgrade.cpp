@@ -7,9 +7,11 @@
 #include "continue_run.h"
 #include "directory_object.h"
 #include "file_object.h"
+#include "holders.h"
 #include "intent.h"
 #include "link_object.h"
 #include "lookup.h"
+#include "made_directories.h"
 #include "messages.h"
 #include "object_commands.h"
 #include "package_file.h"
@@ -39,6 +41,10 @@ void collect(km::cm_composite_command& tree, objects_by_path& all) {
                 all[object->path_bytes()] = object;
         }
     }
+}
+
+bool is_made(const km::km_object& old) {
+    return old.created || (old.package && km::made_by(*old.package, old.path_bytes()));
 }
 
 class upgrader {
@@ -125,7 +131,9 @@ void upgrader::merge_common(km::km_object& mine, km::km_object& old) {
         mine.is_shared = 1;
         mine.set_ref_count(std::max(1, mine.get_ref_count()));
     }
-    mine.created = mine.created || old.created;
+    mine.created = mine.created || is_made(old);
+    if (auto* directory = dynamic_cast<km::km_directory*>(&mine))
+        directory->always_put = true;
     const bool is_file = dynamic_cast<km::km_file*>(&old) && dynamic_cast<km::km_file*>(&mine);
     if (is_file && old.exists(km::p_do) && !old.is_identical(km::p_do) &&
         !mine.is_identical(km::p_do))
@@ -136,11 +144,12 @@ void upgrader::merge_common(km::km_object& mine, km::km_object& old) {
 void upgrader::take_out(km::km_object& old, std::vector<km::cm_command*>& into) {
     const bool is_directory = dynamic_cast<km::km_directory*>(&old) != nullptr;
     if (!old.exists(km::p_do) || counted_by_others(old) > 0 ||
-        (is_directory ? !old.created : !old.is_identical(km::p_do)))
+        (is_directory ? !is_made(old) : !old.is_identical(km::p_do)))
         return;
     auto* copy = static_cast<km::km_object*>(old.clone());
     auto* table = at_.store.counts();
     copy->is_shared = 0;
+    copy->created = is_made(old);
     copy->set_ref_count(table ? -table->get_ref_count(old.path) : 0);
     auto* command = km::new_remove_of(copy);
     command->set_undo_replace_if_existing(1);
@@ -215,6 +224,7 @@ void upgrader::finish(km::cm_result answer) {
         }
         return;
     }
+    write_holders(at_.id, package_);
     upgrade_record record;
     if (has_upgrade(at_.id, record) && !drop_old_versions(record, at_.store, result_))
         return;

@@ -124,9 +124,9 @@ void add_upgrade(CLI::App& app, life_arguments& given, const choose_command& cho
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     one->add_flag("-n,--dry-run", operation.dry_run, "Tell what would change, and change nothing");
-    add_mode_options(*one, operation.mode, false);
+    one->add_flag_callback(
+        "--force", [&operation] { operation.mode |= km::m_force; }, "Also to an older version");
     one->callback([&operation, choose] {
-        operation.mode &= km::m_force;
         choose("upgrade", operation.dry_run, operation.dry_run,
                [&operation](worker_line& line, outcome& result) {
                    kmhost::upgrade(operation, line, result);

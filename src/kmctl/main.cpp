@@ -1,6 +1,7 @@
 // main: the command line of kmctl
 // no format
 // invariants: exactly one outcome is printed per call; the engine never runs in this process
+#include "life_commands.h"
 #include "location.h"
 #include "operations.h"
 #include "options.h"
@@ -34,6 +35,7 @@ struct chosen {
 };
 
 struct arguments {
+    kmctl::life_arguments life;
     kmhost::build_request build;
     kmhost::operation_request operation;
     std::string target;
@@ -122,6 +124,12 @@ void add_show(CLI::App& app, arguments& given, chosen& choice) {
     });
 }
 
+// Combinations that the engine would refuse, or pass over in silence.
+void refuse_fault_of_mode(unsigned mode) {
+    if (const auto fault = kmctl::fault_of_mode(mode); !fault.empty())
+        throw CLI::ValidationError(fault);
+}
+
 void add_install(CLI::App& app, arguments& given, chosen& choice) {
     auto* one = app.add_subcommand("install", "Install a package file");
     auto& operation = given.operation;
@@ -129,12 +137,13 @@ void add_install(CLI::App& app, arguments& given, chosen& choice) {
     one->add_option("-D,--define", operation.definitions, "Value of a variable")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
-    one->add_flag("--force", operation.force, "Over any state; also installs again");
+    kmctl::add_mode_options(*one, operation.mode, true);
     one->add_flag("-n,--dry-run", operation.dry_run, "Tell what would be done, and do nothing");
     one->add_flag("-y,--yes", given.yes, "Ask nothing (there are no questions yet)");
     one->callback([&] {
         choice.command = "install";
         choice.only_reads = choice.only_answers = operation.dry_run;
+        refuse_fault_of_mode(operation.mode);
         choice.body = [&operation](kmhost::worker_line& line, outcome& result) {
             kmhost::install(operation, line, result);
         };
@@ -145,12 +154,13 @@ void add_remove(CLI::App& app, arguments& given, chosen& choice) {
     auto* one = app.add_subcommand("remove", "Remove an installed package");
     auto& operation = given.operation;
     one->add_option("PACKAGE", operation.target, "NAME[^VERSION]")->required();
-    one->add_flag("--force", operation.force, "Over any state");
+    kmctl::add_mode_options(*one, operation.mode, false);
     one->add_flag("-n,--dry-run", operation.dry_run, "Tell what would be done, and do nothing");
     one->add_flag("-y,--yes", given.yes, "Ask nothing (there are no questions yet)");
     one->callback([&] {
         choice.command = "remove";
         choice.only_reads = choice.only_answers = operation.dry_run;
+        refuse_fault_of_mode(operation.mode);
         choice.body = [&operation](kmhost::worker_line& line, outcome& result) {
             kmhost::remove(operation, line, result);
         };
@@ -226,6 +236,14 @@ void add_commands(CLI::App& app, arguments& given, const global_options& options
     add_query(app, "variables", "Variables that packages can ask for", nullptr, false, given,
               choice, [](const std::string&, outcome& result) { kmhost::variables(result); });
     add_check(app, given, options, choice);
+    kmctl::add_life_commands(
+        app, options, given.life,
+        [&choice](const char* name, bool only_reads, bool only_answers, kmhost::worker_body body) {
+            choice.command = name;
+            choice.only_reads = only_reads;
+            choice.only_answers = only_answers;
+            choice.body = std::move(body);
+        });
     app.require_subcommand(1);
     app.fallthrough();
     for (auto* one : app.get_subcommands({})) {
@@ -303,7 +321,7 @@ int main(int count, char** texts) {
     } catch (const CLI::ParseError& fault) {
         return tell_usage_fault(app, fault, options, count, texts);
     }
-    given.operation.wait_seconds = options.wait_seconds;
+    given.operation.wait_seconds = given.life.operation.wait_seconds = options.wait_seconds;
     outcome result = carry_out(options, choice);
     if (options.quiet && !choice.only_answers)
         result.text.clear();

@@ -46,10 +46,17 @@ cm_result km_directory::put(int) {
     return cm_command::success;
 }
 
+bool km_directory::is_own() const {
+    return created || (package && made_by(*package, path_bytes()));
+}
+
+// A directory that the package made keeps the package's time, whatever was put into it; one of
+// somebody else is left alone.
 cm_result km_directory::finish_add() {
-    if (!was_put_)
-        return cm_command::success;
+    const bool put_here = was_put_;
     was_put_ = false;
+    if (!put_here && !is_own())
+        return cm_command::success;
     const std::string& bytes = path_bytes();
     const place where = locate(bytes);
     if (!where.found())
@@ -59,6 +66,8 @@ cm_result km_directory::finish_add() {
     if (::fstatat(where.directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0 ||
         !S_ISDIR(about.st_mode))
         return cm_command::success; // gone again: there is nothing to finish
+    if (!put_here && !same_rights(about))
+        return cm_command::success;
     if (is_privileged() && ::fchownat(where.directory, name, static_cast<uid_t>(owner),
                                       static_cast<gid_t>(group), AT_SYMLINK_NOFOLLOW) != 0)
         return fail("give an owner to", bytes, errno);
@@ -75,7 +84,7 @@ cm_result km_directory::finish_add() {
 
 cm_result km_directory::take() {
     const std::string& bytes = path_bytes();
-    if (!created && !(package && made_by(*package, bytes)))
+    if (!is_own())
         return cm_command::success;
     struct stat about {};
     if (!look_at(bytes, about))
@@ -97,7 +106,7 @@ cm_result km_directory::take() {
 
 int km_directory::is_identical(int) {
     struct stat about {};
-    return well_formed() && look_at(path_bytes(), about) && S_ISDIR(about.st_mode) &&
+    return !always_put && well_formed() && look_at(path_bytes(), about) && S_ISDIR(about.st_mode) &&
            same_rights(about);
 }
 
@@ -117,7 +126,7 @@ cm_object* km_directory::get_undo_object() {
     undo->path = path;
     undo->package = package;
     undo->take_metadata(about);
-    undo->created = created;
+    undo->created = is_own();
     return undo;
 }
 

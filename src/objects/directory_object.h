@@ -16,6 +16,9 @@ class km_directory : public km_object {
     cm_object* get_undo_object() override;
     cm_result load(int load) override;
 
+    // Counts as different in any case: an upgrade wants its time in the backup. Not coded.
+    bool always_put = false;
+
   protected:
     cm_result put(int phase) override;
     cm_result take() override;
@@ -25,6 +28,8 @@ class km_directory : public km_object {
     bool is_same_kind(const struct stat& about) const override { return S_ISDIR(about.st_mode); }
 
   private:
+    bool is_own() const;
+
     bool was_put_ = false;
 };
 

@@ -1,0 +1,31 @@
+// holders: which packages hold a path
+//
+// Beside each profile stands a list of the paths of its package, as 64-bit hashes: what one package
+// takes away must not be another's. The lists can be made again from the profiles at any time.
+#pragma once
+
+#include "catalog_store.h"
+#include "package.h"
+#include "words.h"
+
+#include <cstdint>
+#include <string>
+#include <unordered_set>
+
+namespace kmhost {
+
+std::uint64_t hash_of_path(const std::string& path);
+
+// Paths of all installed packages but `but`; lists that are missing or damaged are made again.
+std::unordered_set<std::uint64_t> held_by_others(const catalog_store& store, const package_id& but);
+
+// Writes the list of a package. A failure only means that it is made again later.
+void write_holders(const package_id& id, km::cm_package& tree);
+void forget_holders(const package_id& id);
+
+// Switches commands off whose object another package holds, too; those paths are told. Returns how
+// many.
+long keep_what_others_hold(const catalog_store& store, const package_id& id, km::cm_package& tree,
+                           outcome& result);
+
+} // namespace kmhost
