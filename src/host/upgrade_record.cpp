@@ -224,7 +224,7 @@ void restore_after_undo(catalog_store& store, const package_id& id, outcome& res
     }
     for (const auto& one : object.value("kept", json::array()))
         if (one.is_string())
-            km::remove_name(one.get<std::string>(), false);
+            km::remove_name_unseen(one.get<std::string>());
     forget_upgrade(id);
     if (!names.empty())
         result.info("restored", "Installed again:" + names + ".");

@@ -253,6 +253,19 @@ int remove_name(const std::string& path, bool is_directory) {
     return 1;
 }
 
+int remove_name_unseen(const std::string& path) {
+    struct stat about {};
+    const place where = locate(path);
+    if (!where.found() || ::fstat(where.directory, &about) != 0)
+        return where.error == ENOENT;
+    const int done = remove_name(path, false);
+    const timespec times[2] = {about.st_atim, about.st_mtim};
+    const std::string name = "/proc/self/fd/" + std::to_string(where.directory);
+    if (done)
+        ::utimensat(AT_FDCWD, name.c_str(), times, 0);
+    return done;
+}
+
 int replace_name(const place& where, const std::string& temporary) {
     state().absent.clear();
     if (::renameat(where.directory, temporary.c_str(), where.directory, where.name.c_str()) != 0) {

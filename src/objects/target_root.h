@@ -57,6 +57,9 @@ int read_link(const std::string& path, std::string& text);
 // the caller and only its mode forbids it, the mode is lifted for the moment of the removal.
 int remove_name(const std::string& path, bool is_directory);
 
+// Removes a name and leaves the times of its directory as they were. 1 or 0.
+int remove_name_unseen(const std::string& path);
+
 // Renames inside one directory, over what stands there. Same help with the mode. 1, or 0 with
 // errno.
 int replace_name(const place& where, const std::string& temporary);

@@ -45,6 +45,16 @@ def repacked(data, change, method=zipfile.ZIP_DEFLATED):
     return out.getvalue()
 
 
+def inflated(data, start, entry):
+    part = bytes(data[start:start + entry.compress_size])
+    if entry.compress_type == zipfile.ZIP_STORED:
+        return part
+    try:
+        return zlib.decompressobj(-15).decompress(part)
+    except zlib.error:
+        return None
+
+
 class Hostile(KmctlCase):
     def setUp(self):
         super().setUp()
@@ -101,6 +111,8 @@ class Hostile(KmctlCase):
             for at in sorted(choice.sample(range(start, start + one.compress_size), 4)):
                 bad = bytearray(data)
                 bad[at] ^= 1 << choice.randrange(8)
+                if inflated(bad, start, one) == inflated(data, start, one):
+                    continue  # a bit that means nothing: the padding of a block
                 self.refused(bytes(bad), "byte %d of %s flipped" % (at - start, one.filename))
 
     def test_no_package_at_all(self):
