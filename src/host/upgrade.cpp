@@ -181,7 +181,7 @@ void upgrader::merge() {
 bool upgrader::keep_user_files() {
     for (const auto& path : users_) {
         const std::string beside = path + ".kmsave";
-        km::remove_name(beside, false);
+        km::remove_name_unseen(beside);
         if (!km::link_name(path, beside)) {
             result_.fail(exit_failed, "keep",
                          path + ", which was changed, cannot be kept as " + beside + ": " +
@@ -219,7 +219,7 @@ void upgrader::finish(km::cm_result answer) {
     if (!is_success(answer)) {
         if (!at_.entry()) {
             for (const auto& path : record_.kept)
-                km::remove_name(path, false);
+                km::remove_name_unseen(path);
             forget_upgrade(at_.id);
         }
         return;

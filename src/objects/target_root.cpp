@@ -253,17 +253,34 @@ int remove_name(const std::string& path, bool is_directory) {
     return 1;
 }
 
+namespace {
+// While alive, what is done in the directory leaves its times as they were.
+class kept_times {
+  public:
+    explicit kept_times(int directory)
+        : name_("/proc/self/fd/" + std::to_string(directory)),
+          known_(::fstat(directory, &about_) == 0) {}
+    ~kept_times() {
+        const timespec times[2] = {about_.st_atim, about_.st_mtim};
+        if (known_)
+            ::utimensat(AT_FDCWD, name_.c_str(), times, 0);
+    }
+    kept_times(const kept_times&) = delete;
+    kept_times& operator=(const kept_times&) = delete;
+
+  private:
+    struct stat about_ {};
+    std::string name_;
+    bool known_;
+};
+} // namespace
+
 int remove_name_unseen(const std::string& path) {
-    struct stat about {};
     const place where = locate(path);
-    if (!where.found() || ::fstat(where.directory, &about) != 0)
+    if (!where.found())
         return where.error == ENOENT;
-    const int done = remove_name(path, false);
-    const timespec times[2] = {about.st_atim, about.st_mtim};
-    const std::string name = "/proc/self/fd/" + std::to_string(where.directory);
-    if (done)
-        ::utimensat(AT_FDCWD, name.c_str(), times, 0);
-    return done;
+    const kept_times while_it_goes(where.directory);
+    return remove_name(path, false);
 }
 
 int replace_name(const place& where, const std::string& temporary) {
@@ -307,6 +324,7 @@ int link_name(const std::string& from, const std::string& to) {
         return 0;
     }
     writable_directory lifted(new_place.directory);
+    const kept_times while_it_comes(new_place.directory);
     if (::linkat(old_place.directory, old_place.name.c_str(), new_place.directory,
                  new_place.name.c_str(), 0) != 0)
         return 0;

@@ -68,7 +68,7 @@ int replace_name(const place& where, const std::string& temporary);
 // errno.
 int move_name(const std::string& from, const std::string& to);
 
-// Gives a file a second name. 1, or 0 with errno.
+// Gives a file a second name; the times of the directory stay. 1, or 0 with errno.
 int link_name(const std::string& from, const std::string& to);
 
 // 1 if the caller may make and remove names in the directory, also by lifting the mode of a
