@@ -4,6 +4,7 @@
 // swept
 #include "catalog_store.h"
 
+#include "base/msg_supp.h"
 #include "codec.h"
 #include "decode_channel.h"
 #include "durable.h"
@@ -11,7 +12,10 @@
 #include "location.h"
 #include "lockfile.h"
 #include "command.h"
+#include "lookup.h"
 #include "made_directories.h"
+#include "object_command.h"
+#include "package_file.h"
 #include "status_words.h"
 #include "stop_request.h"
 #include "upgrade_record.h"
@@ -176,8 +180,7 @@ bool catalog_store::restore_counts(outcome& result) {
     result.fail(exit_failed, "counts",
                 "The reference counts " + table +
                     " cannot be read, and there is no good backup of them. Nothing was changed. "
-                    "'kmctl check --repair' starts new counts; objects that packages share then "
-                    "count for the packages that are installed again.");
+                    "'kmctl check --repair' takes them from the profiles of the packages.");
     return false;
 }
 
@@ -242,9 +245,7 @@ void catalog_store::prune_counts() {
         counts_->commit();
 }
 
-// Profiles and backup packages that a kill left without an entry. What is younger than the lock may
-// be somebody's work of this moment.
-void catalog_store::sweep() {
+std::set<std::string> catalog_store::named_files() const {
     std::set<std::string> named;
     km::Keyslist entries(*catalog_);
     while (km::HashtableEntry* one = entries.next_entry())
@@ -252,6 +253,13 @@ void catalog_store::sweep() {
             named.insert(entry->profile_name.mbcs_str());
             named.insert(entry->undo_package_name.mbcs_str());
         }
+    return named;
+}
+
+// Profiles and backup packages that a kill left without an entry. What is younger than the lock may
+// be somebody's work of this moment.
+void catalog_store::sweep() {
+    const std::set<std::string> named = named_files();
     const auto now = fs::file_time_type::clock::now();
     for (const auto& [setting_name, prefix] :
          {std::pair{"working_dir", "PP"}, std::pair{"backup_dir", "UP"}}) {
@@ -290,44 +298,133 @@ int catalog_store::flush() const {
     return done;
 }
 
-bool catalog_store::repair(long seconds, outcome& result) {
-    catalog_store store;
-    store.directory_ = setting("product_dir") + "/catalog";
-    store.file_ = store.directory_ + "/packages.pht";
-    if (!store.lock(seconds, result))
-        return false;
+namespace {
+// A name that nothing has yet, so that an older damaged file is not lost under a newer one.
+std::string free_name(const std::string& wanted) {
     std::error_code error;
-    if (!fs::exists(store.file_, error)) {
-        result.info("catalog", "There is no catalog yet; nothing is to repair.");
-        return true;
-    }
-    km::pathname copy((store.file_ + ".repaired").c_str());
+    std::string name = wanted;
+    for (int i = 1; fs::exists(name, error); ++i)
+        name = wanted + "." + std::to_string(i);
+    return name;
+}
+} // namespace
+
+bool catalog_store::write_anew(outcome& result) {
+    km::pathname copy((file_ + ".repaired").c_str());
+    std::error_code error;
     fs::remove(copy.mbcs_str(), error);
     {
-        const km::Persistent_Hashtable damaged(km::pathname(store.file_.c_str()), 0, 0, &copy);
+        const km::Persistent_Hashtable damaged(km::pathname(file_.c_str()), 0, 0, &copy);
         const km::Persistent_Hashtable written(copy, 0, 0, nullptr);
         if (written.get_table_error()) {
             result.fail(exit_failed, "catalog",
-                        "Nothing can be read of the catalog " + store.file_ + ".");
+                        "Nothing can be read of the catalog " + file_ + ".");
             return false;
         }
         result.info("catalog", std::to_string(written.size()) + " entries could be read.");
     }
-    const std::string kept = store.file_ + ".damaged";
-    fs::rename(store.file_, kept, error);
+    const std::string kept = free_name(file_ + ".damaged");
+    fs::rename(file_, kept, error);
     if (!error)
-        fs::rename(copy.mbcs_str(), store.file_, error);
+        fs::rename(copy.mbcs_str(), file_, error);
     if (error) {
         result.fail(exit_failed, "catalog",
                     "The repaired catalog cannot be put in place: " + error.message() + ".");
         return false;
     }
-    km::sync_directory(km::pathname(store.directory_.c_str()));
-    const std::string table = store.directory_ + "/rct.tme";
-    if (fs::exists(table, error) && !decodes_as_table(table) &&
-        !decodes_as_table(store.directory_ + "/rctbak.tme"))
-        fs::rename(table, table + ".damaged", error);
+    km::sync_directory(km::pathname(directory_.c_str()));
     result.info("catalog", "The catalog was written anew; the old file is " + kept + ".");
+    return load(result) && keep_lost_profiles(result);
+}
+
+// What the catalog lost is still told by the profiles, which the next command would sweep.
+bool catalog_store::keep_lost_profiles(outcome& result) {
+    const std::set<std::string> named = named_files();
+    std::vector<fs::path> lost;
+    std::error_code error;
+    for (const auto& one : fs::directory_iterator(setting("working_dir"), error))
+        if (one.path().filename().string().compare(0, 2, "PP") == 0 &&
+            !named.count(one.path().string()))
+            lost.push_back(one.path());
+    for (const auto& path : lost) {
+        km::spmessage messages;
+        outcome ignored;
+        const auto package = open_profile(path.string(), messages, ignored);
+        if (!package)
+            continue;
+        const auto kept = free_name(path.parent_path() / ("lost." + path.filename().string()));
+        fs::rename(path, kept, error);
+        const package_id id{package->name.mbcs_str(), package->version.mbcs_str()};
+        result.warn("lost", "The catalog knows nothing of " + id.text() +
+                                " any more. Its files may be in place; 'kmctl install --force "
+                                "FILE' makes it known again. Its profile is kept as " +
+                                kept + ".");
+    }
+    return true;
+}
+
+bool catalog_store::repair(long seconds, outcome& result) {
+    catalog_store store;
+    store.directory_ = setting("product_dir") + "/catalog";
+    store.file_ = store.directory_ + "/packages.pht";
+    km::file(km::pathname(store.directory_.c_str())).mk_tree();
+    if (!store.lock(seconds, result))
+        return false;
+    std::error_code error;
+    outcome opening;
+    const bool is_whole = !fs::exists(store.file_, error) ||
+                          (km::Persistent_Hashtable::recover(km::pathname(store.file_.c_str())) &&
+                           store.load(opening));
+    if (!is_whole && !store.write_anew(result))
+        return false;
+    return store.repair_counts(result);
+}
+
+namespace {
+void count_shared(km::cm_composite_command& tree, const km::cm_catalog_key& by,
+                  km::cm_ref_count_table& counts) {
+    for (km::list_iterator all(tree.get_children()); all.hasMoreElements();) {
+        auto* command = all.nextElement();
+        if (auto* inner = dynamic_cast<km::cm_composite_command*>(command))
+            count_shared(*inner, by, counts);
+        else if (const auto* add = dynamic_cast<km::cm_add_object*>(command);
+                 add && add->object && add->object->is_shared && add->is_effective)
+            counts.set_counter(add->object->get_name(), by.name, by.version,
+                               add->object->get_ref_count());
+    }
+}
+} // namespace
+
+// The profiles tell which package shares what.
+bool catalog_store::repair_counts(outcome& result) {
+    outcome damaged;
+    if (restore_counts(damaged))
+        return true;
+    std::error_code error;
+    for (const char* name : {"/rct.tme", "/rctbak.tme"})
+        if (const std::string table = directory_ + name; fs::exists(table, error))
+            fs::rename(table, free_name(table + ".damaged"), error);
+    outcome opening;
+    if (!catalog_ && !load(opening))
+        return true; // no catalog, and nothing to count
+    km::cm_ref_count_table counts(km::pathname(directory_.c_str()), 0);
+    for (const auto& one : find_packages(*catalog_, "")) {
+        km::spmessage messages;
+        outcome ignored;
+        const auto package = open_profile(one.entry->profile_name.mbcs_str(), messages, ignored);
+        if (package)
+            count_shared(*package, {package->name, package->version}, counts);
+        else
+            result.warn("counts", "The profile of " + one.id.text() +
+                                      " cannot be read; what it shares is not counted.");
+    }
+    if (!counts.commit()) {
+        result.fail(exit_failed, "counts",
+                    "The reference counts in " + directory_ + " cannot be written.");
+        return false;
+    }
+    result.info("counts", "The reference counts were taken from the profiles anew; the old files "
+                          "are kept as .damaged.");
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include "words.h"
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -45,14 +46,19 @@ class catalog_store {
     const km::cm_catalog_entry* find(const std::string& name, const std::string& version) const;
 
     // Writes what can be read of a damaged catalog to a new file, and puts it in its place; the old
-    // one stays beside it. False: `result` says why.
+    // one stays beside it, and so do the profiles of packages that it lost. A whole catalog stays
+    // as it is. False: `result` says why.
     static bool repair(long seconds, outcome& result);
 
   private:
     bool lock(long seconds, outcome& result);
     bool load(outcome& result);
     bool restore_counts(outcome& result);
+    bool write_anew(outcome& result);
+    bool repair_counts(outcome& result);
+    bool keep_lost_profiles(outcome& result);
     bool finish_removals(outcome& result);
+    std::set<std::string> named_files() const;
     void sweep();
     void hand_over_strays();
 

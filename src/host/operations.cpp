@@ -17,6 +17,8 @@
 #include "status_words.h"
 #include "upgrade_record.h"
 
+#include <cstring>
+
 namespace kmhost {
 
 namespace {
@@ -137,6 +139,27 @@ void install(const operation_request& request, worker_line& line, outcome& resul
 
 namespace {
 
+// A failed remove leaves the entry of the install before it, and that one had come to its end.
+bool failed_in_install(const km::cm_catalog_entry& entry) {
+    return ((entry.cm_status | entry.current_cm_status) & km::cs_error) &&
+           entry.last_action == km::a_execute && entry.operation_in_progress != km::o_none;
+}
+
+// A remove that fails puts back the entry of the failed install. Its new profile tells no more what
+// that install had reached; but it keeps what was switched off here.
+void forget_failed_install(catalog_store& store, const package_id& id,
+                           const km::cm_catalog_entry& before) {
+    const auto* entry = store.find(id.name, id.version);
+    if (!entry || !failed_in_install(*entry) ||
+        std::strcmp(entry->profile_name.mbcs_str(), before.profile_name.mbcs_str()) == 0)
+        return;
+    auto* ended = new km::cm_catalog_entry(*entry);
+    ended->operation_in_progress = km::o_none;
+    const km::cm_catalog_key key(km::ustring(id.name.c_str()), km::ustring(id.version.c_str()));
+    store.catalog().update(key.clone(), ended);
+    store.flush();
+}
+
 // Commands that a failed install never reached put nothing in place, and must take nothing away.
 void switch_off_unreached(km::cm_composite_command& tree) {
     for (km::list_iterator all(tree.get_children()); all.hasMoreElements();) {
@@ -225,7 +248,7 @@ void remove(const operation_request& request, worker_line& line, outcome& result
             km::hand_over_made_directories(id.name, id.version);
     } else if (package && !result.failed() &&
                at.passes_gate(*package, km::o_execute, km::a_reverse, request.mode, "remove")) {
-        if (is_in_error(before) && before.last_action == km::a_execute)
+        if (failed_in_install(before))
             switch_off_unreached(*package);
         keep_what_others_hold(at.store, id, *package, result);
         forget_upgrade(id); // what it replaced must not come back behind a removal
@@ -236,6 +259,8 @@ void remove(const operation_request& request, worker_line& line, outcome& result
                 km::remove_empty_made_directories(id.name, id.version);
             km::hand_over_made_directories(id.name, id.version);
             forget_holders(id);
+        } else {
+            forget_failed_install(at.store, id, before);
         }
     }
     drop_intent(id);

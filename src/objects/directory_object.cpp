@@ -93,10 +93,8 @@ cm_result km_directory::take() {
     if (!S_ISDIR(about.st_mode))
         return cm_command::success; // something of somebody else
     KM_KILL_POINT("directory.before_remove");
-    if (remove_name(bytes, true)) {
-        remove_made_parents(bytes);
-        return cm_command::success;
-    }
+    if (remove_name(bytes, true))
+        return remove_made_parents(bytes);
     if (errno == ENOTEMPTY || errno == EEXIST || errno == EBUSY) {
         tell(package, om_not_empty, bytes);
         return cm_command::success;

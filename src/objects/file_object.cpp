@@ -269,9 +269,7 @@ cm_result km_file::take() {
         return fail(om_is_directory, bytes);
     KM_KILL_POINT("file.before_unlink");
     const auto removed = remove_own(bytes);
-    if (removed == cm_command::success)
-        remove_made_parents(bytes);
-    return removed;
+    return removed == cm_command::success ? remove_made_parents(bytes) : removed;
 }
 
 cm_result km_file::check_target(const place& where, const struct stat* present) {

@@ -161,16 +161,28 @@ cm_result km_object::make_parents(const std::string& of) {
     return error ? fail("reach", of, error) : cm_command::success;
 }
 
-void km_object::remove_made_parents(const std::string& of) {
+namespace {
+// What others put into a directory, or made of it, is a reason to leave it, and no failure.
+bool is_reason_to_stay(int error) {
+    return error == ENOTEMPTY || error == EEXIST || error == EBUSY || error == ENOTDIR ||
+           error == EACCES || error == EPERM;
+}
+} // namespace
+
+cm_result km_object::remove_made_parents(const std::string& of) {
     std::string parent = of;
     while (package) {
         const size_t slash = parent.find_last_of('/');
         if (slash == std::string::npos || slash == 0)
-            return;
+            break;
         parent.erase(slash);
-        if (!made_by(*package, parent) || !remove_name(parent, true))
-            return;
+        if (!made_by(*package, parent))
+            break;
+        if (!remove_name(parent, true))
+            return is_reason_to_stay(errno) ? cm_command::success
+                                            : fail("remove the directory", parent, errno);
     }
+    return cm_command::success;
 }
 
 cm_result km_object::remove_own(const std::string& name) {

@@ -79,7 +79,7 @@ class km_object : public cm_object {
     // Missing parents of `path`, each noted as made by the package before it is.
     cm_result make_parents(const std::string& of);
     // Parents that this package made and that are empty now.
-    void remove_made_parents(const std::string& of);
+    cm_result remove_made_parents(const std::string& of);
     cm_result remove_own(const std::string& name);
     void drop_temporary();
     bool well_formed() const;

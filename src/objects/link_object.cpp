@@ -82,9 +82,7 @@ cm_result km_link::take() {
     if (S_ISDIR(about.st_mode))
         return fail(om_is_directory, bytes);
     const auto removed = remove_own(bytes);
-    if (removed == cm_command::success)
-        remove_made_parents(bytes);
-    return removed;
+    return removed == cm_command::success ? remove_made_parents(bytes) : removed;
 }
 
 int km_link::is_identical(int) {

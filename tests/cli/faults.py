@@ -74,6 +74,7 @@ class Faults(KmctlCase):
                 self.advised(["remove", "p"], ended, note)
         self.assertEqual(sorted(picture(self.root)), sorted(clean), note)
         self.assertEqual(self.km_json("list")["packages"], [], note)
+        self.km("remove", "nothing", code=3)  # sweeps a profile that could not be taken away
         self.assertEqual(self.leftovers(), [], note)
 
 
