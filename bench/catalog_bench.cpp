@@ -2,8 +2,7 @@
 // no format
 // invariant: both sides read every field of every entry
 #include "catalog.h"
-#include "file.h"
-#include "hashtable.h"
+#include "base_configuration.h"
 #include "persistent_hashtable.h"
 
 #include <chrono>
@@ -145,6 +144,7 @@ int main(int count, char** texts) {
         die("usage: catalog_bench EMPTY-DIRECTORY ENTRIES ROUNDS");
     const std::string directory = texts[1];
     const int entries = std::atoi(texts[2]), rounds = std::atoi(texts[3]);
+    km::set_configuration_location(km::pathname(directory.c_str()));
     const auto rows = make_rows(entries);
     const std::string catalog = directory + "/packages.pht", database = directory + "/rows.db";
     write_catalog(catalog, rows);
