@@ -26,7 +26,7 @@ std::vector<row> make_rows(int count) {
     std::vector<row> all;
     for (int i = 0; i < count; ++i) {
         row one;
-        one.name = "package-" + std::to_string(i * 7919 % count) + "-of-this-endpoint";
+        one.name = "endpoint-package-" + std::to_string(i * 7919 % count);
         one.version = std::to_string(i % 9) + "." + std::to_string(i % 31);
         one.profile = "/var/lib/kmcore/work/PP" + std::to_string(100000 + i) + ".pro";
         for (int n = 0; n < 12; ++n)

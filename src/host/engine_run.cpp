@@ -29,7 +29,7 @@ void on_exit(int status, const char* why) {
 }
 
 void progress(long done, long total, const km::cm_command* command) {
-    if (current_line)
+    if (current_line && current_line->is_due(done, total))
         current_line->progress(
             {done, total, const_cast<km::cm_command*>(command)->get_name().mbcs_str()});
 }

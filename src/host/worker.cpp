@@ -161,12 +161,15 @@ void worker_line::send(const std::string& line) {
     }
 }
 
+// A cleanup walks the tree again, behind the last command: its reports are ordinary ones.
+bool worker_line::is_due(long done, long total) const {
+    return (total > 0 && done == total) || now_ms() - last_progress_ms_ >= progress_interval_ms;
+}
+
 void worker_line::progress(const progress_report& report) {
-    const long now = now_ms();
-    const bool last = report.total > 0 && report.done >= report.total;
-    if (!last && now - last_progress_ms_ < progress_interval_ms)
+    if (!is_due(report.done, report.total))
         return;
-    last_progress_ms_ = now;
+    last_progress_ms_ = now_ms();
     json event = {{"event", "progress"},
                   {"done", report.done},
                   {"total", report.total},

@@ -20,7 +20,10 @@ struct progress_report {
 class worker_line {
   public:
     explicit worker_line(int descriptor) : descriptor_(descriptor) {}
-    // At most about ten a second reach the parent, the last of an operation (done == total) always.
+    // Whether a report would reach the parent now: at most about ten a second do, and the last of an
+    // operation (done == total). Ask before the report is put together.
+    bool is_due(long done, long total) const;
+    // Sends the report if it is due.
     void progress(const progress_report& report);
     // The library is about to end the process with `status`, and says why.
     void ending(int status, const std::string& why);

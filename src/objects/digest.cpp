@@ -3,6 +3,7 @@
 // invariant: a digest is 64 lower-case hexadecimal digits
 #include "digest.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <openssl/evp.h>
@@ -50,19 +51,23 @@ std::string sha256::finish() {
     return text;
 }
 
-std::string digest_of_open_file(int descriptor) {
+std::string digest_of_open_file(int descriptor, long most) {
     sha256 digest;
     static char block[65536];
-    for (;;) {
-        const ssize_t got = ::read(descriptor, block, sizeof block);
+    for (long left = most; left != 0;) {
+        const long wanted = left < 0 ? long{sizeof block} : std::min<long>(left, sizeof block);
+        const ssize_t got = ::read(descriptor, block, static_cast<std::size_t>(wanted));
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
             return {};
         if (got == 0)
-            return digest.finish();
+            break;
         digest.add(block, static_cast<std::size_t>(got));
+        if (left > 0)
+            left -= got;
     }
+    return digest.finish();
 }
 
 } // namespace km

@@ -114,12 +114,19 @@ cm_result km_file::write_from(unzipping_channel& in, int out, const std::string&
     return cm_command::success;
 }
 
-// Owner first: a change of owner takes set-id bits away.
+// Owner first: a change of owner takes set-id bits away. What fits already is not set again: a look
+// costs a fraction of a change of the inode.
 cm_result km_file::give_attributes(int descriptor, const std::string& name) {
-    if (is_privileged() &&
-        ::fchown(descriptor, static_cast<uid_t>(owner), static_cast<gid_t>(group)) != 0)
+    struct stat about {};
+    if (::fstat(descriptor, &about) != 0)
+        return fail("look at", name, errno);
+    const auto user = static_cast<uid_t>(owner);
+    const auto users = static_cast<gid_t>(group);
+    const auto rights = static_cast<mode_t>(mode) & 07777;
+    const bool changes_owner = is_privileged() && (about.st_uid != user || about.st_gid != users);
+    if (changes_owner && ::fchown(descriptor, user, users) != 0)
         return fail("give an owner to", name, errno);
-    if (::fchmod(descriptor, static_cast<mode_t>(mode) & 07777) != 0)
+    if ((changes_owner || (about.st_mode & 07777) != rights) && ::fchmod(descriptor, rights) != 0)
         return fail("set the mode of", name, errno);
     const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
     if (::futimens(descriptor, times) != 0)
@@ -127,15 +134,26 @@ cm_result km_file::give_attributes(int descriptor, const std::string& name) {
     return cm_command::success;
 }
 
+// The last mode from the start, where nobody gets a right that he will not have: not where the file
+// may change hands, nor where its group counts, and never a right to write or a set-id bit.
+mode_t km_file::mode_while_written() const {
+    const auto rights = static_cast<mode_t>(mode);
+    const bool stays_ours = !is_privileged() || (static_cast<uid_t>(owner) == ::geteuid() &&
+                                                 static_cast<gid_t>(group) == ::getegid());
+    const bool group_is_as_others = ((rights >> 3) & 05) == (rights & 05);
+    return stays_ours && group_is_as_others ? 0600 | (rights & 0755) : 0600;
+}
+
 cm_result km_file::write_temporary(unzipping_channel& in, const place& where,
                                    const std::string& name) {
     const std::string full = where.parent + "/" + name;
     const writable_directory lifted(where.directory);
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    int made = ::openat(where.directory, name.c_str(), flags, 0600);
+    const mode_t first_mode = mode_while_written();
+    int made = ::openat(where.directory, name.c_str(), flags, first_mode);
     if (made < 0 && errno == EEXIST) {
         ::unlinkat(where.directory, name.c_str(), 0);
-        made = ::openat(where.directory, name.c_str(), flags, 0600);
+        made = ::openat(where.directory, name.c_str(), flags, first_mode);
     }
     const open_file out(made);
     if (!out.good())
@@ -293,13 +311,35 @@ bool km_file::stands_identical(const std::string& at, bool with_rights) {
     if (!look_at(at, about) || !S_ISREG(about.st_mode) || about.st_size != size ||
         (with_rights && !same_rights(about)))
         return false;
+    if (compared_.is(about))
+        return true;
+    timespec before{};
+    ::clock_gettime(CLOCK_REALTIME, &before);
     const open_file in(open_for_reading(at));
-    if (in.good())
-        return ustring(digest_of_open_file(in.get()).c_str()) == digest;
-    // What its owner may not read either is told by its time.
-    const timespec told = modification_time();
-    return errno == EACCES && about.st_mtim.tv_sec == told.tv_sec &&
-           about.st_mtim.tv_nsec == told.tv_nsec;
+    if (!in.good()) {
+        // What its owner may not read either is told by its time.
+        const timespec told = modification_time();
+        return errno == EACCES && about.st_mtim.tv_sec == told.tv_sec &&
+               about.st_mtim.tv_nsec == told.tv_nsec;
+    }
+    if (ustring(digest_of_open_file(in.get(), size).c_str()) != digest)
+        return false;
+    // The check and the run behind it ask the same. A file that changed a moment ago may change
+    // again within the same tick of its clock, and is read again.
+    constexpr long moment = 2;
+    struct stat behind {};
+    if (::fstat(in.get(), &behind) == 0 && before.tv_sec - behind.st_ctim.tv_sec > moment)
+        compared_.set(behind);
+    return true;
+}
+
+bool km_file::compared_file::is(const struct stat& about) const {
+    return known && device == about.st_dev && inode == about.st_ino &&
+           changed.tv_sec == about.st_ctim.tv_sec && changed.tv_nsec == about.st_ctim.tv_nsec;
+}
+
+void km_file::compared_file::set(const struct stat& about) {
+    *this = {true, about.st_dev, about.st_ino, about.st_ctim};
 }
 
 int km_file::is_identical(int phase) {
@@ -349,6 +389,7 @@ cm_result km_file::load(int) {
     if (!S_ISREG(about.st_mode))
         return fail(om_special, shown);
     take_metadata(about);
+    compared_ = {};
     size = about.st_size;
     const std::string sum = digest_of_open_file(in.get());
     if (sum.empty())

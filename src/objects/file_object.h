@@ -42,11 +42,23 @@ class km_file : public km_object {
     bool is_same_kind(const struct stat& about) const override { return S_ISREG(about.st_mode); }
 
   private:
+    // The file whose data were found to have the digest. Its inode tells of every later change.
+    struct compared_file {
+        bool known = false;
+        dev_t device = 0;
+        ino_t inode = 0;
+        timespec changed{};
+        bool is(const struct stat& about) const;
+        void set(const struct stat& about);
+    };
+    compared_file compared_;
+
     // Where the data come from: opens this file's entry.
     cm_result open_data(unzipping_channel*& in);
     cm_result pass_over_data(cm_result with);
     cm_result write_from(unzipping_channel& in, int out, const std::string& name, bool& consumed);
     cm_result write_temporary(unzipping_channel& in, const place& where, const std::string& name);
+    mode_t mode_while_written() const;
     cm_result give_attributes(int descriptor, const std::string& name);
     cm_result bring(const std::string& name, const std::string& into);
     bool stands_identical(const std::string& at, bool with_rights);

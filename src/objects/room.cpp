@@ -49,14 +49,18 @@ std::string in_words(bytes_t bytes) {
 
 int note_room(int directory, long bytes, long replaced, std::string& needed,
               std::string& free_bytes) {
-    bytes_t free_now = 0;
     dev_t device = 0;
-    if (!room_in(directory, free_now, device))
+    if (!file_system_of(directory, device))
         return 0;
-    auto [at, is_new] = accounts().try_emplace(device);
+    auto at = accounts().find(device);
+    if (at == accounts().end()) {
+        bytes_t free_now = 0;
+        if (!room_in(directory, free_now))
+            return 0;
+        at = accounts().emplace(device, account()).first;
+        at->second.free_at_start = free_now;
+    }
     account& one = at->second;
-    if (is_new)
-        one.free_at_start = free_now;
     const bytes_t size = on_disk(bytes), old = on_disk(replaced);
     if (size > old)
         one.growth += size - old;

@@ -22,13 +22,15 @@ constexpr size_t cached_directories = 8;
 struct cached {
     std::string path;
     int descriptor;
+    bool has_device = false;
+    dev_t device = 0;
 };
 
 struct root_state {
     std::string text;
     int descriptor = -1; // -1: the machine itself
     std::vector<cached> directories;
-    std::string absent; // a directory that was just found missing
+    std::string absent; // a directory that was just found missing, with all below it
     std::map<dev_t, int> changed;
     bool beyond_reach = false; // a changed file system of which no descriptor could be had
 };
@@ -67,12 +69,18 @@ int cached_directory(const std::string& path) {
     return -1;
 }
 
+bool is_known_absent(const std::string& path) {
+    const std::string& absent = state().absent;
+    return !absent.empty() && path.compare(0, absent.size(), absent) == 0 &&
+           (path.size() == absent.size() || path[absent.size()] == '/');
+}
+
 int directory_of(const std::string& path) {
     int descriptor = cached_directory(path);
     if (descriptor >= 0)
         return descriptor;
-    // Before an install all names of a missing directory are asked for one by one.
-    if (!state().absent.empty() && state().absent == path) {
+    // Before an install all names below a missing directory are asked for one by one.
+    if (is_known_absent(path)) {
         errno = ENOENT;
         return -1;
     }
@@ -93,6 +101,27 @@ int directory_of(const std::string& path) {
 
 bool well_formed(const std::string& path) {
     return !path.empty() && path[0] == '/' && path.find('\0') == std::string::npos;
+}
+
+// The file system of a directory; one of the cached is asked once. False with errno.
+bool device_of(int directory, dev_t& device) {
+    cached* known = nullptr;
+    for (cached& one : state().directories)
+        if (one.descriptor == directory)
+            known = &one;
+    if (known && known->has_device) {
+        device = known->device;
+        return true;
+    }
+    struct stat about {};
+    if (::fstat(directory, &about) != 0)
+        return false;
+    device = about.st_dev;
+    if (known) {
+        known->has_device = true;
+        known->device = device;
+    }
+    return true;
 }
 
 // An open descriptor of an O_PATH directory on which modes can be changed and file systems synced.
@@ -344,28 +373,26 @@ int may_write_in(const place& where) {
     return 0;
 }
 
-int room_in(int directory, unsigned long long& bytes, dev_t& device) {
+int file_system_of(int directory, dev_t& device) { return device_of(directory, device); }
+
+int room_in(int directory, unsigned long long& bytes) {
     struct statvfs space {};
-    struct stat about {};
-    if (::fstat(directory, &about) != 0)
-        return 0;
     if (::fstatvfs(directory, &space) != 0)
         return 0;
-    device = about.st_dev;
     bytes = static_cast<unsigned long long>(::geteuid() == 0 ? space.f_bfree : space.f_bavail) *
             space.f_frsize;
     return 1;
 }
 
 void touched(int directory, int open_file) {
-    struct stat about {};
-    if (::fstat(directory, &about) != 0 || state().changed.count(about.st_dev))
+    dev_t device = 0;
+    if (!device_of(directory, device) || state().changed.count(device))
         return;
     int twin = readable_twin(directory);
     if (twin < 0 && open_file >= 0)
         twin = ::fcntl(open_file, F_DUPFD_CLOEXEC, 0);
     if (twin >= 0)
-        state().changed[about.st_dev] = twin;
+        state().changed[device] = twin;
     else
         state().beyond_reach = true;
 }

@@ -75,9 +75,11 @@ int link_name(const std::string& from, const std::string& to);
 // directory of its own; 0 with errno.
 int may_write_in(const place& where);
 
-// Bytes that the caller may still write on the file system of `directory`, and its device number.
-// 1, or 0 with errno.
-int room_in(int directory, unsigned long long& bytes, dev_t& device);
+// Device number of the file system of `directory`. 1, or 0 with errno.
+int file_system_of(int directory, dev_t& device);
+
+// Bytes that the caller may still write on the file system of `directory`. 1, or 0 with errno.
+int room_in(int directory, unsigned long long& bytes);
 
 // Notes that the file system of `directory` was changed, so that flush_touched() reaches it.
 void touched(int directory, int open_file = -1);

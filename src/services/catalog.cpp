@@ -12,6 +12,13 @@ namespace km {
 
 ustring cm_catalog_key::get_text() const { return name + ustring(u"^") + version; }
 
+std::uint32_t cm_catalog_key::hash_code() const {
+    std::uint32_t hash = (name.hash_code() << 1) ^ u'^';
+    for (unsigned i = 0; i < version.length(); ++i)
+        hash = (hash << 1) ^ version[i];
+    return hash;
+}
+
 bool cm_catalog_key::operator==(const cm_catalog_key& other) const {
     return version == other.version && name == other.name;
 }

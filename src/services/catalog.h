@@ -19,7 +19,8 @@ class cm_catalog_key : public codable {
         : name(package_name), version(package_version) {}
 
     ustring get_text() const;
-    std::uint32_t hash_code() const override { return get_text().hash_code(); }
+    // That of get_text().
+    std::uint32_t hash_code() const override;
     codable* clone() const override { return new cm_catalog_key(*this); }
     bool operator==(const codable& other) const override;
     bool operator==(const cm_catalog_key& other) const;

@@ -337,10 +337,16 @@ ustring factory_part(const ustring& name) {
     return part;
 }
 
+// `part` is ASCII.
 bool names_class(const codable& object, const ustring& part) {
     const char* name = object.codable_name();
     const char* dot = name ? std::strrchr(name, '.') : nullptr;
-    return dot && ustring(dot + 1) == part;
+    if (!dot || std::strlen(dot + 1) != part.length())
+        return false;
+    for (unsigned i = 0; i < part.length(); ++i)
+        if (part[i] != static_cast<unsigned char>(dot[1 + i]))
+            return false;
+    return true;
 }
 
 } // namespace

@@ -80,7 +80,7 @@ decompressing_channel::decompressing_channel(input_channel* inner, decompressor*
 }
 
 void decompressing_channel::fill() {
-    in_length_ = inner_->read(in_buffer_.get(), in_size_);
+    in_length_ = inner_->read(in_buffer_.get(), next_fill());
     if (in_length_ < 0) {
         if (get_error())
             return;

@@ -44,6 +44,9 @@ class decompressing_channel : public filter_input_channel {
     long ignore(long count) override;
 
   protected:
+    // How many bytes the next step asks the inner channel for; 1 to the size of the buffer.
+    virtual int next_fill() const { return in_size_; }
+
     std::unique_ptr<decompressor> engine_;
     std::unique_ptr<unsigned char[]> in_buffer_;
     int in_length_ = 0;

@@ -37,24 +37,19 @@ bool decode_channel::read_buffer(unsigned char* bytes, int count) {
 
 void decode_channel::read_bytes(unsigned char* bytes, int count) { read_buffer(bytes, count); }
 
-short decode_channel::read_short() {
-    const int high = read(), low = read();
-    if (low < 0)
-        error_ = short_read;
-    return static_cast<short>((high << 8) | (low & 0xFF));
+// What does not come stands as ones.
+std::uint32_t decode_channel::read_number(int count) {
+    unsigned char bytes[4] = {0xFF, 0xFF, 0xFF, 0xFF};
+    read_buffer(bytes, count);
+    std::uint32_t bits = 0;
+    for (int i = 0; i < count; ++i)
+        bits = (bits << 8) | bytes[i];
+    return bits;
 }
 
-std::int32_t decode_channel::read_integer() {
-    std::uint32_t bits = 0;
-    int byte = 0;
-    for (int i = 0; i < 4; ++i) {
-        byte = read();
-        bits = (bits << 8) | static_cast<std::uint32_t>(byte & 0xFF);
-    }
-    if (byte < 0)
-        error_ = short_read;
-    return static_cast<std::int32_t>(bits);
-}
+short decode_channel::read_short() { return static_cast<short>(read_number(2)); }
+
+std::int32_t decode_channel::read_integer() { return static_cast<std::int32_t>(read_number(4)); }
 
 long decode_channel::read_long() {
     read_integer();

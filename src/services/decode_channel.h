@@ -38,6 +38,7 @@ class decode_channel : public pushback_input_channel {
 
   private:
     bool read_buffer(unsigned char* bytes, int count);
+    std::uint32_t read_number(int count);
     int error_ = 0;
     int bytes_read_ = 0;
 };

@@ -65,8 +65,7 @@ void Hashtable::copy_from(const Hashtable& other) {
     duplicate_ = other.duplicate_;
 }
 
-HashtableEntry* Hashtable::find_entry(const codable& key) const {
-    const std::uint32_t hash = key.hash_code();
+HashtableEntry* Hashtable::find_entry(const codable& key, std::uint32_t hash) const {
     for (HashtableEntry* e = table_[bucket_of(hash)]; e; e = e->next_)
         if (e->hash_ == hash && *e->key_ == key)
             return e;
@@ -75,7 +74,8 @@ HashtableEntry* Hashtable::find_entry(const codable& key) const {
 
 int Hashtable::put(codable* key, codable* value) {
     static constexpr const char* km_function_name = "Hashtable::put";
-    if (HashtableEntry* old = find_entry(*key)) {
+    const std::uint32_t hash = key->hash_code();
+    if (HashtableEntry* old = find_entry(*key, hash)) {
         last_entry_ = old;
         duplicate_ = 1;
         KM_TRACE(trace_return, "common", "Error: the key is already present");
@@ -86,7 +86,6 @@ int Hashtable::put(codable* key, codable* value) {
                  threshold_);
         rehash();
     }
-    const std::uint32_t hash = key->hash_code();
     auto* entry = new HashtableEntry(hash, key, value);
     entry->next_ = table_[bucket_of(hash)];
     table_[bucket_of(hash)] = entry;

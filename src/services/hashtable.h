@@ -96,7 +96,10 @@ class Hashtable : public codable {
     virtual void clear();
 
   protected:
-    HashtableEntry* find_entry(const codable& key) const;
+    HashtableEntry* find_entry(const codable& key) const {
+        return find_entry(key, key.hash_code());
+    }
+    HashtableEntry* find_entry(const codable& key, std::uint32_t hash) const;
     // Takes the entry of `key` out of its chain and out of the count; the entry, its key and its
     // value are the caller's then. Null if there is none.
     HashtableEntry* unlink_entry(const codable& key);

@@ -51,6 +51,7 @@ int cm_package::download_list(const pathname& path, int as_zip) {
         KM_TRACE(trace_error, "common", "Error opening profile %s", path.mbcs_str());
         return 0;
     }
+    out.set_sync_data(0); // rename_durably flushes the whole, once
     mode = static_cast<std::int32_t>(static_cast<std::uint32_t>(mode) & ~m_binary_file);
     bool written;
     if (as_zip) {

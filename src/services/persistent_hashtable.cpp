@@ -37,8 +37,10 @@ class Persistent_Hashtable::log_reader : public input_channel {
             next_ = count_ = 0;
     }
     int read() override {
-        unsigned char byte = 0;
-        return read(&byte, 1) == 1 ? byte : -1;
+        if (next_ == count_ && !fill())
+            return -1;
+        ++at_;
+        return block_[static_cast<size_t>(next_++)];
     }
     int read(unsigned char* buffer, int length) override {
         if (length < 1)

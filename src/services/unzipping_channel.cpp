@@ -16,13 +16,14 @@ namespace {
 
 constexpr int in_size = 32768;
 constexpr int scratch_size = 32768;
+constexpr int ahead_size = 4096;
 constexpr int most_empty_reads = 128;
 
 } // namespace
 
 unzipping_channel::unzipping_channel(input_channel* inner)
     : decompressing_channel(new pushback_input_channel(inner, in_size), new decompressor, in_size),
-      scratch_(new unsigned char[scratch_size]) {
+      scratch_(new unsigned char[scratch_size]), ahead_(new unsigned char[ahead_size]) {
     // Every operation looks at the status before it touches the source.
     if (!inner || engine_->get_status() < 0)
         status_ = channel_no_inner;
@@ -134,6 +135,7 @@ zip_entry* unzipping_channel::get_next_entry() {
     crc_.reset();
     engine_->reset();
     touched_ = false;
+    ahead_at_ = ahead_end_ = 0;
     if (!readLOC()) {
         entry_.clear_name();
         return nullptr;
@@ -169,6 +171,14 @@ int unzipping_channel::readEXT() {
 void unzipping_channel::end_of_entry() {
     last_crc_ = entry_.crc;
     entry_.clear_name();
+}
+
+// What an entry does not use is pushed back, so from pushed-back bytes it takes no more than it
+// probably needs: else each of many small entries would move a whole block to and fro.
+int unzipping_channel::next_fill() const {
+    constexpr long least = 512;
+    return source()->pushed_back() ? static_cast<int>(std::clamp<long>(entry_.size, least, in_size_))
+                                   : in_size_;
 }
 
 // Inflating took more input than the entry holds: what it did not use belongs to what follows.
@@ -208,18 +218,36 @@ int unzipping_channel::read_stored(unsigned char* buffer, int length) {
     return got;
 }
 
+int unzipping_channel::take_ahead(unsigned char* buffer, int length) {
+    const int got = std::min(length, ahead_end_ - ahead_at_);
+    std::memcpy(buffer, ahead_.get() + ahead_at_, static_cast<size_t>(got));
+    ahead_at_ += got;
+    return got;
+}
+
+// A tree is decoded byte by byte, and a call of the engine costs more than many bytes: small reads
+// take from a block that was inflated ahead. What stands in front of a fault is still given.
 int unzipping_channel::read_deflated(unsigned char* buffer, int length) {
-    const int got = decompressing_channel::read(buffer, length);
+    if (ahead_at_ < ahead_end_)
+        return take_ahead(buffer, length);
+    const bool is_small = length < ahead_size;
+    unsigned char* const target = is_small ? ahead_.get() : buffer;
+    const int got = decompressing_channel::read(target, is_small ? ahead_size : length);
+    if (got < 1 || (!is_small && engine_->get_status() < 0))
+        return end_of_deflated(got);
+    crc_.update(target, got);
+    if (!is_small)
+        return got;
+    ahead_at_ = 0;
+    ahead_end_ = got;
+    return take_ahead(buffer, length);
+}
+
+int unzipping_channel::end_of_deflated(int got) {
     if (engine_->get_status() < 0) {
         KM_TRACE(trace_error, "common", "decomp_status=%d", engine_->get_status());
         corrupted("the deflate stream is damaged");
-        return -1;
-    }
-    if (got > 0) {
-        crc_.update(buffer, got);
-        return got;
-    }
-    if (got == -1 && !get_error()) {
+    } else if (got == -1 && !get_error()) {
         read_end();
         end_of_entry();
     }
@@ -245,6 +273,8 @@ int unzipping_channel::read(unsigned char* buffer, int length) {
 }
 
 int unzipping_channel::read() {
+    if (ahead_at_ < ahead_end_ && !status_)
+        return ahead_[static_cast<size_t>(ahead_at_++)];
     unsigned char byte = 0;
     return read(&byte, 1) == 1 ? byte : -1;
 }

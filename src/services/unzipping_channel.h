@@ -52,6 +52,9 @@ class unzipping_channel : public decompressing_channel {
     // Checksum of the entry that ended last.
     long get_last_crc() const { return last_crc_; }
 
+  protected:
+    int next_fill() const override;
+
   private:
     pushback_input_channel* source() const;
     bool current_untouched() const { return entry_.get_name() && !touched_; }
@@ -65,6 +68,8 @@ class unzipping_channel : public decompressing_channel {
     void end_of_entry();
     int read_stored(unsigned char* buffer, int length);
     int read_deflated(unsigned char* buffer, int length);
+    int end_of_deflated(int got);
+    int take_ahead(unsigned char* buffer, int length);
     int pass_over_stored();
     void skipTAIL();
     int skipCEN(int have);
@@ -80,6 +85,9 @@ class unzipping_channel : public decompressing_channel {
     long total_read_ = 0;
     long header_offset_ = 0;
     bool touched_ = false;
+    std::unique_ptr<unsigned char[]> ahead_; // inflated, not asked for yet
+    int ahead_at_ = 0;
+    int ahead_end_ = 0;
     int skip_tail_ = 1;
 };
 

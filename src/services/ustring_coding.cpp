@@ -97,19 +97,21 @@ bool read_bytes(input_channel& from, size_t count, std::string& bytes) {
 } // namespace
 
 int ustring::writeUTF(output_channel& to) const {
-    std::string body, out;
-    body.reserve(length_);
+    constexpr size_t short_head = 2;
+    std::string out(short_head, '\0');
+    out.reserve(short_head + length_);
     for (size_type i = 0; i < length_; ++i)
-        append_utf(body, buffer_[i]);
-    if (body.size() < long_count) {
-        out += static_cast<char>(body.size() >> 8);
-        out += static_cast<char>(body.size());
+        append_utf(out, buffer_[i]);
+    const size_t count = out.size() - short_head;
+    if (count < long_count) {
+        out[0] = static_cast<char>(count >> 8);
+        out[1] = static_cast<char>(count);
     } else {
-        out.assign("\xFF\xFF\xFF");
+        std::string head("\xFF\xFF\xFF");
         for (int shift = 24; shift >= 0; shift -= 8)
-            out += static_cast<char>(body.size() >> shift);
+            head += static_cast<char>(count >> shift);
+        out.replace(0, short_head, head);
     }
-    out += body;
     to.write(reinterpret_cast<const unsigned char*>(out.data()), static_cast<int>(out.size()));
     return 1;
 }
@@ -122,14 +124,14 @@ int ustring::readUTF(input_channel& from) {
     eos(0);
     if (!read_bytes(from, count, bytes))
         return 0;
-    reserve(static_cast<size_type>(std::min(bytes.size(), block_size)));
-    for (size_t at = 0; at < bytes.size();) {
-        char16_t c = 0;
-        if (!take_utf(bytes, at, c))
-            return 0;
-        append(1, c);
-    }
-    return 1;
+    reserve(static_cast<size_type>(bytes.size())); // never more characters than bytes that came
+    size_type count_of_units = 0;
+    bool whole = true;
+    for (size_t at = 0; whole && at < bytes.size();)
+        if ((whole = take_utf(bytes, at, buffer_[count_of_units])))
+            ++count_of_units;
+    eos(count_of_units);
+    return whole;
 }
 
 const char* ustring::codable_name() const { return "com.ombrel.sd.cmObjects.ustring"; }

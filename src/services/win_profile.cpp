@@ -62,12 +62,14 @@ int win_profile::create_section(const ustring& section) {
     return commit_changes();
 }
 
+// Written once: a section is there with all its lines, or not at all.
 int win_profile::create_section(const ustring& section, const vector& lines) {
-    int done = create_section(section);
+    if (find_head(section) < 0)
+        add_line(ustring(u"[") + section + ustring(u"]"));
     for (int i = 0; i < lines.size(); ++i)
         if (const auto* line = lines.at<ustring>(i))
-            done = create_item(*line, section, 1) && done;
-    return done;
+            place_item(*line, section, 1);
+    return commit_changes();
 }
 
 bool win_profile::is_section_empty(long head_index) const {
@@ -98,7 +100,7 @@ int win_profile::delete_section(const ustring& section, int force) {
     return commit_changes();
 }
 
-int win_profile::create_item(const ustring& item, const ustring& section, int unique_key) {
+void win_profile::place_item(const ustring& item, const ustring& section, int unique_key) {
     long at = find_head(section);
     if (at < 0) {
         add_line(ustring(u"[") + section + ustring(u"]"));
@@ -112,12 +114,16 @@ int win_profile::create_item(const ustring& item, const ustring& section, int un
         if (!line.matches_pattern(pattern, 1))
             continue;
         if (line.compare(item, 1) == 0)
-            return commit_changes();
+            return;
         if (unique_key)
             remove_line_at_index(at);
         break;
     }
     add_line_at_index(item, static_cast<unsigned>(at));
+}
+
+int win_profile::create_item(const ustring& item, const ustring& section, int unique_key) {
+    place_item(item, section, unique_key);
     return commit_changes();
 }
 

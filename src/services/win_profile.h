@@ -39,6 +39,7 @@ class win_profile : public text_file {
     void get_section_contents(const ustring& section, vector& out);
 
   private:
+    void place_item(const ustring& item, const ustring& section, int unique_key);
     long find_head(const ustring& section);
     bool is_head(long index) const;
     long find_item(const ustring& pattern, const ustring& section, long from = 0);

@@ -49,6 +49,8 @@ void zipping_channel::set_method(int method) {
 void zipping_channel::set_level(int level) { engine_->set_level(level); }
 
 void zipping_channel::complete_from_file() {
+    if (current_->time != -1 && current_->size != -1)
+        return;
     file source(pathname(current_->get_name() ? current_->get_name() : ""));
     if (current_->time == -1) {
         long modified = source.last_modified();

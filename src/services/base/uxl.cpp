@@ -211,6 +211,16 @@ size_t uxl_mbsntowcs(int cp, char16_t* to, const char* from, size_t bytes, size_
     UConverter* converter = converter_of(cp);
     size_t units = 0;
     for (size_t at = 0; at < bytes;) {
+        // Most texts are ASCII through and through.
+        if (!converter && static_cast<unsigned char>(from[at]) < 0x80) {
+            if (to && units == limit)
+                break;
+            if (to)
+                to[units] = static_cast<char16_t>(from[at]);
+            ++units;
+            ++at;
+            continue;
+        }
         char32_t c = 0;
         char16_t out[2];
         const int used = decode(converter, from + at, bytes - at, c);
@@ -236,6 +246,15 @@ size_t uxl_wcsntombs(int cp, char* to, const char16_t* from, size_t units, size_
     UConverter* converter = converter_of(cp);
     size_t bytes = 0;
     for (size_t at = 0; at < units;) {
+        if (!converter && from[at] < 0x80) {
+            if (to && bytes == limit)
+                break;
+            if (to)
+                to[bytes] = static_cast<char>(from[at]);
+            ++bytes;
+            ++at;
+            continue;
+        }
         char32_t c = 0;
         char out[16];
         const int used = take_units(from + at, units - at, c);
