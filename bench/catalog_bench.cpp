@@ -44,10 +44,10 @@ std::vector<row> make_rows(int count) {
 km::cm_catalog_entry* entry_of(const row& from) {
     auto* entry = new km::cm_catalog_entry;
     std::int32_t* const fields[12] = {
-        &entry->cm_status,           &entry->current_cm_status,      &entry->last_action,
-        &entry->entry_mode,          &entry->operation_requested,    &entry->operation_in_progress,
-        &entry->backup_package,      &entry->backup_availability,    &entry->already_committed,
-        &entry->inverse_action,      &entry->entry_operation_result, &entry->status_at_start};
+        &entry->cm_status,      &entry->current_cm_status,      &entry->last_action,
+        &entry->entry_mode,     &entry->operation_requested,    &entry->operation_in_progress,
+        &entry->backup_package, &entry->backup_availability,    &entry->already_committed,
+        &entry->inverse_action, &entry->entry_operation_result, &entry->status_at_start};
     for (int n = 0; n < 12; ++n)
         *fields[n] = from.numbers[n];
     entry->profile_name = km::pathname(from.profile.c_str());
@@ -88,9 +88,8 @@ void write_database(const std::string& file, const std::vector<row>& rows) {
                        nullptr, nullptr, nullptr),
           database);
     sqlite3_stmt* insert = nullptr;
-    check(sqlite3_prepare_v2(database,
-                             "insert into catalog values(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)", -1,
-                             &insert, nullptr),
+    check(sqlite3_prepare_v2(database, "insert into catalog values(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
+                             -1, &insert, nullptr),
           database);
     for (const row& one : rows) {
         sqlite3_bind_text(insert, 1, one.name.c_str(), -1, SQLITE_STATIC);

@@ -177,8 +177,9 @@ void unzipping_channel::end_of_entry() {
 // probably needs: else each of many small entries would move a whole block to and fro.
 int unzipping_channel::next_fill() const {
     constexpr long least = 512;
-    return source()->pushed_back() ? static_cast<int>(std::clamp<long>(entry_.size, least, in_size_))
-                                   : in_size_;
+    return source()->pushed_back()
+               ? static_cast<int>(std::clamp<long>(entry_.size, least, in_size_))
+               : in_size_;
 }
 
 // Inflating took more input than the entry holds: what it did not use belongs to what follows.
