@@ -25,12 +25,15 @@ bool write_package(const std::string& output, bool stored, const km::spmessage& 
                         std::strerror(out.get_handle().get_system_error()) + ".");
         return false;
     }
+    out.set_sync_data(0); // rename_durably flushes the whole, once
+    constexpr int block_size = 1 << 16;
+    km::buffered_output_channel blocks(&out, block_size);
     const std::string comment = digest_mark + std::string(64, '0');
-    km::zipping_channel zip(&out);
+    km::zipping_channel zip(&blocks);
     zip.set_comment(comment.c_str());
     zip.set_method(stored ? km::zip_entry::stored : km::zip_entry::deflated);
     const auto saved = save(zip);
-    out.close();
+    blocks.close(); // with the file below
     const int write_error = out.get_error() ? out.get_handle().get_system_error() : 0;
     const bool good =
         saved == km::cm_command::success && !out.get_error() &&
