@@ -55,7 +55,7 @@ int note_room(int directory, long bytes, long replaced, std::string& needed,
     auto at = accounts().find(device);
     if (at == accounts().end()) {
         bytes_t free_now = 0;
-        if (!room_in(directory, free_now))
+        if (!room_in(directory, free_now, device))
             return 0;
         at = accounts().emplace(device, account()).first;
         at->second.free_at_start = free_now;

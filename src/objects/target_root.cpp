@@ -375,9 +375,9 @@ int may_write_in(const place& where) {
 
 int file_system_of(int directory, dev_t& device) { return device_of(directory, device); }
 
-int room_in(int directory, unsigned long long& bytes) {
+int room_in(int directory, unsigned long long& bytes, dev_t& device) {
     struct statvfs space {};
-    if (::fstatvfs(directory, &space) != 0)
+    if (!device_of(directory, device) || ::fstatvfs(directory, &space) != 0)
         return 0;
     bytes = static_cast<unsigned long long>(::geteuid() == 0 ? space.f_bfree : space.f_bavail) *
             space.f_frsize;

@@ -78,8 +78,9 @@ int may_write_in(const place& where);
 // Device number of the file system of `directory`. 1, or 0 with errno.
 int file_system_of(int directory, dev_t& device);
 
-// Bytes that the caller may still write on the file system of `directory`. 1, or 0 with errno.
-int room_in(int directory, unsigned long long& bytes);
+// Bytes that the caller may still write on the file system of `directory`, and its device number.
+// 1, or 0 with errno.
+int room_in(int directory, unsigned long long& bytes, dev_t& device);
 
 // Notes that the file system of `directory` was changed, so that flush_touched() reaches it.
 void touched(int directory, int open_file = -1);
