@@ -32,31 +32,25 @@ cm_result km_directory::put(int) {
         if (!S_ISDIR(about.st_mode))
             return fail("make the directory", bytes, EEXIST);
         created = created || (package && made_by(*package, bytes));
-        was_put_ = true;
-        return cm_command::success;
+    } else {
+        if (package && !note_made_directory(*package, bytes))
+            return fail("note the directory", bytes, errno);
+        KM_KILL_POINT("directory.before_make");
+        if (!make_directory(bytes, (static_cast<mode_t>(mode) & 07777) | S_IRWXU))
+            return fail("make the directory", bytes, errno);
+        created = 1;
     }
-    if (package && !note_made_directory(*package, bytes))
-        return fail("note the directory", bytes, errno);
-    KM_KILL_POINT("directory.before_make");
-    // Its owner must be able to fill it; the last rights come behind its contents.
-    if (!make_directory(bytes, (static_cast<mode_t>(mode) & 07777) | 0700))
-        return fail("make the directory", bytes, errno);
-    created = 1;
     was_put_ = true;
-    return cm_command::success;
+    // Its owner must be able to fill it: what would forbid that comes behind its contents.
+    const bool can_be_filled = is_privileged() || (mode & S_IRWXU) == S_IRWXU;
+    return can_be_filled ? give_rights() : cm_command::success;
 }
 
 bool km_directory::is_own() const {
     return created || (package && made_by(*package, path_bytes()));
 }
 
-// A directory that the package made keeps the package's time, whatever was put into it; one of
-// somebody else is left alone.
-cm_result km_directory::finish_add() {
-    const bool put_here = was_put_;
-    was_put_ = false;
-    if (!put_here && !is_own())
-        return cm_command::success;
+cm_result km_directory::give_rights() {
     const std::string& bytes = path_bytes();
     const place where = locate(bytes);
     if (!where.found())
@@ -66,20 +60,39 @@ cm_result km_directory::finish_add() {
     if (::fstatat(where.directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0 ||
         !S_ISDIR(about.st_mode))
         return cm_command::success; // gone again: there is nothing to finish
-    if (!put_here && !same_rights(about))
+    if (same_rights(about))
         return cm_command::success;
     if (is_privileged() && ::fchownat(where.directory, name, static_cast<uid_t>(owner),
                                       static_cast<gid_t>(group), AT_SYMLINK_NOFOLLOW) != 0)
         return fail("give an owner to", bytes, errno);
-    const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
-    if (::utimensat(where.directory, name, times, AT_SYMLINK_NOFOLLOW) != 0 &&
-        (is_privileged() || about.st_uid == ::geteuid()))
-        return fail("set the time of", bytes, errno);
-    if (static_cast<std::int32_t>(about.st_mode & 07777) != mode || is_privileged())
-        if (::fchmodat(where.directory, name, static_cast<mode_t>(mode) & 07777, 0) != 0)
-            return fail("set the mode of", bytes, errno);
+    if (::fchmodat(where.directory, name, static_cast<mode_t>(mode) & 07777, 0) != 0)
+        return fail("set the mode of", bytes, errno);
     touched(where.directory);
     return cm_command::success;
+}
+
+// The time, and rights that had to wait, come behind the last of its contents. A directory that the
+// package made keeps the package's time, whatever was put into it; one of somebody else is left
+// alone.
+cm_result km_directory::finish_add() {
+    const bool put_here = was_put_;
+    was_put_ = false;
+    if (!put_here && !is_own())
+        return cm_command::success;
+    const std::string& bytes = path_bytes();
+    const place where = locate(bytes);
+    if (!where.found())
+        return fail("reach", where.parent, where.error);
+    const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
+    struct stat about {};
+    if (!put_here && !(look_at(bytes, about) && S_ISDIR(about.st_mode) && same_rights(about)))
+        return cm_command::success;
+    if (::utimensat(where.directory, where.name.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0 &&
+        errno != ENOENT &&
+        (is_privileged() || (look_at(bytes, about) && about.st_uid == ::geteuid())))
+        return fail("set the time of", bytes, errno);
+    touched(where.directory);
+    return give_rights();
 }
 
 cm_result km_directory::take() {
@@ -102,30 +115,10 @@ cm_result km_directory::take() {
     return fail("remove the directory", bytes, errno);
 }
 
-int km_directory::is_identical(int) {
+bool km_directory::stands_as_described(const std::string& at, bool with_rights) {
     struct stat about {};
-    return !always_put && well_formed() && look_at(path_bytes(), about) && S_ISDIR(about.st_mode) &&
-           same_rights(about);
-}
-
-cm_result km_directory::can_read() {
-    struct stat about {};
-    return result = look_at(path_bytes(), about) ? cm_command::success
-                                                 : fail("look at", path_bytes(), errno);
-}
-
-cm_object* km_directory::get_undo_object() {
-    struct stat about {};
-    if (!look_at(path_bytes(), about)) {
-        fail("look at", path_bytes(), errno);
-        return nullptr;
-    }
-    auto* undo = new km_directory;
-    undo->path = path;
-    undo->package = package;
-    undo->take_metadata(about);
-    undo->created = is_own();
-    return undo;
+    return !always_put && look_at(at, about) && S_ISDIR(about.st_mode) &&
+           (!with_rights || same_rights(about));
 }
 
 cm_result km_directory::load(int) {

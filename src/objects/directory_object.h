@@ -10,25 +10,24 @@ class km_directory : public km_object {
     codable* clone() const override { return new km_directory(*this); }
     const char* codable_name() const override;
 
-    cm_result can_read() override;
-    int is_identical(int phase) override;
     int is_newer() override { return 0; }
-    cm_object* get_undo_object() override;
     cm_result load(int load) override;
 
     // Counts as different in any case: an upgrade wants its time in the backup. Not coded.
     bool always_put = false;
 
   protected:
+    bool is_stageable() const override { return false; }
+    bool is_same_kind(const struct stat& about) const override { return S_ISDIR(about.st_mode); }
+    bool stands_as_described(const std::string& at, bool with_rights) override;
     cm_result put(int phase) override;
     cm_result take() override;
-    // Rights and time, behind the last of its contents.
     cm_result finish_add() override;
     cm_result check_target(const place& where, const struct stat* present) override;
-    bool is_same_kind(const struct stat& about) const override { return S_ISDIR(about.st_mode); }
 
   private:
     bool is_own() const;
+    cm_result give_rights();
 
     bool was_put_ = false;
 };

@@ -76,6 +76,12 @@ cm_result km_file::open_data(unzipping_channel*& in) {
     }
 }
 
+// The stream is beyond this file's data, or never had any.
+bool km_file::has_no_data() {
+    unzipping_channel* in = package ? package->get_input_channel() : nullptr;
+    return !in || sequence <= 0 || align(*in, sequence) == alignment::not_ahead;
+}
+
 // A file that fails before it read its data still takes them out of the way of the next one.
 cm_result km_file::pass_over_data(cm_result with) {
     if (skip_data() == cm_command::success_retry)
@@ -194,7 +200,7 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
 // The content stands already; owner, mode and time may differ.
 cm_result km_file::take_from_base() {
     const std::string& bytes = path_bytes();
-    if (!stands_identical(bytes, false))
+    if (!stands_as_described(bytes, false))
         return fail(om_not_replaced, bytes);
     const open_file file(open_for_reading(bytes));
     if (!file.good())
@@ -212,68 +218,32 @@ cm_result km_file::put(int) {
     return bring(temporary_name(), bytes.substr(bytes.find_last_of('/') + 1));
 }
 
-// The staged copy stands beside the target, so that the commit is a rename. Where parents are
-// missing it stands in the nearest one that is there.
+// The staged copy stands beside the target, so that the commit is a rename.
 cm_result km_file::stage() {
-    if (in_base)
-        return stands_identical(path_bytes(), false) ? cm_command::success
-                                                     : fail(om_not_replaced, path_bytes());
-    std::string nearest = path_bytes();
-    place where = locate(nearest);
-    while (!where.found() && where.error == ENOENT && where.parent != "/") {
-        nearest = where.parent;
-        where = locate(nearest);
-    }
-    if (!where.found())
-        return pass_over_data(fail("reach", path_bytes(), where.error));
-    const std::string base = where.parent == "/" ? "/" : where.parent + "/";
+    const std::string base = staging_directory();
+    if (base.empty())
+        return pass_over_data(result);
     const std::string name = temporary_name();
-    const ustring final_name((base + name + "s").c_str());
-    if (staged && staged_name == final_name && is_identical(p_prepare))
+    const std::string final_name = base + name + staged_mark;
+    if (staged && staged_name == ustring(final_name.c_str()) && is_identical(p_prepare))
         return skip_data();
+    staged = 0;
     unzipping_channel* in = nullptr;
+    if (has_no_data() && is_identical(p_do))
+        return cm_command::success; // a difference package: what it leaves out must stand
     const auto opened = open_data(in);
     if (opened != cm_command::success)
         return opened;
-    staged = 0;
-    place staging = locate(final_name.mbcs_str());
+    const place staging = locate(final_name);
     if (!staging.found())
         return pass_over_data(fail("reach", staging.parent, staging.error));
     const auto written = write_temporary(*in, staging, name);
     if (written != cm_command::success || !replace_name(staging, name)) {
         const int error = errno;
         remove_name(base + name, false);
-        return written != cm_command::success ? written
-                                              : fail("prepare", final_name.mbcs_str(), error);
+        return written != cm_command::success ? written : fail("prepare", final_name, error);
     }
-    staged = 1;
-    staged_name = final_name;
-    return cm_command::success;
-}
-
-cm_result km_file::put_staged(int) {
-    if (in_base)
-        return take_from_base();
-    if (!staged)
-        return stands_identical(path_bytes(), true) ? cm_command::success
-                                                    : fail(om_no_staged, path_bytes());
-    const std::string from(staged_name.mbcs_str());
-    struct stat about {};
-    // A commit that was cut behind the rename.
-    if (!look_at(from, about) && stands_identical(path_bytes(), true)) {
-        staged = 0;
-        staged_name = ustring();
-        return cm_command::success;
-    }
-    if (!stands_identical(from, false))
-        return fail(om_no_staged, path_bytes());
-    const auto parents = make_parents(path_bytes());
-    if (parents != cm_command::success)
-        return parents;
-    if (!move_name(from, path_bytes()))
-        return fail("put in place", path_bytes(), errno);
-    staged = 0;
-    staged_name = ustring();
+    note_staged(final_name);
     return cm_command::success;
 }
 
@@ -294,8 +264,8 @@ cm_result km_file::check_target(const place& where, const struct stat* present) 
     if (present && S_ISDIR(present->st_mode))
         return fail(om_is_directory, path_bytes());
     if (in_base)
-        return stands_identical(path_bytes(), false) ? cm_command::success
-                                                     : fail(om_not_replaced, path_bytes());
+        return stands_as_described(path_bytes(), false) ? cm_command::success
+                                                        : fail(om_not_replaced, path_bytes());
     std::string needed, free_bytes;
     const long replaced = present && S_ISREG(present->st_mode) ? present->st_size : 0;
     if (note_room(where.directory, size, replaced, needed, free_bytes))
@@ -306,7 +276,7 @@ cm_result km_file::check_target(const place& where, const struct stat* present) 
     return result = cm_command::temporary_failure;
 }
 
-bool km_file::stands_identical(const std::string& at, bool with_rights) {
+bool km_file::stands_as_described(const std::string& at, bool with_rights) {
     struct stat about {};
     if (!look_at(at, about) || !S_ISREG(about.st_mode) || about.st_size != size ||
         (with_rights && !same_rights(about)))
@@ -340,37 +310,6 @@ bool km_file::compared_file::is(const struct stat& about) const {
 
 void km_file::compared_file::set(const struct stat& about) {
     *this = {true, about.st_dev, about.st_ino, about.st_ctim};
-}
-
-int km_file::is_identical(int phase) {
-    if (!well_formed())
-        return 0;
-    if (phase == p_prepare)
-        return staged && stands_identical(staged_name.mbcs_str(), false);
-    return stands_identical(path_bytes(), true);
-}
-
-cm_result km_file::can_read() {
-    const open_file in(open_for_reading(path_bytes()));
-    return result = in.good() ? cm_command::success : fail("read", path_bytes(), errno);
-}
-
-cm_object* km_file::get_undo_object() {
-    struct stat about {};
-    if (!look_at(path_bytes(), about)) {
-        fail("look at", path_bytes(), errno);
-        return nullptr;
-    }
-    if (!S_ISREG(about.st_mode)) {
-        fail(om_special, path_bytes());
-        return nullptr;
-    }
-    auto* undo = new km_file;
-    undo->path = path;
-    undo->package = package;
-    undo->take_metadata(about);
-    undo->size = about.st_size;
-    return undo;
 }
 
 // On the machine that packs the source is an own path; the source of an undo is the live path.

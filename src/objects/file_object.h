@@ -21,9 +21,6 @@ class km_file : public km_object {
     long data_crc = -1;
 
     long get_size() override { return size; }
-    cm_result can_read() override;
-    int is_identical(int phase) override;
-    cm_object* get_undo_object() override;
     // Looks at the source: size and digest are known before the tree is coded.
     cm_result load(int load) override;
     cm_result save(zipping_channel* out) override;
@@ -36,10 +33,11 @@ class km_file : public km_object {
     cm_result put(int phase) override;
     cm_result take() override;
     cm_result stage() override;
-    cm_result put_staged(int phase) override;
+    bool is_stageable() const override { return !in_base; }
     cm_result take_from_base();
-    cm_result check_target(const place& where, const struct stat* present) override;
     bool is_same_kind(const struct stat& about) const override { return S_ISREG(about.st_mode); }
+    bool stands_as_described(const std::string& at, bool with_rights) override;
+    cm_result check_target(const place& where, const struct stat* present) override;
 
   private:
     // The file whose data were found to have the digest. Its inode tells of every later change.
@@ -61,7 +59,7 @@ class km_file : public km_object {
     mode_t mode_while_written() const;
     cm_result give_attributes(int descriptor, const std::string& name);
     cm_result bring(const std::string& name, const std::string& into);
-    bool stands_identical(const std::string& at, bool with_rights);
+    bool has_no_data();
     int open_source();
 };
 

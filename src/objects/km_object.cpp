@@ -10,7 +10,7 @@
 #include "made_directories.h"
 #include "object_messages.h"
 #include "package.h"
-#include "room.h"
+#include "present_object.h"
 #include "trclog.h"
 
 #include <cerrno>
@@ -246,10 +246,10 @@ cm_result km_object::add(int phase) {
     case p_do:
         return result = put(phase);
     case p_prepare:
-        return result = stage();
+        return result = is_stageable() ? stage() : cm_command::success;
     case p_commit:
     case p_commit_after_reboot:
-        return result = put_staged(phase);
+        return result = is_stageable() ? put_staged(phase) : put(phase);
     case p_commit_before_reboot:
         return result; // the second pass does it all
     case p_do_cleanup:
@@ -259,10 +259,7 @@ cm_result km_object::add(int phase) {
         drop_temporary(); // a staged copy that is whole waits for the commit
         return result;
     case p_commit_cleanup:
-        if (staged && !staged_name.empty())
-            remove_name(staged_name.mbcs_str(), false);
-        staged = 0;
-        staged_name = ustring();
+        drop_staged();
         drop_temporary();
         return result = finish_add();
     default:
@@ -274,22 +271,19 @@ cm_result km_object::remove(int phase) {
     result = cm_command::success;
     if (!well_formed())
         return is_quiet_phase(phase) ? result : fail(om_undefined, path_bytes());
-    const auto drop_staged = [this] {
-        if (staged && !staged_name.empty() && !remove_name(staged_name.mbcs_str(), false))
-            return fail("remove", staged_name.mbcs_str(), errno);
-        staged = 0;
-        staged_name = ustring();
-        return cm_command::success;
-    };
     const ustring word = package ? package->operation_phase : ustring();
     switch (phase) {
     case p_do:
     case p_commit:
     case p_commit_after_reboot:
-        return result = take();
+        // What never left its staged copy has nothing in place.
+        return result = is_only_prepared() ? drop_staged() : take();
     case p_prepare:
         // A rollback takes the staged copy back; a remove that is only prepared changes nothing.
-        return result = word == ustring(u"rollback") ? drop_staged() : check_remove(phase);
+        if (word != ustring(u"rollback"))
+            return result = check_remove(phase);
+        drop_unnoted();
+        return result = drop_staged();
     case p_prepare_cleanup:
         if (word == ustring(u"rollback_cleanup"))
             drop_staged();
@@ -298,7 +292,7 @@ cm_result km_object::remove(int phase) {
     case p_do_cleanup:
     case p_commit_cleanup:
         drop_temporary();
-        return result;
+        return result = drop_staged();
     default:
         return result;
     }
@@ -309,8 +303,90 @@ int km_object::exists(int phase) {
     if (!well_formed())
         return 0;
     if (phase == p_prepare)
-        return staged && look_at(staged_name.mbcs_str(), about);
+        return !is_stageable() || is_only_prepared();
     return look_at(path_bytes(), about);
+}
+
+int km_object::is_identical(int phase) {
+    if (!well_formed())
+        return 0;
+    if (phase == p_prepare)
+        return !is_stageable() || (staged && stands_as_described(staged_name.mbcs_str(), false));
+    return stands_as_described(path_bytes(), true);
+}
+
+cm_result km_object::can_read() { return can_read_present(*this); }
+
+cm_object* km_object::get_undo_object() { return object_of_present(*this); }
+
+std::string km_object::staging_directory() {
+    std::string nearest = path_bytes();
+    place where = locate(nearest);
+    while (!where.found() && where.error == ENOENT && where.parent != "/") {
+        nearest = where.parent;
+        where = locate(nearest);
+    }
+    if (!where.found()) {
+        fail("reach", path_bytes(), where.error);
+        return {};
+    }
+    return where.parent == "/" ? "/" : where.parent + "/";
+}
+
+void km_object::note_staged(const std::string& name) {
+    staged = 1;
+    staged_name = ustring(name.c_str());
+}
+
+bool km_object::is_only_prepared() const {
+    struct stat about {};
+    return staged && !staged_name.empty() && look_at(staged_name.mbcs_str(), about);
+}
+
+cm_result km_object::drop_staged() {
+    if (staged && !staged_name.empty() && !remove_name(staged_name.mbcs_str(), false))
+        return fail("remove", staged_name.mbcs_str(), errno);
+    staged = 0;
+    staged_name = ustring();
+    return cm_command::success;
+}
+
+// What a prepare that was cut left: its profile knows of no copy, but the name tells itself.
+void km_object::drop_unnoted() {
+    if (!is_stageable())
+        return;
+    const std::string& bytes = path_bytes();
+    const std::string name = temporary_name();
+    for (size_t slash = bytes.find_last_of('/'); slash != std::string::npos;
+         slash = slash ? bytes.find_last_of('/', slash - 1) : std::string::npos) {
+        const std::string base = bytes.substr(0, slash + 1) + name;
+        remove_name(base, false);
+        remove_name(base + staged_mark, false);
+    }
+}
+
+cm_result km_object::put_staged(int) {
+    const std::string& bytes = path_bytes();
+    const auto is_in_place = [&] { return stands_as_described(bytes, true); };
+    if (!staged)
+        return is_in_place() ? cm_command::success : fail(om_no_staged, bytes);
+    const std::string from(staged_name.mbcs_str());
+    // Not there: a commit that was cut behind the rename.
+    if (is_only_prepared()) {
+        if (!stands_as_described(from, false))
+            return fail(om_no_staged, bytes);
+        const auto parents = make_parents(bytes);
+        if (parents != cm_command::success)
+            return parents;
+        if (!move_name(from, bytes))
+            return fail("put in place", bytes, errno);
+        was_placed();
+    } else if (!is_in_place()) {
+        return fail(om_no_staged, bytes);
+    }
+    staged = 0;
+    staged_name = ustring();
+    return cm_command::success;
 }
 
 // A verify and an undo ask what is there, not what may be replaced. Something of another kind is no

@@ -29,9 +29,13 @@ class km_object : public cm_object {
     cm_result add(int phase) override;
     cm_result remove(int phase) override;
     int exists(int phase) override;
+    int is_identical(int phase) override;
     int is_newer() override;
     long load_modification_time() override;
     cm_result load(int load) override;
+    // The object of what stands there; its class may be another.
+    cm_result can_read() override;
+    cm_object* get_undo_object() override;
     ustring get_name() override { return path; }
     ustring get_log(int action) override;
 
@@ -44,6 +48,11 @@ class km_object : public cm_object {
     const std::string& path_bytes() const;
     void set_path(const ustring& text) { path = text; }
     std::string temporary_name() const;
+
+    // Messages of a failure; the result that they give.
+    cm_result fail(const char* what, const std::string& path, int error);
+    cm_result fail(long message, const std::string& path);
+    void take_metadata(const struct stat& about);
 
     ustring path;
     std::int32_t mode = 0;
@@ -62,18 +71,19 @@ class km_object : public cm_object {
     // What a class does in the phases that change the machine. The parent is there.
     virtual cm_result put(int phase) = 0;
     virtual cm_result take() = 0;
-    // In p_prepare: makes the staged copy, or checks only.
+    // What cannot wait beside its place is put there by the commit; the prepare only checks.
+    virtual bool is_stageable() const { return true; }
+    // In p_prepare: makes the staged copy.
     virtual cm_result stage() { return cm_command::success; }
-    // In commit: puts the staged copy in place.
-    virtual cm_result put_staged(int phase) { return put(phase); }
+    // Whether `at` holds what this object describes, its rights apart unless asked for.
+    virtual bool stands_as_described(const std::string& at, bool with_rights) = 0;
     virtual cm_result finish_add() { return cm_command::success; }
     // Checks of a class beside those of all: the target is `present`, or null.
     virtual cm_result check_target(const place&, const struct stat*) { return cm_command::success; }
     virtual bool is_same_kind(const struct stat& about) const = 0;
+    // The staged copy was renamed into its place.
+    virtual void was_placed() {}
 
-    cm_result fail(const char* what, const std::string& path, int error);
-    cm_result fail(long message, const std::string& path);
-    void take_metadata(const struct stat& about);
     bool same_rights(const struct stat& about) const;
     timespec modification_time() const;
     // Missing parents of `path`, each noted as made by the package before it is.
@@ -82,15 +92,27 @@ class km_object : public cm_object {
     cm_result remove_made_parents(const std::string& of);
     cm_result remove_own(const std::string& name);
     void drop_temporary();
+    // The directory, with its '/', in which the staged copy waits: the nearest one that is there.
+    // Empty: none can be reached.
+    std::string staging_directory();
+    void note_staged(const std::string& name);
     bool well_formed() const;
 
     bool temporary_may_be_left = true;
 
   private:
+    cm_result put_staged(int phase);
+    bool is_only_prepared() const;
+    cm_result drop_staged();
+    void drop_unnoted();
+
     mutable std::string bytes_;
     mutable ustring bytes_of_;
     int index_ = 0;
 };
+
+// Behind a temporary name: a copy that is whole and waits for the commit.
+constexpr char staged_mark[] = "s";
 
 // Whether this process may give files away.
 bool is_privileged();

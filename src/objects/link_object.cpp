@@ -43,6 +43,28 @@ cm_result km_link::check_target(const place&, const struct stat* present) {
                                                 : cm_command::success;
 }
 
+// A link that is whole, made beside `where` and renamed into it.
+cm_result km_link::make(const place& where, const std::string& shown) {
+    const std::string name = temporary_name();
+    const writable_directory lifted(where.directory);
+    ::unlinkat(where.directory, name.c_str(), 0);
+    if (::symlinkat(target.mbcs_str(), where.directory, name.c_str()) != 0)
+        return fail("make the link", shown, errno);
+    const auto give_up = [&](const char* what, int error) {
+        ::unlinkat(where.directory, name.c_str(), 0);
+        return fail(what, shown, error);
+    };
+    if (is_privileged() && ::fchownat(where.directory, name.c_str(), static_cast<uid_t>(owner),
+                                      static_cast<gid_t>(group), AT_SYMLINK_NOFOLLOW) != 0)
+        return give_up("give an owner to", errno);
+    const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
+    ::utimensat(where.directory, name.c_str(), times, AT_SYMLINK_NOFOLLOW);
+    if (!replace_name(where, name))
+        return give_up("put in place", errno);
+    temporary_may_be_left = false;
+    return cm_command::success;
+}
+
 cm_result km_link::put(int) {
     const std::string& bytes = path_bytes();
     if (is_identical(p_do))
@@ -53,24 +75,23 @@ cm_result km_link::put(int) {
     const place where = locate(bytes);
     if (!where.found())
         return fail("reach", where.parent, where.error);
-    const std::string name = temporary_name();
-    const writable_directory lifted(where.directory);
-    ::unlinkat(where.directory, name.c_str(), 0);
-    if (::symlinkat(target.mbcs_str(), where.directory, name.c_str()) != 0)
-        return fail("make the link", bytes, errno);
-    if (is_privileged() && ::fchownat(where.directory, name.c_str(), static_cast<uid_t>(owner),
-                                      static_cast<gid_t>(group), AT_SYMLINK_NOFOLLOW) != 0)
-        return fail("give an owner to", bytes, errno);
-    const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
-    ::utimensat(where.directory, name.c_str(), times, AT_SYMLINK_NOFOLLOW);
-    if (!replace_name(where, name)) {
-        const int error = errno;
-        ::unlinkat(where.directory, name.c_str(), 0);
-        return fail("put in place", bytes, error);
-    }
-    temporary_may_be_left = false;
-    forget_directories(); // paths through the link lead elsewhere now
-    return cm_command::success;
+    const auto made = make(where, bytes);
+    was_placed();
+    return made;
+}
+
+cm_result km_link::stage() {
+    const std::string base = staging_directory();
+    if (base.empty())
+        return result;
+    const std::string final_name = base + temporary_name() + staged_mark;
+    const place where = locate(final_name);
+    if (!where.found())
+        return fail("reach", where.parent, where.error);
+    const auto made = make(where, final_name);
+    if (made == cm_command::success)
+        note_staged(final_name);
+    return made;
 }
 
 cm_result km_link::take() {
@@ -85,35 +106,15 @@ cm_result km_link::take() {
     return removed == cm_command::success ? remove_made_parents(bytes) : removed;
 }
 
-int km_link::is_identical(int) {
+bool km_link::stands_as_described(const std::string& at, bool with_rights) {
     struct stat about {};
     std::string text;
-    if (!well_formed() || !look_at(path_bytes(), about) || !S_ISLNK(about.st_mode) ||
-        !read_link(path_bytes(), text) || text != target.mbcs_str())
-        return 0;
-    return !is_privileged() || (static_cast<std::int32_t>(about.st_uid) == owner &&
-                                static_cast<std::int32_t>(about.st_gid) == group);
-}
-
-cm_result km_link::can_read() {
-    std::string text;
-    return result = read_link(path_bytes(), text) ? cm_command::success
-                                                  : fail("read the link", path_bytes(), errno);
-}
-
-cm_object* km_link::get_undo_object() {
-    struct stat about {};
-    std::string text;
-    if (!look_at(path_bytes(), about) || !read_link(path_bytes(), text)) {
-        fail("read the link", path_bytes(), errno);
-        return nullptr;
-    }
-    auto* undo = new km_link;
-    undo->path = path;
-    undo->package = package;
-    undo->target = ustring(text.c_str());
-    undo->take_metadata(about);
-    return undo;
+    if (!look_at(at, about) || !S_ISLNK(about.st_mode) || !read_link(at, text) ||
+        text != target.mbcs_str())
+        return false;
+    return !with_rights || !is_privileged() ||
+           (static_cast<std::int32_t>(about.st_uid) == owner &&
+            static_cast<std::int32_t>(about.st_gid) == group);
 }
 
 cm_result km_link::load(int) {

@@ -16,9 +16,6 @@ class km_link : public km_object {
     void import(importer& from) override;
     void export_(exporter& to) const override;
 
-    cm_result can_read() override;
-    int is_identical(int phase) override;
-    cm_object* get_undo_object() override;
     cm_result load(int load) override;
     ustring get_log(int action) override;
 
@@ -27,8 +24,15 @@ class km_link : public km_object {
   protected:
     cm_result put(int phase) override;
     cm_result take() override;
-    cm_result check_target(const place& where, const struct stat* present) override;
+    cm_result stage() override;
     bool is_same_kind(const struct stat& about) const override { return S_ISLNK(about.st_mode); }
+    bool stands_as_described(const std::string& at, bool with_rights) override;
+    cm_result check_target(const place& where, const struct stat* present) override;
+    // Paths through the link lead elsewhere now.
+    void was_placed() override { forget_directories(); }
+
+  private:
+    cm_result make(const place& where, const std::string& shown);
 };
 
 } // namespace km

@@ -50,6 +50,27 @@ void cm_object_container::import(importer& from) {
     }
 }
 
+bool cm_object_container::has_no_object() {
+    if (!object)
+        result = failure;
+    return !object;
+}
+
+void cm_object_container::can_execute(int action, int phase) {
+    if (!has_no_object())
+        cm_composite_command::can_execute(action, phase);
+}
+
+void cm_object_container::do_execute(int action, int phase) {
+    if (!has_no_object())
+        cm_composite_command::do_execute(action, phase);
+}
+
+void cm_object_container::can_backup(int action) {
+    if (!has_no_object())
+        cm_composite_command::can_backup(action);
+}
+
 void cm_object_container::set_package(cm_package* of) {
     if (object)
         object->set_package(of);

@@ -25,6 +25,10 @@ class cm_object_container : public cm_composite_command {
     // The object's condition becomes the container's.
     void import(importer& from) override;
 
+    // 9 without an object, which only a damaged tree has.
+    void can_execute(int action, int phase) override;
+    void do_execute(int action, int phase) override;
+    void can_backup(int action) override;
     void set_package(cm_package* package) override;
     void load_command(const int load) override;
     using cm_composite_command::save_command;
@@ -36,6 +40,9 @@ class cm_object_container : public cm_composite_command {
   protected:
     // 1 for an add container.
     virtual int is_add() const = 0;
+
+  private:
+    bool has_no_object();
 };
 
 class cm_add_object_container : public cm_object_container {

@@ -383,7 +383,9 @@ class cm_package : public cm_composite_command {
     bool note_undo(const pathname& path, int phase);
     const cm_catalog_entry* inner_entry() const;
     bool load_partner();
+    static bool is_complete(const cm_catalog_entry& inner, std::int32_t in);
     void prepare_partner();
+    void append_extra_text(cm_package& to) const;
     void clone_reboot_program();
     void take_back_variables();
     void drop_partner();
@@ -392,7 +394,10 @@ class cm_package : public cm_composite_command {
     bool begin_external(int operation, int mode, int call_argument, std::int32_t& started);
     bool begin_internal(int operation, int mode, int call_argument);
     bool store_rolled_back(int next);
-    bool store_failed(cm_result outcome, std::int32_t stable);
+    bool store_failed();
+    int note_begun();
+    void note_not_begun();
+    void drop_prepared_copies();
 
     // commit, step by step.
     void initialize_commit(int mode, int call_argument);
@@ -400,7 +405,8 @@ class cm_package : public cm_composite_command {
     void check_commit(int& mode);
     void check_backup_of_commit(int mode);
     void check_tree_of_commit();
-    void commit_package(int mode, int call_argument);
+    bool commit_package(int mode, int call_argument);
+    cm_result commit_not_begun();
     bool backup_before_commit(int mode);
     void commit_prepared_undo(int mode, int call_argument);
     cm_result run_commit(int mode, int call_argument);

@@ -90,6 +90,7 @@ cm_result cm_package::drop_backup(std::int32_t before, std::int32_t after) {
     auto& entry = *catalog_entry;
     const pathname backup = entry.undo_package_name;
     if (external_call) {
+        drop_stale_undo(); // once the backup is promised no more, nobody finds it
         entry.cm_status = entry.current_cm_status = after;
         entry.backup_availability = 0;
         entry.undo_package_name = pathname();
@@ -99,6 +100,7 @@ cm_result cm_package::drop_backup(std::int32_t before, std::int32_t after) {
         }
         KM_KILL_POINT("accept.before_backup");
         entry.cm_status = before;
+        entry.backup_availability = 1;
         entry.undo_package_name = backup;
     }
     if (delete_package_reference(0, 1) == success) {
@@ -147,7 +149,8 @@ bool cm_package::store_accepted(cm_result outcome, std::int32_t started) {
     }
     entry.operation_in_progress = o_none;
     entry.entry_operation_result = outcome;
-    if (outcome == success || outcome == warning)
+    // Where the backup could not go the state stays, in error.
+    if ((outcome == success || outcome == warning) && entry.current_cm_status != cs_error)
         entry.cm_status = entry.current_cm_status;
     if (store_entry_now(*this))
         return true;

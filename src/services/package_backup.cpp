@@ -44,6 +44,8 @@ void cm_package::make_backup(int action, int phase) {
         return;
     }
     KM_TRACE(trace_info, "common", "build of the undo package");
+    drop_stale_undo();
+    const pathname older = entry.undo_package_name;
     operation_phase = u"backup";
     build_undo_package(action, phase);
     if (result != success) {
@@ -60,6 +62,8 @@ void cm_package::make_backup(int action, int phase) {
         KM_TRACE(trace_error, "common", "Error updating the catalog entry");
         internal_error = ie_catalog_update;
         result = fatal_failure;
+    } else if (older.is_valid() && !(older == entry.undo_package_name)) {
+        file(older).remove(0);
     }
 }
 
@@ -157,8 +161,7 @@ void cm_package::describe_undo(cm_package& undo, const pathname& path) const {
     undo.source_path = path;
     undo.catalog = catalog;
     undo.messages = messages;
-    if (!extra_text.empty())
-        undo.extra_text += undo.extra_text.empty() ? extra_text : ustring(u"; ") + extra_text;
+    append_extra_text(undo);
 }
 
 // Written to the file and flushed. The data are stored, not compressed: a backup is made while

@@ -141,8 +141,11 @@ void cm_package::check_backup_of_commit(int mode_word) {
     if (result == success)
         return;
     KM_TRACE(trace_error, "common", "can_backup returned %d", static_cast<int>(result));
-    if (result != temporary_failure || !(mode_word & m_preferably_undoable))
-        return refuse("error: cannot make backup before commit", nullptr, ie_backup_refused);
+    if (result != temporary_failure || !(mode_word & m_preferably_undoable)) {
+        KM_TRACE(trace_error, "common", "error: cannot make backup before commit");
+        internal_error = ie_backup_refused;
+        return;
+    }
     KM_TRACE(trace_warning, "common", "avoid to do backup");
     entry.current_cm_status = cs_prepared;
     result = success;
@@ -161,7 +164,8 @@ void cm_package::check_tree_of_commit() {
     internal_error = ie_commit_refused;
 }
 
-void cm_package::commit_package(int mode_word, int call_argument) {
+// False: nothing has happened.
+bool cm_package::commit_package(int mode_word, int call_argument) {
     KM_TRACE_FUNCTION("cm_package::commit_package");
     auto& entry = *catalog_entry;
     if (entry.current_result == success_reboot_now) {
@@ -171,14 +175,14 @@ void cm_package::commit_package(int mode_word, int call_argument) {
         if (!(connected && operation_is_auto_reboot) && !helper.remove_restart_condition()) {
             KM_TRACE(trace_error, "common", "error: failed to remove restart condition");
             result = failure;
-            return;
+            return true;
         }
     }
     entry.current_result = 0;
     switch (entry.current_cm_status) {
     case cs_prepared_undo_prepared:
         if (!backup_before_commit(mode_word))
-            return;
+            return true;
         break;
     case cs_prepared_undoable:
         drop_stale_undo();
@@ -186,20 +190,36 @@ void cm_package::commit_package(int mode_word, int call_argument) {
     case cs_prepared:
         break;
     case cs_committed_undo_prepared:
+        if (!note_begun())
+            return false;
         commit_prepared_undo(mode_word, call_argument);
         KM_TRACE(trace_info, "common", "do execute for commit returned %d",
                  static_cast<int>(result));
-        return;
+        return true;
     default:
         KM_TRACE(trace_error, "common", "Not valid state at all");
         internal_error = ie_not_prepared;
         result = failure;
-        return;
+        return true;
     }
+    if (!note_begun())
+        return false;
     KM_KILL_POINT("commit.before_tree");
     do_execute(entry.last_action, commit_phase);
     KM_KILL_POINT("commit.after_tree");
     KM_TRACE(trace_info, "common", "do execute for commit returned %d", static_cast<int>(result));
+    return true;
+}
+
+// The catalog could not be told of the commit: what is prepared stays as it is.
+cm_result cm_package::commit_not_begun() {
+    KM_TRACE(trace_error, "common", "Error updating the catalog entry");
+    internal_error = ie_catalog_update;
+    if (!external_call) {
+        catalog_entry->cm_status = catalog_entry->current_cm_status;
+        catalog_entry->current_cm_status = cs_error;
+    }
+    return result = fatal_failure;
 }
 
 // False: the commit ends here.
@@ -238,11 +258,16 @@ bool cm_package::backup_before_commit(int mode_word) {
 
 // An undo that stopped prepared: the backup package is committed.
 void cm_package::commit_prepared_undo(int mode_word, int call_argument) {
+    // It ended, and was cut before this package's entry told so.
+    if (const auto* inner = inner_entry(); inner && is_complete(*inner, cs_committed))
+        return;
     if (!load_partner()) {
         result = failure;
         return;
     }
     prepare_partner();
+    append_extra_text(*partner_package);
+    delete partner_package->catalog_entry;
     partner_package->catalog_entry = new cm_catalog_entry(*catalog_entry);
     clone_reboot_program();
     result = partner_package->commit(mode_word, call_argument);
@@ -254,7 +279,8 @@ void cm_package::commit_prepared_undo(int mode_word, int call_argument) {
 
 cm_result cm_package::run_commit(int mode_word, int call_argument) {
     auto& entry = *catalog_entry;
-    commit_package(mode_word, call_argument);
+    if (!commit_package(mode_word, call_argument))
+        return commit_not_begun();
     KM_TRACE(trace_info, "common", "commit at this point has result %d", static_cast<int>(result));
     const int next = next_status(o_commit, entry.current_cm_status);
     bool stored = true;

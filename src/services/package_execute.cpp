@@ -24,6 +24,7 @@ void reset_to_committed(cm_catalog_entry& entry) {
     entry.current_result = entry.entry_operation_result = 0;
     entry.backup_package = entry.backup_availability = 0;
     entry.already_committed = entry.inverse_action = 0;
+    entry.undo_package_name = pathname();
 }
 
 bool cm_package::has_no_reboot_flags() const {
@@ -111,6 +112,8 @@ bool cm_package::start_fresh(run& at) {
         at.answer = result = is_backup_package ? failure_with_info : result;
         return false;
     }
+    if ((at.mode & m_force) && stored_status() == cs_committed_undo_prepared)
+        drop_prepared_copies();
     bool reference_gone = false;
     if ((at.mode & m_force) && (at.mode & m_binary_file) && package_mask != 2 &&
         !drop_old_reference(at, reference_gone))
@@ -138,6 +141,7 @@ bool cm_package::drop_old_reference(run& at, bool& gone) {
     KM_TRACE(trace_warning, "common",
              "Mode force and binary_file found. Deleting package reference...");
     gone = catalog && catalog->get(catalog_key);
+    drop_prepared_copies();
     const auto answer = delete_package_reference(1, 1);
     if (answer != success) {
         internal_error = ie_force;
@@ -275,6 +279,8 @@ void cm_package::initialize_known_entry(int action, int mode_word) {
     if (resumes)
         return;
     entry.inverse_action = action != entry.last_action;
+    if (entry.inverse_action)
+        entry.backup_availability = 0; // the one there takes the other action back
     entry.already_committed = 0;
     if (mode_word & m_binary_file) {
         entry.cm_status = entry.current_cm_status = cs_initial;

@@ -218,8 +218,9 @@ bool cm_package::drop_failed_run(run&) {
             store_as_error();
         return true;
     }
+    // In a chain the commit may have been taken back, whatever was asked for at first.
     if (entry.operation_requested != o_execute_undoable &&
-        entry.operation_requested != o_prepare_undoable)
+        entry.operation_requested != o_prepare_undoable && entry.current_cm_status != cs_initial)
         return true;
     KM_TRACE(trace_info, "common", "there is a backup package done");
     if (delete_package_reference(0, 1) != success) {

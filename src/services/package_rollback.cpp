@@ -2,12 +2,90 @@
 // no format
 // invariant: a rollback never touches what stands in place, only what was prepared beside it
 #include "base/msg_supp.h"
+#include "dependency.h"
 #include "detail_package_execute.h"
 #include "detail_package_store.h"
+#include "dynamic_variables.h"
+#include "sp_object.h"
 #include "status_words.h"
 #include "trclog.h"
 
+#include <memory>
+
 namespace km {
+
+namespace {
+// A commit or an undo was cut, and the tree stands between two states: what takes away the prepared
+// copies or the backup would leave it there for good.
+bool is_between(int operation, const cm_catalog_entry& entry) {
+    const int begun = entry.operation_in_progress;
+    return (operation == o_rollback || operation == o_accept) &&
+           (begun == o_commit || begun == o_undo || begun == o_undo_ep);
+}
+
+bool is_prepared(std::int32_t status) {
+    return status == cs_prepared || status == cs_prepared_undo_prepared ||
+           status == cs_prepared_undoable;
+}
+} // namespace
+
+// Tells the catalog, before the first object is touched, that this operation is on its way. 0 where
+// it cannot be told.
+int cm_package::note_begun() {
+    const auto* stored = catalog ? catalog->get_as<cm_catalog_entry>(catalog_key) : nullptr;
+    if (!stored || (!external_call && !(is_prepared(stored->cm_status) && has_no_reboot_flags())))
+        return 1;
+    const auto& entry = *catalog_entry;
+    cm_catalog_entry begun(*stored);
+    begun.operation_requested = entry.operation_requested;
+    begun.operation_in_progress = entry.operation_in_progress;
+    begun.call_mode = entry.call_mode;
+    begun.call_argument = entry.call_argument;
+    return store_entry(*this, begun);
+}
+
+// The operation was refused: nothing was touched.
+void cm_package::note_not_begun() {
+    const auto* stored =
+        external_call && catalog ? catalog->get_as<cm_catalog_entry>(catalog_key) : nullptr;
+    if (!stored)
+        return;
+    cm_catalog_entry entry(*stored);
+    entry.operation_in_progress = o_none;
+    if (!store_entry(*this, entry))
+        KM_TRACE(trace_error, "common", "Error updating the catalog entry for the package");
+}
+
+// What a prepared package keeps beside the tree goes before its profile does, which alone knows
+// of it.
+void cm_package::drop_prepared_copies() {
+    const auto* stored = catalog ? catalog->get_as<cm_catalog_entry>(catalog_key) : nullptr;
+    if (!stored)
+        return;
+    pathname profile = stored->profile_name;
+    if (stored->cm_status == cs_committed_undo_prepared) {
+        profile = stored->undo_package_name;
+        if (!get_backup_filename(catalog, profile))
+            return;
+    } else if (stored->last_action != a_execute || !is_prepared(stored->cm_status)) {
+        return;
+    }
+    cm_package* read = nullptr;
+    sp_object reader(messages);
+    reader.decode(read, profile, 1, sp_object::either);
+    dynamic_variable_list::set_package(this);
+    const std::unique_ptr<cm_package> old(read);
+    if (!old)
+        return;
+    delete old->log_object_list;
+    old->log_object_list = nullptr;
+    old->set_error_message(messages);
+    old->executed = 1;
+    old->operation_phase = u"rollback";
+    old->do_execute(a_reverse, p_prepare);
+    old->operation_phase = u"rollback_cleanup";
+    old->do_execute(a_reverse, p_prepare_cleanup);
+}
 
 // What commit, accept, undo and rollback begin with when a caller asks for them: the entry as the
 // catalog holds it, and the marks of the operation. False: not in the catalog.
@@ -20,6 +98,11 @@ bool cm_package::begin_external(int operation, int mode_word, int call_argument,
         return false;
     }
     auto& entry = *catalog_entry;
+    if (is_between(operation, entry)) {
+        KM_TRACE(trace_error, "common", "Error: a cut operation must go on first");
+        internal_error = ie_action_and_state;
+        return false;
+    }
     started = entry.status_at_start;
     entry.call_mode = mode_word;
     entry.call_argument = call_argument;
@@ -75,7 +158,7 @@ cm_result cm_package::rollback(int mode_word, int call_argument) {
     result = remembered;
     const int next = next_status(o_rollback, entry.current_cm_status);
     const bool good = outcome == success || outcome == warning;
-    if (!(good ? store_rolled_back(next) : store_failed(outcome, entry.cm_status)))
+    if (!(good ? store_rolled_back(next) : store_failed()))
         return fatal_failure;
     const auto kept = result;
     result = success;
@@ -115,7 +198,7 @@ bool cm_package::store_rolled_back(int next) {
 }
 
 // An operation that failed: in a chain the entry is stored by its end.
-bool cm_package::store_failed(cm_result outcome, std::int32_t stable) {
+bool cm_package::store_failed() {
     auto& entry = *catalog_entry;
     entry.current_result = 0;
     if (!external_call) {
@@ -123,10 +206,9 @@ bool cm_package::store_failed(cm_result outcome, std::int32_t stable) {
         entry.current_cm_status = cs_error;
         return true;
     }
-    entry.cm_status = stable;
     entry.current_cm_status = cs_error;
     entry.operation_in_progress = o_none;
-    entry.entry_operation_result = outcome;
+    entry.entry_operation_result = result;
     if (store_entry_now(*this))
         return true;
     KM_TRACE(trace_error, "common", "Error updating the catalog entry for the package");

@@ -19,12 +19,12 @@ namespace km {
 
 namespace {
 constexpr const char16_t* backup_version = u"1.0.0";
-
-bool is_complete(const cm_catalog_entry& inner) {
-    return inner.cm_status == inner.current_cm_status && inner.operation_in_progress == o_none &&
-           (inner.cm_status == cs_committed || inner.cm_status == cs_prepared);
-}
 } // namespace
+
+bool cm_package::is_complete(const cm_catalog_entry& inner, std::int32_t in) {
+    return inner.cm_status == in && inner.current_cm_status == in &&
+           inner.operation_in_progress == o_none;
+}
 
 // What the catalog knows of the backup package's own run.
 const cm_catalog_entry* cm_package::inner_entry() const {
@@ -67,9 +67,11 @@ void cm_package::prepare_partner() {
     partner_package->reference_table = reference_table;
     partner_package->set_error_message(messages);
     partner_package->package_mask = package_mask;
+}
+
+void cm_package::append_extra_text(cm_package& to) const {
     if (!extra_text.empty())
-        partner_package->extra_text +=
-            partner_package->extra_text.empty() ? extra_text : ustring(u"; ") + extra_text;
+        to.extra_text += to.extra_text.empty() ? extra_text : ustring(u"; ") + extra_text;
 }
 
 void cm_package::clone_reboot_program() {
@@ -114,7 +116,7 @@ bool cm_package::inner_run_is_complete(int& requested) {
     const auto* inner = inner_entry();
     if (!inner)
         return false;
-    if (is_complete(*inner)) {
+    if (is_complete(*inner, cs_committed) || is_complete(*inner, cs_prepared)) {
         requested = inner->operation_requested;
         return true;
     }
@@ -123,12 +125,16 @@ bool cm_package::inner_run_is_complete(int& requested) {
     return false;
 }
 
-// False: the partner cannot be loaded.
+// False: the partner cannot be loaded, or the catalog not be written; nothing has happened then.
 bool cm_package::run_partner(int mode_word, int call_argument, cm_result& outcome, int& requested) {
     if (!undo_preloaded && !load_partner())
         return false;
     if (!partner_package)
         return false;
+    if (external_call && !note_begun()) {
+        internal_error = ie_catalog_update;
+        return false;
+    }
     prepare_partner();
     if (connected) {
         partner_package->connected = 1;
@@ -194,6 +200,7 @@ cm_result cm_package::fold_undo(int requested, cm_result outcome, std::int32_t s
     case success_retry:
         return undo_waits(next, outcome);
     case failure_with_info:
+        note_not_begun();
         return failure;
     default:
         return undo_failed(next, outcome);
@@ -213,7 +220,6 @@ cm_result cm_package::undone_to_beginning(cm_result outcome, std::int32_t starte
         entry.current_cm_status = cs_error;
     } else if (delete_package_reference(0, 1) == success) {
         reset_to_committed(entry);
-        entry.undo_package_name = pathname();
         if (started & cs_error)
             entry.current_cm_status = cs_error;
     } else {

@@ -120,6 +120,7 @@ bool cm_package::verify_prepared_undo(cm_package*& comparison, int action, int m
     if (!load_partner())
         return false;
     prepare_partner();
+    append_extra_text(*partner_package);
     const auto answer = partner_package->verify(comparison, mode_word, call_argument);
     take_back_variables();
     KM_TRACE(trace_info, "common", "verify prepared undo returned %d", static_cast<int>(answer));

@@ -14,6 +14,7 @@
 #include "package.h"
 #include "signatures.h"
 #include "trclog.h"
+#include "unzipping_channel.h"
 #include "variable_builder.h"
 
 #include <cerrno>
@@ -169,6 +170,9 @@ void sp_object::decode_tree(cm_package*& package, decoder& from, input_channel& 
         from.variables = chain;
     keep_order_in_remove(*chain);
     std::unique_ptr<cm_package> read(from.take_owned<cm_package>(package_field));
+    // To the end of its entry: the checksum is seen, and the offset is one that can be returned to.
+    if (auto* zip = dynamic_cast<unzipping_channel*>(&source); zip && read)
+        zip->close_entry();
     if (!read || from.get_status() || source.get_error()) {
         if (source.get_error() == channel_network) {
             KM_TRACE(trace_error, "common", "Unable to decode package. A Network error occured");
