@@ -82,14 +82,16 @@ cm_result km_directory::finish_add() {
     const std::string& bytes = path_bytes();
     const place where = locate(bytes);
     if (!where.found())
-        return fail("reach", where.parent, where.error);
-    const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
+        return where.error == ENOENT ? cm_command::success // an undo took it away
+                                     : fail("reach", where.parent, where.error);
+    const char* name = where.name.c_str();
     struct stat about {};
-    if (!put_here && !(look_at(bytes, about) && S_ISDIR(about.st_mode) && same_rights(about)))
-        return cm_command::success;
-    if (::utimensat(where.directory, where.name.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0 &&
-        errno != ENOENT &&
-        (is_privileged() || (look_at(bytes, about) && about.st_uid == ::geteuid())))
+    if (::fstatat(where.directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISDIR(about.st_mode) || (!put_here && !same_rights(about)))
+        return cm_command::success; // gone again, or changed by somebody
+    const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
+    if (::utimensat(where.directory, name, times, AT_SYMLINK_NOFOLLOW) != 0 &&
+        (is_privileged() || about.st_uid == ::geteuid()))
         return fail("set the time of", bytes, errno);
     touched(where.directory);
     return give_rights();

@@ -144,13 +144,15 @@ INSTANTIATE_TEST_SUITE_P(
         "install t = 0 IP--- before; kill commit.before_tree commit; kill commit.after_tree "
         "commit; "
         "commit = 0 IC--- new",
-        "install tu = 0 IPU-- before; kill commit.after_tree commit; commit = 0 ICU-- new; "
-        "undo = 0 none before",
+        "install tu = 0 IPU-- before; kill commit.after_tree commit; refused rollback; refused "
+        "accept; "
+        "commit = 0 ICU-- new; undo = 0 none before",
         "install tw = 0 IPP-- before; kill commit.after_tree commit; commit = 0 ICU-- new; "
         "undo = 0 none before",
         "kill commit.after_tree install tcu; commit = 0 ICU-- new; undo = 0 none before",
         "install u = 0 ICU-- new; kill undo.before_partner undo; undo = 0 none before",
-        "install u = 0 ICU-- new; kill undo.after_partner undo; undo = 0 none before",
+        "install u = 0 ICU-- new; kill undo.after_partner undo; refused accept; undo = 0 none "
+        "before",
         "install u = 0 ICU-- new; kill undo.after_partner undo t; undo t = 0 ICR-- new; "
         "commit = 0 none before",
         "install u = 0 ICU-- new; undo t = 0 ICR-- new; kill commit.after_tree commit; "

@@ -330,7 +330,7 @@ class LifeTest : public PackageTest {
     // what must come of it ("-" any tree). Mode letters below. Others: "fail CALL ACTION PHASE
     // NAME=RESULT", "mend" (nothing fails any more), "spoil" and "heal" a file of the package,
     // "block" and "free" the directory of backups, "kill POINT OPERATION MODE", "again" (what was
-    // cut goes on from its profile).
+    // cut goes on from its profile), "refused OPERATION" (beside the gate).
     void play(const std::string& script) {
         SCOPED_TRACE(script);
         std::istringstream steps(script);
@@ -378,6 +378,10 @@ class LifeTest : public PackageTest {
             fs::create_directory(dir_.at("backup"));
         } else if (word == "again") {
             goes_on_ = true;
+        } else if (word == "refused") {
+            std::string op;
+            words >> op;
+            EXPECT_EQ(run(op, 0), 9) << op;
         } else if (word == "kill") {
             killed(words);
         } else {
