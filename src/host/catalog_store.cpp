@@ -110,6 +110,7 @@ bool catalog_store::open(access_kind kind, long seconds, outcome& result) {
     heal_upgrades(*this, result);
     prune_counts();
     sweep();
+    sweep_replacements();
     hand_over_strays();
     return true;
 }
@@ -272,6 +273,20 @@ void catalog_store::sweep() {
             if (one.last_write_time(error) < now && !error)
                 fs::remove(one.path(), error);
         }
+    }
+}
+
+// What a kill left of a file that was being replaced.
+void catalog_store::sweep_replacements() {
+    for (const char* below : {"/intent", "/upgrade", "/made", "/paths"}) {
+        std::vector<fs::path> left;
+        std::error_code error;
+        for (const auto& one :
+             fs::recursive_directory_iterator(setting("working_dir") + below, error))
+            if (one.path().filename().string().find(".km~") != std::string::npos)
+                left.push_back(one.path());
+        for (const auto& path : left)
+            fs::remove(path, error);
     }
 }
 

@@ -6,6 +6,11 @@
 //                                            change fail with ERRNO (a number)
 //   faults once N ERRNO PROGRAM ARG...       only the N-th call fails
 //   faults trace PROGRAM ARG...              prints each counted call
+//   faults step OUT IN PROGRAM ARG...        tells each counted call to descriptor OUT before it
+//                                            runs, as "N NAME DEVICE INODE" of the descriptor in
+//                                            its first argument (0 0 where it has none), and waits
+//                                            for a byte of descriptor IN; so that somebody can look
+//                                            at the disk between any two calls
 //
 // A tracer at the kernel's door, not a preload: a write from inside the C library, a static program
 // and a child of a child are seen alike. A filter in the traced program stops it at the counted
@@ -39,7 +44,7 @@
 
 namespace {
 
-enum class mode { count, kill, fail, once, trace };
+enum class mode { count, kill, fail, once, trace, step };
 
 struct watched {
     long number;
@@ -173,6 +178,7 @@ struct run {
     mode what = mode::count;
     long at = 0;
     int error = 0;
+    int out = -1, in = -1;
     long seen = 0;
     pid_t first = 0;
     int status = 125;
@@ -191,6 +197,21 @@ void refuse(pid_t pid, user_regs_struct regs, int error) {
     ::ptrace(PTRACE_SETREGS, pid, nullptr, &regs);
 }
 
+void tell_step(const run& r, pid_t pid, const user_regs_struct& regs) {
+    struct stat about {};
+    const std::string path =
+        "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(static_cast<int>(regs.rdi));
+    const bool known = ::stat(path.c_str(), &about) == 0;
+    const std::string line = std::to_string(r.seen) + " " +
+                             name_of(static_cast<long>(regs.orig_rax)) + " " +
+                             std::to_string(known ? about.st_dev : 0) + " " +
+                             std::to_string(known ? about.st_ino : 0) + "\n";
+    char go = 0;
+    if (::write(r.out, line.data(), line.size()) != static_cast<ssize_t>(line.size()) ||
+        ::read(r.in, &go, 1) != 1)
+        die("faults: step");
+}
+
 // A counted call is about to run. False: everything was killed.
 bool before_call(run& r, pid_t pid) {
     user_regs_struct regs{};
@@ -199,6 +220,8 @@ bool before_call(run& r, pid_t pid) {
     ++r.seen;
     if (r.what == mode::trace)
         std::fprintf(stderr, "call %ld %s\n", r.seen, name_of(static_cast<long>(regs.orig_rax)));
+    if (r.what == mode::step)
+        tell_step(r, pid, regs);
     if (r.what == mode::kill && r.seen == r.at) {
         kill_all(r);
         return false;
@@ -264,8 +287,16 @@ bool parse(run& r, int argc, char** argv, int& at) {
         r.what = mode::fail;
     else if (what == "once")
         r.what = mode::once;
+    else if (what == "step")
+        r.what = mode::step;
     else
         return false;
+    if (r.what == mode::step) {
+        if (at + 1 >= argc)
+            return false;
+        r.out = std::atoi(argv[at++]);
+        r.in = std::atoi(argv[at++]);
+    }
     if (r.what == mode::kill || r.what == mode::fail || r.what == mode::once) {
         if (at >= argc)
             return false;
@@ -286,7 +317,8 @@ int main(int argc, char** argv) {
     int at = 0;
     if (!parse(r, argc, argv, at)) {
         std::fprintf(stderr,
-                     "usage: faults count|trace|kill N|fail N ERRNO|once N ERRNO PROGRAM ARG...\n");
+                     "usage: faults count|trace|kill N|fail N ERRNO|once N ERRNO|step OUT IN "
+                     "PROGRAM ARG...\n");
         return 125;
     }
     r.first = ::fork();
