@@ -45,6 +45,18 @@ bool make_state(const std::string& state, bool read_only, outcome& result) {
     return true;
 }
 
+// Settings, entries and profiles hold full names: a copied or moved state would work on the files
+// of its original.
+bool is_state_at_home(const std::string& state, outcome& result) {
+    const std::string home = setting("product_dir");
+    if (state.empty() || home.empty() || home.compare(0, state.size(), state) == 0)
+        return true;
+    result.fail(exit_failed, "moved",
+                "The state " + state + " was made as " + home +
+                    ", and was copied or moved since. Move it back, or begin a new one.");
+    return false;
+}
+
 bool enter_root(const std::string& root, outcome& result) {
     if (km::set_target_root(root.c_str()))
         return true;
@@ -83,6 +95,8 @@ bool enter_location(const location& where, outcome& result) {
         ::unsetenv("ZNPIS_PRODUCT_DIR");
         km::set_configuration_location(km::pathname(state.c_str()));
     }
+    if (!is_state_at_home(state, result))
+        return false;
     km::file(km::pathname(setting("working_dir").c_str())).mk_tree();
     return true;
 }

@@ -205,36 +205,4 @@ void config_set(const std::string& key, const std::string& value, outcome& resul
     result.text = key + "=" + value;
 }
 
-namespace {
-
-void check_entries(const km::Persistent_Hashtable& catalog, outcome& result) {
-    for (const auto& one : find_packages(catalog, "")) {
-        const std::string profile = one.entry->profile_name.mbcs_str();
-        std::error_code error;
-        if (profile.empty() || !fs::exists(profile, error))
-            result.fail(exit_failed, "profile",
-                        one.id.text() + ": its profile " + profile +
-                            " is missing. 'kmctl install --force FILE' makes a new one.");
-        const std::string next = advice(one.id, *one.entry);
-        if (!next.empty())
-            result.warn("state", one.id.text() + " is " + state_words(one.entry) + " (" +
-                                     letters_of(one.entry) + "). " + next);
-    }
-}
-
-} // namespace
-
-void check(bool repair, long wait_seconds, outcome& result) {
-    if (repair && !catalog_store::repair(wait_seconds, result))
-        return;
-    catalog_store store;
-    if (!store.open(repair ? access_kind::change : access_kind::read, wait_seconds, result))
-        return;
-    check_entries(store.catalog(), result);
-    result.data["packages"] = find_packages(store.catalog(), "").size();
-    if (!result.failed())
-        result.text = std::to_string(find_packages(store.catalog(), "").size()) +
-                      " packages; the catalog is whole";
-}
-
 } // namespace kmhost

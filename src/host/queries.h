@@ -22,7 +22,9 @@ void config_list(outcome& result);
 void config_get(const std::string& key, outcome& result);
 void config_set(const std::string& key, const std::string& value, outcome& result);
 
-// Looks for faults of the state; `repair` mends what can be mended.
-void check(bool repair, long wait_seconds, outcome& result);
+// Looks for faults of the state: entries, profiles, backups, orphaned files, reference counts,
+// operations that were cut. `repair` writes a damaged catalog anew, and brings packages back whose
+// entry was lost; `rebuild` sets the reference counts as the profiles say.
+void check(bool repair, bool rebuild, long wait_seconds, outcome& result);
 
 } // namespace kmhost

@@ -40,7 +40,8 @@ struct arguments {
     kmhost::operation_request operation;
     std::string target;
     std::string key, value;
-    bool tree = false, files = false, variables = false, repair = false, yes = false;
+    bool tree = false, files = false, variables = false, repair = false, rebuild = false,
+         yes = false;
 };
 
 void add_globals(CLI::App& app, global_options& options) {
@@ -213,11 +214,13 @@ void add_config(CLI::App& app, arguments& given, chosen& choice) {
 void add_check(CLI::App& app, arguments& given, const global_options& options, chosen& choice) {
     auto* one = app.add_subcommand("check", "Look for faults of the state");
     one->add_flag("--repair", given.repair, "Mend what can be mended");
+    one->add_flag("--rebuild-references", given.rebuild,
+                  "Set the reference counts as the profiles say");
     one->callback([&] {
         choice.command = "check";
-        choice.only_reads = !given.repair;
+        choice.only_reads = !given.repair && !given.rebuild;
         choice.body = [&given, &options](kmhost::worker_line&, outcome& result) {
-            kmhost::check(given.repair, options.wait_seconds, result);
+            kmhost::check(given.repair, given.rebuild, options.wait_seconds, result);
         };
     });
 }
