@@ -13,6 +13,7 @@ TOP = pathlib.Path(__file__).resolve().parents[2]
 MAN = TOP / "docs" / "man" / "kmctl.1"
 JSON = TOP / "docs" / "JSON.md"
 HEADER = TOP / "src" / "host" / "outcome.h"
+INSPECT = TOP / "src" / "host" / "inspect.h"
 
 
 def help_of(program, path):
@@ -81,12 +82,14 @@ def check_man(commands, faults):
         common = {"-h", "--help"} if path else set()
         compare(f"kmctl.1: {name}", options - common, pages[path][1], faults)
     body = re.search(r"enum exit_code : int \{(.*?)\};", HEADER.read_text(), re.S).group(1)
-    compare("kmctl.1: EXIT STATUS", set(map(int, re.findall(r"= (\d+)", body))), codes, faults)
+    further = re.findall(r"constexpr int exit_\w+ = (\d+);", INSPECT.read_text())
+    numbers = set(map(int, re.findall(r"= (\d+)", body) + further))
+    compare("kmctl.1: EXIT STATUS", numbers, codes, faults)
 
 
 def check_json(commands, faults):
     text = JSON.read_text()
-    sections = set(re.findall(r"^## ([a-z]+)$", text, re.M))
+    sections = set(re.findall(r"^## ([a-z-]+)$", text, re.M))
     compare("JSON.md", {p[0] for p in commands if len(p) == 1}, sections, faults)
     words = set()
     for path in [*(TOP / "src/host").glob("*.cpp"), *(TOP / "src/kmctl").glob("*.cpp")]:
