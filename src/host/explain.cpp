@@ -45,7 +45,8 @@ void add_room(km::km_object& object, std::map<dev_t, room_need>& all) {
     }
     unsigned long long bytes = 0;
     dev_t device = 0;
-    if (!where.found() || !km::room_in(where.directory, bytes, device))
+    if (!where.found() || !km::file_system_of(where.directory, device) ||
+        !km::room_in(where.directory, bytes))
         return;
     auto& one = all[device];
     if (one.at.empty())
