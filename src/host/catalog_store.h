@@ -60,6 +60,7 @@ class catalog_store {
     bool finish_removals(outcome& result);
     std::set<std::string> named_files() const;
     void sweep();
+    void sweep_replacements();
     void hand_over_strays();
 
     std::string directory_;

@@ -45,8 +45,7 @@ void add_room(km::km_object& object, std::map<dev_t, room_need>& all) {
     }
     unsigned long long bytes = 0;
     dev_t device = 0;
-    if (!where.found() || !km::file_system_of(where.directory, device) ||
-        !km::room_in(where.directory, bytes))
+    if (!where.found() || !km::room_in(where.directory, bytes, device))
         return;
     auto& one = all[device];
     if (one.at.empty())
