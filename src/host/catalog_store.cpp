@@ -194,8 +194,8 @@ const km::cm_catalog_entry* catalog_store::find(const std::string& name,
 namespace {
 // The last step of a removal, after everything of the package is gone: its entry goes, too.
 bool is_ended_removal(const km::cm_catalog_entry& entry) {
-    return entry.inverse_action && entry.last_action == km::a_reverse &&
-           entry.cm_status == km::cs_committed && entry.current_cm_status == km::cs_committed &&
+    return entry.last_action == km::a_reverse && entry.cm_status == km::cs_committed &&
+           entry.current_cm_status == km::cs_committed &&
            entry.operation_in_progress == km::o_none && entry.current_result == 0;
 }
 } // namespace

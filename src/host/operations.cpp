@@ -209,6 +209,15 @@ bool accept_before_remove(session& at, km::cm_package& package) {
     return false;
 }
 
+// The second run of a removal that had failed is no inverse of an install any more, and the engine
+// keeps its entry; nothing of the package stands.
+void drop_removed_entry(session& at, km::cm_package& package, km::cm_result answer) {
+    const auto* entry = at.entry();
+    if (is_success(answer) && entry && entry->last_action == km::a_reverse &&
+        entry->cm_status == km::cs_committed && entry->current_cm_status == km::cs_committed)
+        package.delete_package_reference(1, 1);
+}
+
 } // namespace
 
 void remove(const operation_request& request, worker_line& line, outcome& result) {
@@ -253,6 +262,7 @@ void remove(const operation_request& request, worker_line& line, outcome& result
         keep_what_others_hold(at.store, id, *package, result);
         forget_upgrade(id); // what it replaced must not come back behind a removal
         const auto answer = package->execute(km::a_reverse, mode, 0);
+        drop_removed_entry(at, *package, answer);
         at.finish(*package, answer, removed_words(at.entry()), "remove");
         if (!result.failed() && !at.entry()) {
             if (is_in_error(before))
