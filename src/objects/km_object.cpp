@@ -276,8 +276,7 @@ cm_result km_object::remove(int phase) {
     case p_do:
     case p_commit:
     case p_commit_after_reboot:
-        // What never left its staged copy has nothing in place.
-        return result = is_only_prepared() ? drop_staged() : take();
+        return result = take();
     case p_prepare:
         // A rollback takes the staged copy back; a remove that is only prepared changes nothing.
         if (word != ustring(u"rollback"))
@@ -292,7 +291,7 @@ cm_result km_object::remove(int phase) {
     case p_do_cleanup:
     case p_commit_cleanup:
         drop_temporary();
-        return result = drop_staged();
+        return result;
     default:
         return result;
     }

@@ -49,6 +49,9 @@ class km_object : public cm_object {
     void set_path(const ustring& text) { path = text; }
     std::string temporary_name() const;
 
+    // A staged copy waits: nothing was put in place.
+    bool is_only_prepared() const;
+    cm_result drop_staged();
     // Messages of a failure; the result that they give.
     cm_result fail(const char* what, const std::string& path, int error);
     cm_result fail(long message, const std::string& path);
@@ -102,8 +105,6 @@ class km_object : public cm_object {
 
   private:
     cm_result put_staged(int phase);
-    bool is_only_prepared() const;
-    cm_result drop_staged();
     void drop_unnoted();
 
     mutable std::string bytes_;

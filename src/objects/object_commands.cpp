@@ -49,8 +49,22 @@ void km_add_command::do_execute(int action, int phase) {
         return;
     }
     tell_index(object, command_index);
+    if (action == a_reverse && takes_back_prepared(phase))
+        return;
     tell_what_stays(action, phase);
     cm_add_object::do_execute(action, phase);
+}
+
+// What was only prepared has put nothing in place: what stands there is somebody else's, also for
+// a second run.
+bool km_add_command::takes_back_prepared(int phase) {
+    auto* on = dynamic_cast<km_object*>(object);
+    if (!on || (phase != p_do && phase != p_commit) || !on->is_only_prepared())
+        return false;
+    result = on->drop_staged();
+    if (result == success)
+        is_effective = 0;
+    return true;
 }
 
 // The engine passes over such an object in silence; a person would take it for the package's.

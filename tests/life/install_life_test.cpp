@@ -122,6 +122,9 @@ INSTANTIATE_TEST_SUITE_P(
         "install t = 0 IP--- before; remove f = 0 none before",
         "install tw = 0 IPP-- before; install ft = 0 IP--- before; commit = 0 IC--- new",
         "install tw = 0 IPP-- before; remove f = 0 none before",
+        "install t = 0 IP--- before; remove ft = 0 RP--- -; commit = 0 none before",
+        "install t = 0 IP--- before; fail do 2 1 trap=9; remove f = 9 RC--E -; mend; "
+        "remove f = 0 RC--- before",
         "install tu = 0 IPU-- before; install fu = 0 ICU-- new; undo = 0 none before",
         "install tu = 0 IPU-- before; remove f = 0 none before",
         "install u = 0 ICU-- new; install f = 0 IC--- new; remove = 0 none removed",
