@@ -33,9 +33,9 @@ class logoff : public cm_command {
     ustring get_log(int action) override;
 
     // Nothing on this platform.
-    void logoff_all_sessions();
+    virtual void logoff_all_sessions();
     // Nothing but its trace on this platform.
-    void execute_logoff();
+    virtual void execute_logoff();
 
     std::int32_t force = 0;
     std::int32_t force_if_locked = 0;
