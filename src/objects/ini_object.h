@@ -1,0 +1,62 @@
+// ini_object: an item of an INI file
+//
+// Lines "[section]", "key = value", comments that begin with ';' or '#'. The last item of the key
+// in all blocks of the section counts; an empty section is what stands before the first header. A
+// comment behind a value (a blank, then ';' or '#') stays. What stood under the key comes back when
+// ours goes; a section that was made for an item goes when it is empty again.
+//
+// Coded form behind that of text_object: string fields 220 section, 221 key, 222 value; of an undo:
+// string field 223 the whole line, carried.
+#pragma once
+
+#include "text_object.h"
+
+namespace km {
+
+class km_ini_item : public text_object {
+  public:
+    codable* clone() const override { return new km_ini_item(*this); }
+    const char* codable_name() const override;
+    codable* decode_object(decoder& from, long stream_version) override;
+    void encode_object(encoder& to) const override;
+    // Keys "section", "key", "value".
+    void import(importer& from) override;
+    void export_(exporter& to) const override;
+    // The key is there, with whatever value; of an `absent` object: the file is.
+    int exists(int phase) override;
+
+    const char* kind() const override { return "item"; }
+    std::string shown() const override;
+
+    ustring section;
+    ustring key;
+    ustring value;
+    ustring whole; // carried
+
+  protected:
+    std::string fault() const override;
+    bool stands(const text_bytes& in) const override;
+    void put_into(text_bytes& in, std::string& replaced) override;
+    bool take_out(text_bytes& in, const std::string& was) override;
+    void remember(const text_bytes& in, text_object& copy) const override;
+    std::string frame() const override;
+    bool frame_stands(const text_bytes& in) const override;
+    void take_frame(text_bytes& in) override;
+
+  private:
+    // What a walk over the file finds of the section and the key.
+    struct found {
+        bool has_section = false, has_item = false;
+        text_bytes::line header;  // of the last block
+        text_bytes::line item;    // the last one
+        size_t end = 0;           // behind the last line of the block that is not blank
+        bool is_empty = true;     // the last block has blank lines alone
+        std::string around = "="; // how the file writes '='
+    };
+    found look(const text_bytes& in) const;
+    // The parts of an item's value: [begin, end) with `rest` behind it.
+    void value_of(const std::string& line, size_t& begin, size_t& end) const;
+    bool is_our_value(const std::string& line) const;
+};
+
+} // namespace km
