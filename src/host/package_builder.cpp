@@ -11,17 +11,15 @@
 #include "package.h"
 #include "pair.h"
 #include "room.h"
+#include "tree_scan.h"
 #include "variable_list.h"
 #include "words.h"
 #include "write_package.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fnmatch.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kmhost {
@@ -30,20 +28,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-enum class kind { directory, file, link };
-
-struct found {
-    std::string path; // below the source, "" for the source itself
-    kind what;
-    bool operator<(const found& other) const {
-        // Parents before children, and a directory's contents together.
-        return std::lexicographical_compare(path.begin(), path.end(), other.path.begin(),
-                                            other.path.end(), [](unsigned char a, unsigned char b) {
-                                                return (a == '/' ? 0 : a + 1) <
-                                                       (b == '/' ? 0 : b + 1);
-                                            });
-    }
-};
+using kind = tree_kind;
+using found = tree_entry;
 
 struct counts {
     long directories = 0, files = 0, links = 0;
@@ -70,51 +56,6 @@ bool is_usage_fault(const build_request& request, outcome& result) {
     return false;
 }
 
-bool scan(const fs::path& source, const std::string& below, std::vector<found>& all,
-          outcome& result) {
-    std::error_code error;
-    fs::directory_iterator names(source / below, error);
-    if (error) {
-        result.fail(exit_failed, "read",
-                    "The directory " + (source / below).string() +
-                        " cannot be read: " + error.message() + ".");
-        return false;
-    }
-    for (const auto& one : names) {
-        const std::string path = below.empty() ? one.path().filename().string()
-                                               : below + "/" + one.path().filename().string();
-        if (path.find("$(") != std::string::npos) {
-            result.fail(exit_failed, "name",
-                        (source / path).string() +
-                            ": a name with '$(' would be taken for a variable. "
-                            "Rename it.");
-            return false;
-        }
-        struct stat about {};
-        if (::lstat(one.path().c_str(), &about) != 0) {
-            result.fail(exit_failed, "read",
-                        one.path().string() + " cannot be looked at: " + std::strerror(errno) +
-                            ".");
-            return false;
-        }
-        if (S_ISDIR(about.st_mode)) {
-            all.push_back({path, kind::directory});
-            if (!scan(source, path, all, result))
-                return false;
-        } else if (S_ISREG(about.st_mode)) {
-            all.push_back({path, kind::file});
-        } else if (S_ISLNK(about.st_mode)) {
-            all.push_back({path, kind::link});
-        } else {
-            result.fail(exit_failed, "special",
-                        one.path().string() +
-                            " is a socket, a pipe or a device, and cannot be packed.");
-            return false;
-        }
-    }
-    return true;
-}
-
 std::string trimmed_destination(std::string to) {
     while (to.size() > 1 && to.back() == '/')
         to.pop_back();
@@ -127,7 +68,6 @@ class builder {
     void run();
 
   private:
-    bool collect();
     void fill();
     void add_objects(kind what, km::cm_composite_command& into);
     km::cm_command* make(const found& one);
@@ -143,21 +83,6 @@ class builder {
     km::spmessage messages_;
     counts counts_;
 };
-
-bool builder::collect() {
-    struct stat about {};
-    if (::stat(request_.source.c_str(), &about) != 0 || !S_ISDIR(about.st_mode)) {
-        const int error = S_ISDIR(about.st_mode) || !about.st_mode ? errno : ENOTDIR;
-        result_.fail(error == ENOENT ? exit_not_found : exit_failed, "source",
-                     "The directory " + request_.source +
-                         " cannot be packed: " + std::strerror(error) + ".");
-        return false;
-    }
-    if (!scan(request_.source, "", all_, result_))
-        return false;
-    std::sort(all_.begin(), all_.end());
-    return true;
-}
 
 bool builder::is_shared(const std::string& path) const {
     return std::any_of(request_.shared.begin(), request_.shared.end(),
@@ -259,7 +184,7 @@ void builder::report() {
 }
 
 void builder::run() {
-    if (!collect())
+    if (!scan_tree(request_.source, all_, result_))
         return;
     fill();
     if (write())

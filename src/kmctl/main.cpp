@@ -1,6 +1,7 @@
 // main: the command line of kmctl
 // no format
 // invariants: exactly one outcome is printed per call; the engine never runs in this process
+#include "init_definition.h"
 #include "life_commands.h"
 #include "location.h"
 #include "operations.h"
@@ -37,6 +38,7 @@ struct chosen {
 struct arguments {
     kmctl::life_arguments life;
     kmhost::build_request build;
+    kmhost::init_request init;
     kmhost::operation_request operation;
     std::string target;
     std::string key, value;
@@ -100,6 +102,24 @@ void add_build(CLI::App& app, arguments& given, chosen& choice) {
         choice.needs_no_state = choice.only_reads = true;
         choice.body = [&build](kmhost::worker_line&, outcome& result) {
             kmhost::build_package_file(build, result);
+        };
+    });
+}
+
+void add_init(CLI::App& app, arguments& given, chosen& choice) {
+    auto* one = app.add_subcommand("init", "Write a first definition for a directory tree");
+    auto& init = given.init;
+    one->add_option("DIR", init.source, "Directory to describe")->required();
+    one->add_option("-o,--output", init.output, "Definition to write (the directory's name, .spd)")
+        ->type_name("FILE");
+    one->add_option("--prefix", init.prefix, "Where the content goes (/opt and the name)")
+        ->type_name("DEST");
+    one->add_flag("--force", init.force, "Replace a definition that is there");
+    one->callback([&] {
+        choice.command = "init";
+        choice.needs_no_state = choice.only_reads = true;
+        choice.body = [&init](kmhost::worker_line&, outcome& result) {
+            kmhost::init_definition(init, result);
         };
     });
 }
@@ -227,6 +247,7 @@ void add_check(CLI::App& app, arguments& given, const global_options& options, c
 
 void add_commands(CLI::App& app, arguments& given, const global_options& options, chosen& choice) {
     add_build(app, given, choice);
+    add_init(app, given, choice);
     add_install(app, given, choice);
     add_remove(app, given, choice);
     add_query(app, "list", "Installed packages", "PATTERN", false, given, choice, kmhost::list);
