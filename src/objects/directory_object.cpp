@@ -125,8 +125,10 @@ bool km_directory::stands_as_described(const std::string& at, bool with_rights) 
 
 cm_result km_directory::load(int) {
     result = cm_command::success;
-    if (source.empty())
+    if (source.empty()) {
+        take_default_metadata(0755);
         return result;
+    }
     struct stat about {};
     if (::lstat(source.c_str(), &about) != 0)
         return fail("look at", source, errno);

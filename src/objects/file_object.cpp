@@ -172,7 +172,6 @@ cm_result km_file::write_temporary(unzipping_channel& in, const place& where,
     return give_attributes(out.get(), full);
 }
 
-// Writes the data to `name` beside the target, then renames it to `into`.
 cm_result km_file::bring(const std::string& name, const std::string& into) {
     unzipping_channel* in = nullptr;
     const auto opened = open_data(in);
@@ -320,6 +319,8 @@ int km_file::open_source() {
 
 cm_result km_file::load(int) {
     result = cm_command::success;
+    if (source.empty() && mtime.empty()) // out of a definition; that of an undo has its time
+        return fail(om_no_source, path_bytes());
     const std::string& shown = source.empty() ? path_bytes() : source;
     const open_file in(open_source());
     struct stat about {};

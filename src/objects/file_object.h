@@ -38,6 +38,9 @@ class km_file : public km_object {
     bool is_same_kind(const struct stat& about) const override { return S_ISREG(about.st_mode); }
     bool stands_as_described(const std::string& at, bool with_rights) override;
     cm_result check_target(const place& where, const struct stat* present) override;
+    // Writes the data to `name` beside the target, then renames it to `into`.
+    cm_result bring(const std::string& name, const std::string& into);
+    cm_result pass_over_data(cm_result with);
 
   private:
     // The file whose data were found to have the digest. Its inode tells of every later change.
@@ -53,12 +56,10 @@ class km_file : public km_object {
 
     // Where the data come from: opens this file's entry.
     cm_result open_data(unzipping_channel*& in);
-    cm_result pass_over_data(cm_result with);
     cm_result write_from(unzipping_channel& in, int out, const std::string& name, bool& consumed);
     cm_result write_temporary(unzipping_channel& in, const place& where, const std::string& name);
     mode_t mode_while_written() const;
     cm_result give_attributes(int descriptor, const std::string& name);
-    cm_result bring(const std::string& name, const std::string& into);
     bool has_no_data();
     int open_source();
 };

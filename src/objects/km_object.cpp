@@ -3,6 +3,8 @@
 // invariants: every operation may run a second time; what is replaced stands whole, old or new
 #include "km_object.h"
 
+#include "accounts.h"
+#include "base/msg_supp.h"
 #include "codec.h"
 #include "crc.h"
 #include "exporter.h"
@@ -60,24 +62,71 @@ codable* km_object::decode_object(decoder& from, long stream_version) {
     return this;
 }
 
+namespace {
+void refuse_value(importer& from, const char* key, const ustring& value) {
+    if (from.messages)
+        from.messages->add(object_catalog, static_cast<long>(om_bad_value),
+                           std::to_string(from.line_number()).c_str(), key, value.mbcs_str());
+    from.flags = bad_value;
+}
+
+// Octal digits, whatever stands in front; twelve bits.
+bool read_mode(const ustring& text, std::int32_t& mode) {
+    const std::string digits = text.mbcs_str();
+    if (digits.empty() || digits.size() > 8 ||
+        digits.find_first_not_of("01234567") != std::string::npos)
+        return false;
+    const long value = std::strtol(digits.c_str(), nullptr, 8);
+    mode = static_cast<std::int32_t>(value);
+    return value <= 07777;
+}
+
+bool import_number(importer& from, const char* key, bool (*number_of)(const std::string&, long&),
+                   std::int32_t& into) {
+    ustring text;
+    if (!from.get_string(key, &text))
+        return false;
+    long number = 0;
+    if (number_of(text.mbcs_str(), number))
+        into = static_cast<std::int32_t>(number);
+    else
+        refuse_value(from, key, text);
+    return true;
+}
+} // namespace
+
 void km_object::import(importer& from) {
     cm_object::import(from);
     from.get_string("path", &path);
+    from.get_string("source", &source_text);
+    import_rights(from);
+}
+
+void km_object::import_rights(importer& from) {
     ustring octal;
-    if (from.get_string("mode", &octal))
-        mode = static_cast<std::int32_t>(std::strtol(octal.mbcs_str(), nullptr, 8)) & 07777;
-    from.get_integer("owner", &owner);
-    from.get_integer("group", &group);
+    given_.mode = from.get_string("mode", &octal);
+    if (given_.mode && !read_mode(octal, mode)) {
+        mode = 0;
+        refuse_value(from, "mode", octal);
+    }
+    given_.owner = import_number(from, "owner", user_number, owner);
+    given_.group = import_number(from, "group", group_number, group);
 }
 
 void km_object::export_(exporter& to) const {
     cm_object::export_(to);
     to.put_string("path", path);
+    if (!source_text.empty())
+        to.put_string("source", source_text);
+    const bool loaded = !mtime.empty();
     char octal[8];
     std::snprintf(octal, sizeof octal, "%04o", static_cast<unsigned>(mode) & 07777U);
-    to.put_string("mode", ustring(octal));
-    to.put_integer("owner", owner);
-    to.put_integer("group", group);
+    if (loaded || given_.mode)
+        to.put_string("mode", ustring(octal));
+    if (loaded || given_.owner)
+        to.put_string("owner", ustring(std::to_string(owner).c_str()));
+    if (loaded || given_.group)
+        to.put_string("group", ustring(std::to_string(group).c_str()));
 }
 
 const std::string& km_object::path_bytes() const {
@@ -122,14 +171,33 @@ cm_result km_object::fail(long message, const std::string& of) {
     return result = cm_command::failure;
 }
 
-void km_object::take_metadata(const struct stat& about) {
-    mode = static_cast<std::int32_t>(about.st_mode & 07777);
-    owner = static_cast<std::int32_t>(about.st_uid);
-    group = static_cast<std::int32_t>(about.st_gid);
+namespace {
+ustring time_text_of(const timespec& when) {
     char text[40];
-    std::snprintf(text, sizeof text, "%" PRId64 ".%09ld",
-                  static_cast<int64_t>(about.st_mtim.tv_sec), about.st_mtim.tv_nsec);
-    mtime = ustring(text);
+    std::snprintf(text, sizeof text, "%" PRId64 ".%09ld", static_cast<int64_t>(when.tv_sec),
+                  when.tv_nsec);
+    return ustring(text);
+}
+} // namespace
+
+void km_object::take_metadata(const struct stat& about) {
+    if (!given_.mode)
+        mode = static_cast<std::int32_t>(about.st_mode & 07777);
+    if (!given_.owner)
+        owner = static_cast<std::int32_t>(about.st_uid);
+    if (!given_.group)
+        group = static_cast<std::int32_t>(about.st_gid);
+    mtime = time_text_of(about.st_mtim);
+}
+
+void km_object::take_default_metadata(std::int32_t default_mode) {
+    if (!mtime.empty())
+        return; // it was loaded before
+    if (!given_.mode)
+        mode = default_mode;
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    mtime = time_text_of({now.tv_sec, 0});
 }
 
 timespec km_object::modification_time() const {

@@ -20,8 +20,11 @@ class km_object : public cm_object {
     codable* decode_object(decoder& from, long stream_version) override;
     void encode_object(encoder& to) const override;
     long codable_version() const override { return 1; }
-    // Keys "path", "mode", "owner", "group".
+    // Keys "path", "source" (see source_text), "mode" (octal), "owner", "group" (numbers, or names
+    // of the machine that imports). A value that is none is a message, and sets the importer's
+    // flags to bad_value.
     void import(importer& from) override;
+    // Mode, owner and group only where they were given, or are those of a source that was loaded.
     void export_(exporter& to) const override;
 
     cm_result check_add(int phase) override;
@@ -39,7 +42,8 @@ class km_object : public cm_object {
     ustring get_name() override { return path; }
     ustring get_log(int action) override;
 
-    // Where `load` and `save` find it on the machine that packs; not below the target root.
+    // Where `load` and `save` find it on the machine that packs; not below the target root. What
+    // the definition gave of mode, owner and group holds against what the source has.
     void set_source(const std::string& file) { source = file; }
     // Tells the temporary names of the commands of a package apart.
     void set_index(int index) { index_ = index; }
@@ -56,6 +60,8 @@ class km_object : public cm_object {
     cm_result fail(const char* what, const std::string& path, int error);
     cm_result fail(long message, const std::string& path);
     void take_metadata(const struct stat& about);
+    // What has no source has the time of its making.
+    void take_default_metadata(std::int32_t default_mode);
 
     ustring path;
     std::int32_t mode = 0;
@@ -68,7 +74,8 @@ class km_object : public cm_object {
     std::int32_t staged = 0;
     ustring staged_name; // full path
     std::int32_t created = 0;
-    std::string source; // not coded
+    std::string source;  // not coded
+    ustring source_text; // not coded: the source as the definition has it, for the host to resolve
 
   protected:
     // What a class does in the phases that change the machine. The parent is there.
@@ -103,14 +110,28 @@ class km_object : public cm_object {
 
     bool temporary_may_be_left = true;
 
+    // In the commit: the staged copy is renamed into its place.
+    virtual cm_result put_staged(int phase);
+
   private:
-    cm_result put_staged(int phase);
+    // Which of its attributes the definition gave.
+    struct given {
+        bool mode = false;
+        bool owner = false;
+        bool group = false;
+    };
+
     void drop_unnoted();
+    void import_rights(importer& from);
 
     mutable std::string bytes_;
     mutable ustring bytes_of_;
     int index_ = 0;
+    given given_;
 };
+
+// Flags of an importer behind a value that an object or a command of this library cannot use.
+constexpr int bad_value = 0x40000;
 
 // Behind a temporary name: a copy that is whole and waits for the commit.
 constexpr char staged_mark[] = "s";

@@ -119,8 +119,10 @@ bool km_link::stands_as_described(const std::string& at, bool with_rights) {
 
 cm_result km_link::load(int) {
     result = cm_command::success;
-    if (source.empty())
+    if (source.empty()) {
+        take_default_metadata(0777);
         return result;
+    }
     struct stat about {};
     char text[4097];
     const ssize_t length = ::readlink(source.c_str(), text, sizeof text - 1);

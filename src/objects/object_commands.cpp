@@ -6,7 +6,9 @@
 #include "directory_object.h"
 #include "exporter.h"
 #include "file_object.h"
+#include "hard_link_object.h"
 #include "importer.h"
+#include "kept_file_object.h"
 #include "link_object.h"
 #include "object_messages.h"
 #include "stop_request.h"
@@ -21,11 +23,21 @@ void tell_index(cm_object* object, int index) {
 }
 } // namespace
 
+namespace {
+// The base reads it, and leaves its writing to the classes.
+void export_scope(const cm_command& command, exporter& to) {
+    constexpr int per_user = 2;
+    if (command.scope == per_user)
+        to.put_boolean("is_per_user", 1);
+}
+} // namespace
+
 void km_add_command::import(importer& from) { cm_add_object::import(from); }
 
 void km_add_command::export_(exporter& to) const {
     to.begin_stanza(stanza());
     cm_add_object::export_(to);
+    export_scope(*this, to);
     to.end_stanza();
 }
 
@@ -101,6 +113,7 @@ void km_remove_command::import(importer& from) { cm_remove_object::import(from);
 void km_remove_command::export_(exporter& to) const {
     to.begin_stanza(stanza());
     cm_remove_object::export_(to);
+    export_scope(*this, to);
     to.end_stanza();
 }
 
@@ -142,9 +155,13 @@ template <class Base, class Object, const names& Names> class command_on : publi
 constexpr names add_file{"com.ombrel.sd.cmObjects.KmAddFile", "add_file"};
 constexpr names add_directory{"com.ombrel.sd.cmObjects.KmAddDirectory", "add_directory"};
 constexpr names add_link{"com.ombrel.sd.cmObjects.KmAddLink", "add_link"};
+constexpr names add_hard_link{"com.ombrel.sd.cmObjects.KmAddHardLink", "add_hard_link"};
+constexpr names add_kept_file{"com.ombrel.sd.cmObjects.KmAddKeptFile", "add_kept_file"};
 constexpr names remove_file{"com.ombrel.sd.cmObjects.KmRemoveFile", "remove_file"};
 constexpr names remove_directory{"com.ombrel.sd.cmObjects.KmRemoveDirectory", "remove_directory"};
 constexpr names remove_link{"com.ombrel.sd.cmObjects.KmRemoveLink", "remove_link"};
+constexpr names remove_hard_link{"com.ombrel.sd.cmObjects.KmRemoveHardLink", "remove_hard_link"};
+constexpr names remove_kept_file{"com.ombrel.sd.cmObjects.KmRemoveKeptFile", "remove_kept_file"};
 } // namespace
 
 cm_add_object* new_add_file(cm_object* of) {
@@ -156,12 +173,22 @@ cm_add_object* new_add_directory(cm_object* of) {
 cm_add_object* new_add_link(cm_object* of) {
     return new command_on<km_add_command, km_link, add_link>(of);
 }
+cm_add_object* new_add_hard_link(cm_object* of) {
+    return new command_on<km_add_command, km_hard_link, add_hard_link>(of);
+}
+cm_add_object* new_add_kept_file(cm_object* of) {
+    return new command_on<km_add_command, km_kept_file, add_kept_file>(of);
+}
 
 cm_remove_object* new_remove_of(cm_object* of) {
     if (dynamic_cast<km_directory*>(of))
         return new command_on<km_remove_command, km_directory, remove_directory>(of);
     if (dynamic_cast<km_link*>(of))
         return new command_on<km_remove_command, km_link, remove_link>(of);
+    if (dynamic_cast<km_hard_link*>(of))
+        return new command_on<km_remove_command, km_hard_link, remove_hard_link>(of);
+    if (dynamic_cast<km_kept_file*>(of))
+        return new command_on<km_remove_command, km_kept_file, remove_kept_file>(of);
     return new command_on<km_remove_command, km_file, remove_file>(of);
 }
 
@@ -176,6 +203,14 @@ extern "C" codable* make_KmRemoveDirectory() {
 }
 extern "C" codable* make_KmRemoveLink() {
     return new command_on<km_remove_command, km_link, remove_link>(nullptr);
+}
+extern "C" codable* make_KmAddHardLink() { return new_add_hard_link(); }
+extern "C" codable* make_KmAddKeptFile() { return new_add_kept_file(); }
+extern "C" codable* make_KmRemoveHardLink() {
+    return new command_on<km_remove_command, km_hard_link, remove_hard_link>(nullptr);
+}
+extern "C" codable* make_KmRemoveKeptFile() {
+    return new command_on<km_remove_command, km_kept_file, remove_kept_file>(nullptr);
 }
 
 } // namespace km

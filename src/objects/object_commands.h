@@ -1,8 +1,8 @@
 // object_commands: the commands that put the objects of this library in place
 //
-// Each wraps the stanza of its name around the keys of the command, tells its object which command
-// it belongs to, and switches itself off where it was passed over: what was never added must not be
-// removed later.
+// Each wraps the stanza of its name around the keys of the command, "is_per_user" with them where
+// it is set, tells its object which command it belongs to, and switches itself off where it was
+// passed over: what was never added must not be removed later.
 #pragma once
 
 #include "object_command.h"
@@ -43,11 +43,13 @@ class km_remove_command : public cm_remove_object {
     virtual const char* stanza() const = 0;
 };
 
-// The classes: KmAddFile, KmAddDirectory, KmAddLink and KmRemoveFile, KmRemoveDirectory,
-// KmRemoveLink. `of` is taken over; null makes an empty object.
+// The classes: KmAddFile, KmAddDirectory, KmAddLink, KmAddHardLink, KmAddKeptFile and the same with
+// Remove. `of` is taken over; null makes an empty object.
 cm_add_object* new_add_file(cm_object* of = nullptr);
 cm_add_object* new_add_directory(cm_object* of = nullptr);
 cm_add_object* new_add_link(cm_object* of = nullptr);
+cm_add_object* new_add_hard_link(cm_object* of = nullptr);
+cm_add_object* new_add_kept_file(cm_object* of = nullptr);
 
 // The remove command of the object's class.
 cm_remove_object* new_remove_of(cm_object* of);

@@ -27,6 +27,14 @@ const char* const object_catalog[] = {
     "E %1$s was not prepared.\n",
     "W %1$s is newer than what the package brings, and was left as it is.\n",
     "I %1$s was changed after its install, and stays.\n",
+    "E Near line %1$s: '%3$s' cannot be the %2$s: a mode is up to four octal digits, an owner or "
+    "group a number or a name that this machine knows.\n",
+    "E %1$s has no source: the definition must tell where its content comes from.\n",
+    "W %1$s was changed by somebody and stays as it is; what the package brings is in %2$s.\n",
+    "E %1$s cannot become a second name of %2$s: that is no file, or is not there.\n",
+    "E The program %1$s cannot be run: %2$s.\n",
+    "E The program %1$s %2$s.\n",
+    "E Near line %1$s: in the %2$s of a program, %3$s.\n",
 };
 
 static_assert(std::size(object_catalog) == object_messages_end);

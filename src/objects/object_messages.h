@@ -23,6 +23,13 @@ enum object_message : long {
     om_no_staged,    // path
     om_newer,        // path
     om_modified,     // path
+    om_bad_value,    // line, key, value
+    om_no_source,    // path
+    om_kept,         // path, path of ours
+    om_link_target,  // path, target
+    om_program,      // program, why it cannot be run
+    om_program_end,  // program, how it ended
+    om_bad_text,     // line, key, what is wrong
     object_messages_end
 };
 

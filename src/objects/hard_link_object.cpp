@@ -1,0 +1,116 @@
+// hard_link_object: a second name of a file
+// format: docs/formats/package-file.md
+// invariant: the new name is made beside its place and renamed over what stands there
+#include "hard_link_object.h"
+
+#include "codec.h"
+#include "exporter.h"
+#include "importer.h"
+#include "object_messages.h"
+#include "package.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace km {
+
+const char* km_hard_link::codable_name() const { return "com.ombrel.sd.cmObjects.KmHardLink"; }
+
+void km_hard_link::encode_object(encoder& to) const {
+    km_object::encode_object(to);
+    to.encode_string_field(220, target);
+}
+
+codable* km_hard_link::decode_object(decoder& from, long stream_version) {
+    km_object::decode_object(from, stream_version);
+    from.decode_string_field(220, target);
+    return this;
+}
+
+// What km_object has of rights is the file's, not the name's.
+void km_hard_link::import(importer& from) {
+    cm_object::import(from);
+    from.get_string("path", &path);
+    from.get_string("target", &target);
+}
+
+void km_hard_link::export_(exporter& to) const {
+    cm_object::export_(to);
+    to.put_string("path", path);
+    to.put_string("target", target);
+}
+
+namespace {
+bool is_linkable(const std::string& path, struct stat& about) {
+    return look_at(path, about) && S_ISREG(about.st_mode);
+}
+} // namespace
+
+// The file may be one that the package puts there in front of the link.
+bool km_hard_link::target_is_good() const {
+    struct stat about {};
+    return is_linkable(target.mbcs_str(), about) ||
+           (package && const_cast<cm_package*>(package)->find(ustring(u"add ") + target, 1));
+}
+
+cm_result km_hard_link::check_target(const place&, const struct stat* present) {
+    if (present && S_ISDIR(present->st_mode))
+        return fail(om_is_directory, path_bytes());
+    if (target_is_good())
+        return cm_command::success;
+    tell(package, om_link_target, path_bytes(), target.mbcs_str());
+    return result = cm_command::failure;
+}
+
+cm_result km_hard_link::put(int) {
+    const std::string& bytes = path_bytes();
+    if (stands_as_described(bytes, true))
+        return cm_command::success;
+    struct stat about {};
+    if (!is_linkable(target.mbcs_str(), about)) {
+        tell(package, om_link_target, bytes, target.mbcs_str());
+        return result = cm_command::failure;
+    }
+    const auto parents = make_parents(bytes);
+    if (parents != cm_command::success)
+        return parents;
+    const std::string temporary = bytes.substr(0, bytes.find_last_of('/') + 1) + temporary_name();
+    temporary_may_be_left = true;
+    if (!remove_name(temporary, false) || !link_name(target.mbcs_str(), temporary))
+        return fail("make the link", bytes, errno);
+    const place where = locate(bytes);
+    if (!where.found() || !replace_name(where, temporary_name())) {
+        const int error = where.found() ? errno : where.error;
+        drop_temporary();
+        return fail("put in place", bytes, error);
+    }
+    touched(where.directory);
+    temporary_may_be_left = false;
+    return cm_command::success;
+}
+
+cm_result km_hard_link::take() {
+    const std::string& bytes = path_bytes();
+    struct stat about {};
+    if (!look_at(bytes, about))
+        return errno == ENOENT || errno == ENOTDIR ? cm_command::success
+                                                   : fail("look at", bytes, errno);
+    if (S_ISDIR(about.st_mode))
+        return fail(om_is_directory, bytes);
+    const auto removed = remove_own(bytes);
+    return removed == cm_command::success ? remove_made_parents(bytes) : removed;
+}
+
+bool km_hard_link::stands_as_described(const std::string& at, bool) {
+    struct stat mine {
+    }, its{};
+    return look_at(at, mine) && is_linkable(target.mbcs_str(), its) && mine.st_dev == its.st_dev &&
+           mine.st_ino == its.st_ino;
+}
+
+ustring km_hard_link::get_log(int) { return path + ustring(u" => ") + target; }
+
+extern "C" codable* make_KmHardLink() { return new km_hard_link; }
+
+} // namespace km
