@@ -3,6 +3,8 @@
 
 #include "array_channel.h"
 #include "codec.h"
+#include "decode_channel.h"
+#include "encode_channel.h"
 
 #include "support/fake_definition.h"
 #include "support/recording_command.h"
@@ -85,4 +87,35 @@ TEST(Logoff, TextForm) {
     logoff().export_(to);
     EXPECT_EQ(to.text, "logoff{ force=1 during_remove=1 during_commit=1 condition=1 == 1 } "
                        "logoff{ condition= } ");
+}
+
+TEST(Logoff, CodedForm) {
+    km_test::engine_home home; // where factories are found
+    logoff command;
+    command.force = command.during_undo = 1;
+    array_output_channel bytes(64);
+    {
+        encode_channel channel(&bytes);
+        encoder(&channel).encode_object(&command);
+    }
+    const std::string all(reinterpret_cast<const char*>(bytes.get_data()),
+                          static_cast<size_t>(bytes.get_count()));
+    using namespace std::string_literals;
+    const std::string fields = "\0\xC8\0\1\0\xC9\0\0\0\xCA\0\0\0\xCB\0\0\0\xCC\0\1\0\xCD\0\0"s;
+    EXPECT_EQ(all.substr(all.size() - fields.size() - 2), fields + "\xFF\xFF");
+    EXPECT_EQ(all.find("com.ombrel.sd.cmObjects.CmLogoff\0\0\0\1"s), 3u);
+
+    array_input_channel inner(reinterpret_cast<const unsigned char*>(all.data()),
+                              static_cast<int>(all.size()));
+    inner.inhibit(1);
+    decode_channel channel(&inner);
+    decoder in(&channel);
+    codable* object = nullptr;
+    in.decode_object(object);
+    const std::unique_ptr<codable> owned(object);
+    const auto* read = dynamic_cast<logoff*>(object);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(std::tuple(read->force, read->force_if_locked, read->during_install,
+                         read->during_remove, read->during_undo, read->during_commit),
+              std::tuple(1, 0, 0, 0, 1, 0));
 }
