@@ -147,7 +147,7 @@ explanation condition_of(const km::cm_command& command) {
     km::condition when(command.condition);
     const bool holds = when.evaluate(nullptr);
     if (!when.error.empty())
-        return {false, std::string("its condition cannot be evaluated: ") + when.error.mbcs_str()};
+        return {false, "its condition cannot be evaluated: " + without_id(when.error.mbcs_str())};
     return {holds, holds ? "its condition is true" : "its condition is false"};
 }
 
@@ -299,9 +299,10 @@ void history(const std::string& target, outcome& result) {
             line += c;
             continue;
         }
-        if (const auto name = behind(line, "Software Package:"); !name.empty()) {
+        if (const auto name = behind(line, "Software Package: \""); !name.empty()) {
             close();
-            one = {{"package", name}, {"lines", 0}, {"failed", 0}};
+            one = {
+                {"package", name.substr(0, name.find_last_of('"'))}, {"lines", 0}, {"failed", 0}};
         } else if (!one.is_null()) {
             if (const auto text = behind(line, "Operation:"); !text.empty())
                 one["operation"] = text;

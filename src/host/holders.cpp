@@ -88,9 +88,8 @@ std::uint64_t hash_of_path(const std::string& path) {
     return hash;
 }
 
-std::unordered_set<std::uint64_t> held_by_others(const catalog_store& store,
-                                                 const package_id& but) {
-    std::unordered_set<std::uint64_t> all;
+path_hashes held_by_others(const catalog_store& store, const package_id& but) {
+    path_hashes all;
     for (const auto& one : find_packages(const_cast<catalog_store&>(store).catalog(), "")) {
         if (one.id.text() == but.text() || one.entry->last_action != km::a_execute)
             continue;
@@ -122,6 +121,13 @@ void forget_holders(const package_id& id) {
     fs::remove(file_of(id), error);
 }
 
+void tell_held(long count, outcome& result) {
+    if (count)
+        result.info("held", std::to_string(count) +
+                                " paths stay, because other packages hold them, too "
+                                "('kmctl who-uses PATH' tells which).");
+}
+
 long keep_what_others_hold(const catalog_store& store, const package_id& id, km::cm_package& tree,
                            outcome& result) {
     const auto held = held_by_others(store, id);
@@ -136,10 +142,7 @@ long keep_what_others_hold(const catalog_store& store, const package_id& id, km:
         add->set_is_effective(0);
         ++kept;
     });
-    if (kept)
-        result.info("held", std::to_string(kept) +
-                                " paths stay, because other packages hold them, too "
-                                "('kmctl who-uses PATH' tells which).");
+    tell_held(kept, result);
     return kept;
 }
 

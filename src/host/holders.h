@@ -14,14 +14,19 @@
 
 namespace kmhost {
 
+using path_hashes = std::unordered_set<std::uint64_t>;
+
 std::uint64_t hash_of_path(const std::string& path);
 
 // Paths of all installed packages but `but`; lists that are missing or damaged are made again.
-std::unordered_set<std::uint64_t> held_by_others(const catalog_store& store, const package_id& but);
+path_hashes held_by_others(const catalog_store& store, const package_id& but);
 
 // Writes the list of a package. A failure only means that it is made again later.
 void write_holders(const package_id& id, km::cm_package& tree);
 void forget_holders(const package_id& id);
+
+// Tells that so many paths stay; nothing for 0.
+void tell_held(long count, outcome& result);
 
 // Switches commands off whose object another package holds, too; those paths are told. Returns how
 // many.

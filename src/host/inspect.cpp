@@ -6,6 +6,7 @@
 #include "command_filter.h"
 #include "continue_run.h"
 #include "difference.h"
+#include "file_object.h"
 #include "intent.h"
 #include "lookup.h"
 #include "messages.h"
@@ -14,7 +15,7 @@
 #include "session.h"
 #include "tree_walk.h"
 
-#include <algorithm>
+#include <map>
 
 namespace kmhost {
 
@@ -70,8 +71,8 @@ bool verify_one(session& at, const package_id& id, outcome& result) {
         result.text +=
             id.text() + ": its backup " + before.undo_package_name.mbcs_str() + " is missing\n";
     result.fail(static_cast<exit_code>(exit_differences), "differences",
-                id.text() + " is not as it was installed. 'kmctl repair " + id.text() +
-                    "' puts it right again.");
+                id.text() + " is not as it was installed. " +
+                    advice_on_difference(id, *at.entry()));
     return true;
 }
 
@@ -115,12 +116,77 @@ bool is_same_package(const opened_package& opened, const package_id& id, const s
     return false;
 }
 
-std::string source_of(session& at, const package_id& id, const std::string& file) {
-    if (!file.empty())
-        return absolute_path(file);
-    const auto* entry = at.store.find(id.name, id.version);
-    const auto profile = open_profile(entry->profile_name.mbcs_str(), at.messages, at.result());
-    return profile ? profile->source_path.mbcs_str() : "";
+// What the file tells of the data of each of its files, by the number of their entry.
+struct told_data {
+    std::string digest;
+    bool in_base;
+};
+using data_of_file = std::map<int, told_data>;
+
+data_of_file data_of(km::cm_package& in_file) {
+    data_of_file all;
+    each_leaf(in_file, [&all](km::cm_command& command) {
+        auto* on = dynamic_cast<km::cm_object_command*>(&command);
+        if (auto* file = on ? dynamic_cast<km::km_file*>(on->object) : nullptr;
+            file && file->sequence > 0)
+            all[file->sequence] = {file->digest.mbcs_str(), file->in_base != 0};
+    });
+    return all;
+}
+
+// A repair walks the tree as it was installed: its profile knows the values of variables of that
+// day, and what the install left alone. Only the data come from the file.
+bool select_what_differs(km::cm_package& profile, long& count) {
+    std::map<km::cm_add_object*, int> removes_modified;
+    each_leaf(profile, [&](km::cm_command& command) {
+        if (auto* add = dynamic_cast<km::cm_add_object*>(&command))
+            removes_modified[add] = add->remove_if_modified;
+    });
+    km::detect_any_change changed;
+    if (!profile.select_commands(changed, 1))
+        return false;
+    each_leaf(profile, [&](km::cm_command& command) {
+        ++count;
+        // Selected commands replace in any case; but a later remove still spares a user's changes.
+        if (auto* add = dynamic_cast<km::cm_add_object*>(&command))
+            add->remove_if_modified = removes_modified[add];
+    });
+    return true;
+}
+
+// Another package of the same name, or another build of it, has other data.
+bool has_the_data(km::cm_package& selected, const data_of_file& data, const std::string& file,
+                  outcome& result) {
+    std::string missing;
+    each_leaf(selected, [&](km::cm_command& command) {
+        auto* on = dynamic_cast<km::cm_object_command*>(&command);
+        auto* object = on ? dynamic_cast<km::km_file*>(on->object) : nullptr;
+        if (!object || object->sequence <= 0)
+            return;
+        const auto told = data.find(object->sequence);
+        if (told == data.end() || told->second.digest != object->digest.mbcs_str())
+            missing = object->path_bytes();
+        else
+            object->in_base = told->second.in_base;
+    });
+    if (missing.empty())
+        return true;
+    result.fail(exit_failed, "other_package",
+                file + " is not the file that was installed: it does not hold the data of " +
+                    missing + ". Nothing was changed.");
+    return false;
+}
+
+void tell_whole(session& at, outcome& result) {
+    km::cm_package* none = nullptr;
+    const auto profile = open_profile(at.entry()->profile_name.mbcs_str(), at.messages, result);
+    if (!profile)
+        return;
+    at.take(*profile);
+    profile->verify(none, 0, 0); // heals an error that is none any more
+    result.word = "nothing";
+    result.package = facts_of(at.id, at.entry());
+    result.text = at.id.text() + " is as installed; nothing was to do";
 }
 
 } // namespace
@@ -133,44 +199,36 @@ void repair(const operation_request& request, const std::string& file, worker_li
     package_id id;
     if (!find_package(at.store.catalog(), request.target, id, result))
         return;
-    const std::string source = source_of(at, id, file);
-    if (result.failed())
+    const auto package = open_profile(at.store.find(id.name, id.version)->profile_name.mbcs_str(),
+                                      at.messages, result);
+    if (!package)
         return;
+    at.take(*package);
+    constexpr unsigned mode = km::m_repair;
+    if (!at.passes_gate(*package, km::o_execute, km::a_execute, mode, "repair"))
+        return;
+    const std::string source = file.empty() ? package->source_path.mbcs_str() : absolute_path(file);
+    long count = 0;
+    if (!select_what_differs(*package, count))
+        return tell_whole(at, result);
     opened_package opened;
-    if (!open_package(source, request.definitions, at.messages, opened, result)) {
+    if (!open_package(source, {}, at.messages, opened, result, 0)) {
         if (file.empty())
             result.info("source", "The package was installed from " + source + "; 'kmctl repair " +
                                       id.text() +
                                       " --from FILE' takes its data from another place.");
         return;
     }
-    if (!is_same_package(opened, id, source, result))
+    if (!is_same_package(opened, id, source, result) ||
+        !has_the_data(*package, data_of(*opened.package), source, result) ||
+        !write_intent({"repair", id, source, request.definitions, 0, 0}, result))
         return;
-    km::cm_package& package = *opened.package;
-    package.source_path = km::pathname(source.c_str());
-    at.take(package);
-    const unsigned mode = km::m_repair;
-    if (!at.passes_gate(package, km::o_execute, km::a_execute, mode, "repair"))
-        return;
-    km::detect_any_change changed;
-    if (!package.select_commands(changed, 1)) {
-        km::cm_package* none = nullptr;
-        const auto profile = open_profile(at.entry()->profile_name.mbcs_str(), at.messages, result);
-        if (profile) {
-            at.take(*profile);
-            profile->verify(none, 0, 0); // heals an error that is none any more
-        }
-        result.word = "nothing";
-        result.package = facts_of(id, at.entry());
-        result.text = id.text() + " is as installed; nothing was to do";
-        return;
-    }
-    if (!write_intent({"repair", id, source, request.definitions, 0, 0}, result))
-        return;
-    long count = 0;
-    each_leaf(package, [&count](km::cm_command&) { ++count; });
-    const auto answer = package.execute(km::a_execute, static_cast<int>(mode), 0);
-    at.finish(package, answer, "repaired", "repair");
+    at.take(*package); // decoding the file made it the package of the variables
+    package->input_channel = opened.reader.get();
+    package->source_path = km::pathname(source.c_str());
+    const auto answer = package->execute(km::a_execute, static_cast<int>(mode), 0);
+    package->input_channel = nullptr;
+    at.finish(*package, answer, "repaired", "repair");
     if (is_success(answer))
         result.text += " (" + std::to_string(count) + " objects)";
     drop_intent(id);

@@ -1,6 +1,7 @@
 // later_operations: commit, accept, undo, rollback
 // no format
 // invariant: the entry that the gate allowed is the one that the operation works on
+#include "holders.h"
 #include "intent.h"
 #include "lookup.h"
 #include "made_directories.h"
@@ -18,7 +19,6 @@ namespace {
 struct kind {
     const char* word;
     int operation;
-    const char* done;
     km::cm_result (km::cm_package::*call)(int mode, int argument);
     unsigned (*mode_of)(const km::cm_catalog_entry& entry, unsigned asked);
 };
@@ -31,22 +31,37 @@ unsigned undo_mode(const km::cm_catalog_entry&, unsigned asked) {
     return asked & km::m_transactional;
 }
 
-constexpr kind commit_kind{"commit", km::o_commit, "committed", &km::cm_package::commit,
-                           commit_mode};
-constexpr kind accept_kind{"accept", km::o_accept, "accepted; its undo is not possible any more",
-                           &km::cm_package::accept, no_mode};
-constexpr kind undo_kind{"undo", km::o_undo, "undone", &km::cm_package::undo, undo_mode};
-constexpr kind rollback_kind{"rollback", km::o_rollback, "rolled back", &km::cm_package::rollback,
-                             no_mode};
+constexpr kind commit_kind{"commit", km::o_commit, &km::cm_package::commit, commit_mode};
+constexpr kind accept_kind{"accept", km::o_accept, &km::cm_package::accept, no_mode};
+constexpr kind undo_kind{"undo", km::o_undo, &km::cm_package::undo, undo_mode};
+constexpr kind rollback_kind{"rollback", km::o_rollback, &km::cm_package::rollback, no_mode};
+
+const char* done_words(int operation, const km::cm_catalog_entry& before,
+                       const km::cm_catalog_entry* after) {
+    switch (operation) {
+    case km::o_undo:
+        return undone_words(after);
+    case km::o_accept:
+        return "accepted; its undo is not possible any more";
+    case km::o_rollback:
+        return "rolled back";
+    default:
+        if (before.cm_status == km::cs_committed_undo_prepared)
+            return undone_words(after);
+        return before.last_action == km::a_execute ? installed_words(after) : removed_words(after);
+    }
+}
 
 // What follows beside the engine's own work once it has succeeded.
 void follow_up(session& at, const kind& what) {
-    if (what.operation == km::o_undo && !at.entry())
-        restore_after_undo(at.store, at.id, at.result());
     if (what.operation == km::o_accept)
         forget_upgrade(at.id);
-    if (!at.entry())
-        km::hand_over_made_directories(at.id.name, at.id.version);
+    if (at.entry())
+        return;
+    if (what.operation == km::o_undo || what.operation == km::o_commit)
+        restore_after_undo(at.store, at.id, at.result());
+    forget_holders(at.id);
+    km::hand_over_made_directories(at.id.name, at.id.version);
 }
 
 void run(const kind& what, const operation_request& request, worker_line& line, outcome& result) {
@@ -63,14 +78,17 @@ void run(const kind& what, const operation_request& request, worker_line& line, 
     at.take(*package);
     if (const auto cut = intent_of(id); cut && cut->command != what.word)
         result.warn("cut", cut_words(*cut));
-    if (request.dry_run)
-        return plan_later(*package, at.id, before, what.operation, result);
     const unsigned mode = what.mode_of(before, request.mode);
+    if (request.dry_run) {
+        if (at.would_pass_gate(*package, what.operation, km::a_execute, mode, what.word))
+            plan_later(*package, at.id, before, what.operation, result);
+        return;
+    }
     if (!at.passes_gate(*package, what.operation, km::a_execute, mode, what.word) ||
         !write_intent({what.word, id, "", {}, request.mode, 0}, result))
         return;
     const auto answer = (package.get()->*what.call)(static_cast<int>(mode), 0);
-    at.finish(*package, answer, what.done, what.word);
+    at.finish(*package, answer, done_words(what.operation, before, at.entry()), what.word);
     if (answer == km::cm_command::success_retry)
         return; // the intent stays: it goes on later
     if (is_success(answer))

@@ -30,4 +30,11 @@ void take_messages(const km::spmessage& from, outcome& result) {
     }
 }
 
+std::string without_id(const std::string& text) {
+    constexpr size_t id_length = 10; // "ZNPSE0287E"
+    return text.compare(0, 5, "ZNPSE") == 0 && text.size() > id_length && text[id_length] == ' '
+               ? text.substr(id_length + 1)
+               : text;
+}
+
 } // namespace kmhost

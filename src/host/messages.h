@@ -9,4 +9,7 @@ namespace kmhost {
 // Adds each message of the list, once, with its severity; message 82 and the like keep their id.
 void take_messages(const km::spmessage& from, outcome& result);
 
+// A bound text of the engine without the number of its message.
+std::string without_id(const std::string& text);
+
 } // namespace kmhost

@@ -46,19 +46,6 @@ void tell_nothing_to_do(session& at) {
                                  "again)";
 }
 
-const char* installed_words(const km::cm_catalog_entry* entry) {
-    switch (entry ? entry->cm_status : km::cs_committed) {
-    case km::cs_prepared:
-    case km::cs_prepared_undo_prepared:
-    case km::cs_prepared_undoable:
-        return "prepared; 'kmctl commit' puts it in place, 'kmctl rollback' takes it back";
-    case km::cs_committed_undoable:
-        return "installed; 'kmctl undo' takes it back, 'kmctl accept' makes it final";
-    default:
-        return "installed";
-    }
-}
-
 // A cut operation of another kind stands in the way of nothing, but is named.
 void tell_cut_operation(const package_id& id, const char* command, outcome& result) {
     const auto cut = intent_of(id);
@@ -113,7 +100,8 @@ void install(const operation_request& request, worker_line& line, outcome& resul
         return tell_nothing_to_do(at);
     }
     if (request.dry_run) {
-        plan_install(package, at.id, at.entry(), forced, result);
+        if (at.would_pass_gate(package, km::o_execute, km::a_execute, request.mode, "install"))
+            plan_install(package, at.id, at.entry(), result);
         take_messages(at.messages, result);
         return;
     }
@@ -183,19 +171,6 @@ bool was_just_finished(const catalog_store& store, const std::string& target, ou
     return false;
 }
 
-const char* removed_words(const km::cm_catalog_entry* entry) {
-    if (!entry)
-        return "removed";
-    switch (entry->cm_status) {
-    case km::cs_committed_undoable:
-        return "removed; 'kmctl undo' brings it back, 'kmctl accept' makes it final";
-    case km::cs_committed:
-        return "removed";
-    default:
-        return "prepared for its removal; 'kmctl commit' removes it, 'kmctl rollback' keeps it";
-    }
-}
-
 // Of a package whose undo is still possible the engine removes nothing; accepting it first does.
 bool accept_before_remove(session& at, km::cm_package& package) {
     if (!at.passes_gate(package, km::o_accept, km::a_execute, km::m_intelligent_remove, "accept"))
@@ -238,7 +213,8 @@ void remove(const operation_request& request, worker_line& line, outcome& result
     at.take(*package);
     tell_cut_operation(id, "remove", result);
     if (request.dry_run) {
-        plan_remove(*package, at.id, before, request.mode & km::m_force, result);
+        if (at.would_pass_gate(*package, km::o_execute, km::a_reverse, request.mode, "remove"))
+            plan_remove(*package, at.id, before, held_by_others(at.store, id), result);
         return;
     }
     const bool accepts_first =

@@ -36,11 +36,7 @@ void tell_plan(const tally& all, const package_id& id, const km::cm_catalog_entr
 } // namespace
 
 void plan_install(km::cm_package& package, const package_id& id, const km::cm_catalog_entry* entry,
-                  bool force, outcome& result) {
-    if (entry && !force && (entry->cm_status | entry->current_cm_status)) {
-        tell_refusal(1, "install", id, entry, result);
-        return;
-    }
+                  outcome& result) {
     package.operation_name = u"install";
     package.can_execute(km::a_execute, km::p_do);
     if (package.result != km::cm_command::success)
@@ -60,28 +56,29 @@ void plan_install(km::cm_package& package, const package_id& id, const km::cm_ca
 }
 
 void plan_remove(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
-                 bool force, outcome& result) {
-    const bool in_error = (entry.cm_status | entry.current_cm_status) & km::cs_error;
-    if (in_error && !force) {
-        tell_refusal(1, "remove", id, &entry, result);
-        return;
-    }
+                 const path_hashes& held, outcome& result) {
     package.operation_name = u"remove";
     tally all;
-    each_leaf(package, [&all](km::cm_command& command) {
+    long kept = 0;
+    each_leaf(package, [&](km::cm_command& command) {
         auto* add = dynamic_cast<km::cm_add_object*>(&command);
         if (!add || !add->object || !add->object->exists(km::p_do))
             return;
         const std::string path = add->object->get_name().mbcs_str();
         const auto* directory = dynamic_cast<const km::km_directory*>(add->object);
         const bool shared = add->object->is_shared;
-        if (shared ? !add->is_to_be_shared_removed() : !add->is_to_be_removed())
+        const bool is_held = add->is_effective && held.count(hash_of_path(path));
+        kept += is_held;
+        if (is_held)
+            all.add("keep", path);
+        else if (shared ? !add->is_to_be_shared_removed() : !add->is_to_be_removed())
             all.add("keep", path);
         else if (directory && !directory->created)
             all.add("keep", path);
         else
             all.add("remove", path);
     });
+    tell_held(kept, result);
     tell_plan(all, id, &entry, "remove", result);
 }
 
@@ -139,13 +136,12 @@ void plan_later(km::cm_package& package, const package_id& id, const km::cm_cata
     tally all;
     switch (operation) {
     case km::o_commit:
-        plan_commit(package, entry.last_action == km::a_execute, all);
+        if (entry.current_cm_status == km::cs_committed_undo_prepared)
+            plan_undo(entry, all, result);
+        else
+            plan_commit(package, entry.last_action == km::a_execute, all);
         break;
     case km::o_undo:
-        if (entry.current_cm_status != km::cs_committed_undoable) {
-            tell_refusal(1, "undo", id, &entry, result);
-            return;
-        }
         plan_undo(entry, all, result);
         break;
     case km::o_rollback:

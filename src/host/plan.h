@@ -1,6 +1,7 @@
 // plan: what an operation would do, without doing it
 #pragma once
 
+#include "holders.h"
 #include "outcome.h"
 #include "package.h"
 #include "words.h"
@@ -9,9 +10,10 @@ namespace kmhost {
 
 // Asks every command whether it could run, and tells what it would change. Nothing is changed.
 void plan_install(km::cm_package& package, const package_id& id, const km::cm_catalog_entry* entry,
-                  bool force, outcome& result);
+                  outcome& result);
+// Paths in `held` belong to other packages, too, and stay.
 void plan_remove(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
-                 bool force, outcome& result);
+                 const path_hashes& held, outcome& result);
 
 // commit, accept, undo and rollback (km::operation).
 void plan_later(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,

@@ -88,7 +88,7 @@ void status(const std::string& target, outcome& result) {
     result.data["state_text"] = state_words(&entry);
     result.data["changed"] = entry.installed_filepack_time;
     result.data["profile"] = entry.profile_name.mbcs_str();
-    const std::string next = advice(id, entry);
+    const std::string next = next_steps(id, entry);
     result.data["advice"] = next;
     result.text = id.text() + "\n" + letters_of(&entry) + "  " + state_words(&entry) + "\n" +
                   "last result: " + km::result_text(entry.entry_operation_result) + "\n" +
@@ -96,6 +96,27 @@ void status(const std::string& target, outcome& result) {
                   "profile:     " + entry.profile_name.mbcs_str() + "\n" +
                   (next.empty() ? "" : next + "\n");
 }
+
+namespace {
+
+// Of packages that are gone, or of several versions: the one that something was done with last.
+package_id latest_log(const fs::path& directory, const package_id& of) {
+    package_id found = of;
+    fs::file_time_type last{};
+    std::error_code error;
+    for (const auto& one : fs::directory_iterator(directory, error)) {
+        const package_id id = parse_id(one.path().stem().string());
+        const auto written = one.last_write_time(error);
+        if (id.name == of.name && !id.version.empty() && one.path().extension() == ".log" &&
+            (found.version.empty() || written > last)) {
+            found = id;
+            last = written;
+        }
+    }
+    return found;
+}
+
+} // namespace
 
 void log(const std::string& target, outcome& result) {
     package_id id = parse_id(target);
@@ -106,8 +127,8 @@ void log(const std::string& target, outcome& result) {
     if (id.version.empty()) {
         outcome ignored;
         package_id known;
-        if (find_package(store.catalog(), target, known, ignored))
-            id = known;
+        id = find_package(store.catalog(), target, known, ignored) ? known
+                                                                   : latest_log(directory, id);
     }
     const fs::path file = directory / (id.text() + ".log");
     std::ifstream in(file, std::ios::binary);

@@ -65,6 +65,15 @@ bool session::passes_gate(km::cm_package& package, int operation, int action, un
     return false;
 }
 
+bool session::would_pass_gate(km::cm_package& package, int operation, int action, unsigned mode,
+                              const char* word) {
+    if (!entry() || !is_interrupted(*entry()) || (mode & km::m_force))
+        return passes_gate(package, operation, action, mode, word);
+    tell_refusal(1, word, id, entry(), result_);
+    result_.package = facts_of(id, entry());
+    return false;
+}
+
 namespace {
 
 // Whether the run ended in front of the first change.
@@ -122,7 +131,8 @@ void session::finish(const km::cm_package& package, km::cm_result engine_result,
 void session::tell_state_failure(const km::cm_package& package) {
     const std::string state = setting("product_dir");
     struct statvfs room {};
-    if (package.internal_error != km::ie_catalog_update && !result_.messages.empty())
+    if (package.internal_error != km::ie_catalog_update &&
+        (was_refused(package) || !result_.messages.empty()))
         return;
     std::string why = "the catalog or the profile below " + state + " could not be written";
     if (::statvfs(state.c_str(), &room) == 0)

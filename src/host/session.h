@@ -24,6 +24,9 @@ class session {
     // Asks the gate; a refusal is told in words. `operation` is km::operation, `word` its name.
     bool passes_gate(km::cm_package& package, int operation, int action, unsigned mode,
                      const char* word);
+    // The same for a dry run: changes nothing, also where the engine would note an error.
+    bool would_pass_gate(km::cm_package& package, int operation, int action, unsigned mode,
+                         const char* word);
     // Tells what the engine's result means: `done` is what the package is then ("installed").
     void finish(const km::cm_package& package, km::cm_result engine_result, const char* done,
                 const char* word);

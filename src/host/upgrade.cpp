@@ -80,7 +80,7 @@ bool upgrader::find_old() {
     for (const auto& one : find_packages(at_.store.catalog(), "")) {
         if (one.id.name != at_.id.name || one.id.version == at_.id.version)
             continue;
-        if (!stands_installed(*one.entry)) {
+        if (!stands_installed(*one.entry) && !found_different(*one.entry)) {
             tell_refusal(1, "upgrade", one.id, one.entry, result_);
             return false;
         }
@@ -201,15 +201,19 @@ void upgrader::plan() {
     };
     objects_by_path mine;
     collect(package_, mine);
-    for (const auto& [path, object] : mine)
+    for (const auto& [path, object] : mine) {
+        if (auto* directory = dynamic_cast<km::km_directory*>(object))
+            directory->always_put = false; // what stands there is asked, not what the run does
         if (!object->exists(km::p_do))
             tell("add", path);
         else if (!object->is_identical(km::p_do))
             tell("replace", path);
+    }
     for (const auto& path : users_)
         tell("keep beside", path);
     for (const auto& path : goes_)
         tell("remove", path);
+    result_.package = facts_of(at_.id, at_.entry());
     result_.data["plan"] = lines;
     result_.text += "The upgrade to " + at_.id.text() + " would do this; nothing was changed";
 }
@@ -241,10 +245,10 @@ void upgrader::finish(km::cm_result answer) {
 }
 
 bool upgrader::execute() {
-    const unsigned mode = km::m_binary_file | km::m_undoable | (request_.mode & km::m_force);
+    const unsigned mode = km::m_binary_file | km::m_undoable; // --force means an older version only
     if (!at_.passes_gate(package_, km::o_execute_undoable, km::a_execute, mode, "upgrade"))
         return false;
-    finish(package_.execute(km::a_execute, static_cast<int>(mode & ~km::m_force), 0));
+    finish(package_.execute(km::a_execute, static_cast<int>(mode), 0));
     return true;
 }
 
@@ -262,18 +266,23 @@ void upgrader::run() {
         result_.text = at_.id.text() + " is installed already; nothing was to do";
         return;
     }
-    if (goes_on_from_profile(entry, request_.mode)) {
+    if (goes_on_from_profile(entry, 0)) {
         km::cm_result answer = km::cm_command::failure;
         if (continue_run(at_, request_.target, answer))
             finish(answer);
         drop_intent(at_.id);
         return;
     }
+    if (entry && is_in_error(*entry))
+        return tell_refusal(1, "upgrade", at_.id, entry, result_);
     if (!find_old() || !load_old())
         return;
     merge();
     if (request_.dry_run)
-        return plan();
+        return at_.would_pass_gate(package_, km::o_execute_undoable, km::a_execute,
+                                   km::m_binary_file, "upgrade")
+                   ? plan()
+                   : void();
     if (!write_intent({"upgrade", at_.id, request_.target, request_.definitions, request_.mode, 0},
                       result_))
         return;

@@ -9,6 +9,7 @@
 #include "durable.h"
 #include "encode_channel.h"
 #include "file_channel.h"
+#include "holders.h"
 #include "kill_point.h"
 #include "location.h"
 #include "made_directories.h"
@@ -167,6 +168,7 @@ bool drop_old_versions(const upgrade_record& record, catalog_store& store, outco
             return fail(result, id.text() + " cannot be taken out of the catalog",
                         "its entry or its profile cannot be removed");
         km::hand_over_made_directories(id.name, id.version);
+        forget_holders(id);
     }
     store.prune_counts();
     return true;

@@ -51,7 +51,9 @@ std::string state_words(const km::cm_catalog_entry* entry) {
     std::string words = status >= 0 && status < km::cm_states
                             ? (removes ? remove_words : install_words)[status]
                             : "in an unknown state";
-    if (error)
+    if (found_different(*entry))
+        words += ", but in error: what stands differs from what was installed";
+    else if (error)
         words += ", but in error: its last operation failed";
     else if (entry->current_result >= 1 && entry->current_result <= 5)
         words += ", waiting for a reboot";
@@ -64,11 +66,59 @@ std::string state_words(const km::cm_catalog_entry* entry) {
     return words;
 }
 
+bool found_different(const km::cm_catalog_entry& entry) {
+    return entry.current_cm_status == km::cs_error && entry.last_action == km::a_execute &&
+           (entry.cm_status == km::cs_committed || entry.cm_status == km::cs_committed_undoable ||
+            entry.cm_status == km::cs_committed_undo_prepared) &&
+           (entry.entry_operation_result == km::cm_command::success ||
+            entry.entry_operation_result == km::cm_command::warning);
+}
+
+namespace {
+
+std::string call(const char* command, const package_id& id) {
+    return std::string("'kmctl ") + command + " " + id.text() + "'";
+}
+
+std::string advice_on_error(const package_id& id, const km::cm_catalog_entry& entry) {
+    const bool installs = entry.last_action == km::a_execute;
+    switch (entry.cm_status) {
+    case km::cs_prepared:
+    case km::cs_prepared_undo_prepared:
+    case km::cs_prepared_undoable:
+        return "It can be neither committed nor rolled back any more. " +
+               (installs ? call("remove --force", id) + " drops what is prepared, and "
+                         : call("remove --force", id) + " removes it, and ") +
+               "'kmctl install --force FILE' installs it from its package file.";
+    case km::cs_committed_undoable:
+        return "Remove the cause, then " + call("undo", id) +
+               " can be tried again; 'kmctl install --force FILE' installs it again from its "
+               "package file, and gives up the undo.";
+    default:
+        return "'kmctl install --force FILE' installs it again from its package file, and " +
+               call("remove --force", id) + " takes it away.";
+    }
+}
+
+} // namespace
+
+std::string advice_on_difference(const package_id& id, const km::cm_catalog_entry& entry) {
+    if (entry.cm_status == km::cs_committed)
+        return call("repair", id) + " puts it right again, and " + call("remove --force", id) +
+               " removes the package and leaves what was changed.";
+    std::string text = "Once it is put back by hand, " + call("verify", id) + " clears the error";
+    if (entry.cm_status == km::cs_committed_undoable)
+        text += "; " + call("undo", id) + " takes the package back as it is";
+    else
+        text += ", and " + call("commit", id) + " carries out the undo";
+    return text + "; 'kmctl install --force FILE' puts it in place again and gives up the undo.";
+}
+
 std::string advice(const package_id& id, const km::cm_catalog_entry& entry) {
+    if (found_different(entry))
+        return call("verify", id) + " tells what differs. " + advice_on_difference(id, entry);
     if ((entry.cm_status | entry.current_cm_status) & km::cs_error)
-        return "'kmctl install --force FILE' installs it again from its package file, and 'kmctl "
-               "remove --force " +
-               id.text() + "' takes it away.";
+        return advice_on_error(id, entry);
     if (entry.current_result >= 1 && entry.current_result <= 5)
         return "It goes on after a reboot of this machine.";
     if (entry.current_result == 6)
@@ -76,10 +126,62 @@ std::string advice(const package_id& id, const km::cm_catalog_entry& entry) {
     return "";
 }
 
+std::string next_steps(const package_id& id, const km::cm_catalog_entry& entry) {
+    if (const std::string wrong = advice(id, entry); !wrong.empty())
+        return wrong;
+    const bool installs = entry.last_action == km::a_execute;
+    switch (entry.current_cm_status) {
+    case km::cs_prepared:
+    case km::cs_prepared_undo_prepared:
+    case km::cs_prepared_undoable:
+        return call("commit", id) + (installs ? " puts it in place, " : " removes it, ") +
+               call("rollback", id) + (installs ? " takes it back." : " keeps it.");
+    case km::cs_committed_undoable:
+        return call("undo", id) + (installs ? " takes it back, " : " brings it back, ") +
+               call("accept", id) + " makes it final.";
+    case km::cs_committed_undo_prepared:
+        return call("commit", id) + " carries out the undo; nothing drops it any more.";
+    default:
+        return "";
+    }
+}
+
+const char* installed_words(const km::cm_catalog_entry* entry) {
+    switch (entry ? entry->cm_status : km::cs_committed) {
+    case km::cs_prepared:
+    case km::cs_prepared_undo_prepared:
+    case km::cs_prepared_undoable:
+        return "prepared; 'kmctl commit' puts it in place, 'kmctl rollback' takes it back";
+    case km::cs_committed_undoable:
+        return "installed; 'kmctl undo' takes it back, 'kmctl accept' makes it final";
+    default:
+        return "installed";
+    }
+}
+
+const char* removed_words(const km::cm_catalog_entry* entry) {
+    switch (entry ? entry->cm_status : km::cs_committed) {
+    case km::cs_committed_undoable:
+        return "removed; 'kmctl undo' brings it back, 'kmctl accept' makes it final";
+    case km::cs_committed:
+        return "removed";
+    default:
+        return "prepared for its removal; 'kmctl commit' removes it, 'kmctl rollback' keeps it";
+    }
+}
+
+const char* undone_words(const km::cm_catalog_entry* entry) {
+    if (!entry)
+        return "undone";
+    return entry->cm_status == km::cs_committed_undo_prepared
+               ? "prepared for its undo; 'kmctl commit' carries it out, and nothing drops it"
+               : "undone: it is installed again";
+}
+
 void tell_refusal(int gate_answer, const char* operation, const package_id& id,
                   const km::cm_catalog_entry* entry, outcome& result) {
     const std::string head = std::string("The ") + operation + " of " + id.text() + " is refused";
-    const std::string next = entry ? advice(id, *entry) : "";
+    const std::string next = entry ? next_steps(id, *entry) : "";
     const std::string tail = next.empty() ? "" : " " + next;
     switch (gate_answer) {
     case 3:

@@ -48,7 +48,7 @@ void add_later(CLI::App& app, const char* name, const char* about, life_argument
                   "Tell what would change, and change nothing");
     if (std::string(name) == "undo")
         one->add_flag("--prepare", given.undo_prepared,
-                      "Prepare the undo; 'commit' carries it out, 'accept' drops it");
+                      "Prepare the undo; 'commit' carries it out, nothing drops it");
     one->callback([&given, choose, name, call] {
         if (given.undo_prepared)
             given.operation.mode = km::m_transactional;

@@ -59,7 +59,8 @@ void print_message(const global_options& options, const kmhost::message& one) {
                                                                 : "";
     const bool color = wants_color(options) && one.level != kmhost::severity::info;
     std::string text = printable(one.text, true);
-    if (options.verbose)
+    // Numbers of the engine's messages are for programs.
+    if (options.verbose && one.id.compare(0, 5, "ZNPSE") != 0)
         text += " [" + one.id + "]";
     std::fprintf(stderr, "%s%s%s%s\n", color ? color_of(one.level) : "", head,
                  color ? "\x1b[0m" : "", text.c_str());

@@ -329,7 +329,7 @@ cm_result km_object::add(int phase) {
     case p_commit_cleanup:
         drop_staged();
         drop_temporary();
-        return result = finish_add();
+        return result = was_undone() ? cm_command::success : finish_add();
     default:
         return result;
     }
@@ -363,6 +363,12 @@ cm_result km_object::remove(int phase) {
     default:
         return result;
     }
+}
+
+// The commit of a prepared undo cleans up behind the package that it took back.
+bool km_object::was_undone() const {
+    return package && !package->is_backup_package && package->catalog_entry &&
+           package->catalog_entry->current_cm_status == cs_initial;
 }
 
 int km_object::exists(int phase) {

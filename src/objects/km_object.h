@@ -123,6 +123,7 @@ class km_object : public cm_object {
 
     void drop_unnoted();
     void import_rights(importer& from);
+    bool was_undone() const;
 
     mutable std::string bytes_;
     mutable ustring bytes_of_;

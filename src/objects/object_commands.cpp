@@ -64,7 +64,18 @@ void km_add_command::do_execute(int action, int phase) {
     if (action == a_reverse && takes_back_prepared(phase))
         return;
     tell_what_stays(action, phase);
+    const bool stays = leaves_existing(action, phase);
     cm_add_object::do_execute(action, phase);
+    if (stays && result == success)
+        is_effective = 0; // as after an install in one run: no remove takes it away
+}
+
+// A commit that meets what it must not replace. Where no copy waits it has put its own in place
+// before it was cut.
+bool km_add_command::leaves_existing(int action, int phase) {
+    auto* on = dynamic_cast<km_object*>(object);
+    return on && action == a_execute && phase == p_commit && !replace_if_existing &&
+           !on->is_shared && on->is_only_prepared() && on->exists(p_do);
 }
 
 // What was only prepared has put nothing in place: what stands there is somebody else's, also for

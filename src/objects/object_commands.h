@@ -28,6 +28,7 @@ class km_add_command : public cm_add_object {
   private:
     void tell_what_stays(int action, int phase);
     bool takes_back_prepared(int phase);
+    bool leaves_existing(int action, int phase);
 };
 
 class km_remove_command : public cm_remove_object {

@@ -127,6 +127,14 @@ void cm_package::make_undo_package(int action, int phase) {
     if (variables)
         undo->variables = variables;
     const pathname backup_dir(base_configuration().get_var(u"backup_dir"));
+    if (!backup_dir.is_valid()) { // it would be the current directory of whoever calls
+        KM_TRACE(trace_error, "common", "Error: obtaining backup_temp_file");
+        if (messages)
+            messages->add("E The setting backup_dir is empty; it must name the directory of "
+                          "backups.\n");
+        result = failure;
+        return;
+    }
     file(backup_dir).mk_tree();
     const std::unique_ptr<file> name(file::get_temp_name(backup_dir, u"UP", 1, nullptr));
     if (!name) {

@@ -1,0 +1,190 @@
+"""The life of a package behind its install: prepare and commit, undo, upgrade, verify and repair;
+states, words and trees at every step."""
+import glob
+import os
+
+import support
+from support import KmctlCase, picture
+
+FIRST = {"d/common": "one\n", "d/same": "same\n", "d/sub/onlyold": "old\n", "d/l": ("common",)}
+SECOND = {"d/common": "two\n", "d/same": "same\n", "d/new/f": "new\n", "d/l": ("same",)}
+
+
+class Life(KmctlCase):
+    def setUp(self):
+        super().setUp()
+        self.one = self.build(FIRST, "p", "1")
+        self.two = self.build(SECOND, "p", "2")
+
+    def play(self, *steps):
+        """Steps (words, exit code, letters by version or None, what the words hold)."""
+        for words, code, letters, *texts in steps:
+            words = words.format(one=self.one, two=self.two).split()
+            ended = self.km(*words, code=code)
+            for text in texts:
+                self.assertIn(text, ended.out + ended.err, words)
+            if letters is not None:
+                listed = self.km_json("list")["packages"]
+                self.assertEqual(" ".join(one["version"] + one["state"] for one in listed), letters,
+                                 words)
+
+    def edit(self, path="/opt/p/d/common", text="mine\n"):
+        with open(self.at(path), "a") as file:
+            file.write(text)
+
+    def tree(self):
+        """The root's own time apart: whatever is put into it changes that."""
+        return {path: one for path, one in picture(self.root).items() if path != b"."}
+
+    def assert_clean(self):
+        """Nothing is left of a package but its log."""
+        self.assertEqual(glob.glob(os.path.join(self.state, "work", "*", "p^*")), [])
+        self.assertEqual(glob.glob(os.path.join(self.state, "backup", "UP*")), [])
+        self.assertEqual(self.leftovers(), [])
+        self.km("check")
+
+    def test_a_prepared_undo_of_an_upgrade_brings_the_older_version_back(self):
+        self.play(("install {one}", 0, "1IC---"))
+        self.edit()
+        before = self.tree()
+        self.play(
+            ("upgrade {two}", 0, "2ICU--", "kept in /opt/p/d/common.kmsave"),
+            ("undo --prepare p", 0, "2ICR--", "prepared for its undo", "'kmctl commit'"),
+            ("accept p", 5, "2ICR--", "nothing drops it", "'kmctl commit p^2'"),
+            ("rollback p", 5, "2ICR--", "nothing drops it"),
+            ("undo p", 5, "2ICR--", "'kmctl commit p^2'"),
+            ("commit -n p", 0, "2ICR--", "bring back /opt/p/d/sub/onlyold", "remove /opt/p/d/new"),
+            ("commit p", 0, "1IC---", "p^2 is undone", "Installed again: p^1"))
+        self.assert_same(before, self.tree())
+        self.play(("verify p", 100, "1IC--E"), ("remove p --force", 0, ""))
+
+    def test_what_a_commit_says(self):
+        before = self.tree()
+        self.play(
+            ("install {one} --transactional", 0, "1IP---", "prepared"),
+            ("commit p", 0, "1IC---", "p^1 is installed"),
+            ("remove p --transactional", 0, "1RP---", "prepared for its removal"),
+            ("commit p", 0, "", "p^1 is removed"),
+            ("install {one} --transactional --undo-at-commit", 0, "1IPP--"),
+            ("commit p", 0, "1ICU--", "'kmctl undo' takes it back"),
+            ("accept p", 0, "1IC---"),
+            ("remove p --transactional --undoable", 0, "1RPU--"),
+            ("commit p", 0, "1RCU--", "removed; 'kmctl undo' brings it back"),
+            ("undo p --prepare", 0, "1RCR--", "prepared for its undo"),
+            ("commit p", 0, "1IC---", "undone: it is installed again"),
+            ("verify p", 0, "1IC---"),
+            ("remove p --undoable", 0, "1RCU--"),
+            ("undo p", 0, "1IC---", "installed again"),
+            ("remove p", 0, ""))
+        self.assert_same(before, self.tree())
+        self.assert_clean()
+
+    def test_a_file_that_a_user_edited(self):
+        committed = ("'kmctl repair p^1'", "'kmctl remove --force p^1'")
+        self.play(("install {one}", 0, "1IC---"))
+        self.edit()
+        self.play(
+            ("verify p", 100, "1IC--E", "/opt/p/d/common: content", *committed),
+            ("status p", 0, None, "what stands differs", *committed),
+            ("remove p", 5, "1IC--E", *committed), ("remove p -n", 5, "1IC--E", *committed),
+            ("accept p", 5, "1IC--E", *committed),
+            ("upgrade {one}", 5, "1IC--E", *committed),
+            ("upgrade {one} --force", 5, "1IC--E", *committed),
+            # The newer version takes its place all the same, and undo brings this state back.
+            ("upgrade {two} -n", 0, "1IC--E", "keep beside /opt/p/d/common"),
+            ("upgrade {two}", 0, "2ICU--", "common.kmsave"), ("undo p", 0, "1IC--E"),
+            ("repair p", 0, "1IC---", "1 objects"), ("repair p", 0, "1IC---", "nothing was to do"))
+        self.edit()
+        self.play(("verify p", 100, "1IC--E"), ("remove --force p", 0, "", "and stays"))
+        self.assertEqual(self.read("/opt/p/d/common"), b"one\nmine\n")
+
+    def test_a_file_that_a_user_edited_while_an_undo_is_possible(self):
+        words = ("'kmctl undo p^1'", "install --force FILE")
+        before = self.tree()
+        self.play(("install {one} --undoable", 0, "1ICU--"))
+        self.edit()
+        told = self.km("verify", "p", code=100)
+        self.assertNotIn("repair", told.err)
+        self.play(("verify p", 100, "1ICU-E", *words), ("repair p", 5, "1ICU-E", *words),
+                  ("accept p", 5, "1ICU-E", *words), ("undo p -n", 0, "1ICU-E"))
+        os.truncate(self.at("/opt/p/d/common"), len("one\n"))
+        self.play(("verify p", 0, "1ICU--"), ("accept p -n", 0, "1ICU--"))
+        self.edit()
+        self.play(("verify p", 100, "1ICU-E"), ("undo p", 0, ""))
+        self.assert_same(before, self.tree())
+        self.play(("install {one} --undoable", 0, "1ICU--"), ("undo p --prepare", 0, "1ICR--"))
+        self.edit()
+        self.play(("verify p", 100, "1ICR-E", "'kmctl commit p^1'"), ("commit p", 5, "1ICR-E"))
+        os.truncate(self.at("/opt/p/d/common"), len("one\n"))
+        self.play(("verify p", 0, "1ICR--"), ("commit p", 0, ""))
+        self.assert_same(before, self.tree())
+
+    def test_a_dry_run_is_refused_where_the_run_is(self):
+        self.play(("install {one} --undoable", 0, "1ICU--"),
+                  ("remove p -n", 5, "1ICU--", "'kmctl accept p^1'"),
+                  ("remove p -n --intelligent", 0, "1ICU--"),
+                  ("commit p -n", 5, "1ICU--"), ("rollback p -n", 5, "1ICU--"),
+                  ("accept p", 0, "1IC---"), ("undo p -n", 5, "1IC---"),
+                  ("install {two} --transactional", 0, "1IC--- 2IP---"),
+                  ("upgrade {two} -n", 5, "1IC--- 2IP---", "'kmctl commit p^2'"))
+
+    def test_plans_and_logs_say_what_is_so(self):
+        self.play(("install {one}", 0, "1IC---"))
+        told = self.km_json("upgrade", "-n", self.two)
+        self.assertEqual({one["path"]: one["action"] for one in told["plan"]},
+                         {"/opt/p/d/common": "replace", "/opt/p/d/l": "replace",
+                          "/opt/p/d/new": "add", "/opt/p/d/new/f": "add",
+                          "/opt/p/d/sub": "remove", "/opt/p/d/sub/onlyold": "remove"})
+        self.assertEqual((told["package"]["name"], told["package"]["version"]), ("p", "2"))
+        self.km("install", self.build({"d/common": "one\n"}, "q", "1"))
+        told = self.km_json("remove", "-n", "p")
+        plan = {one["path"]: one["action"] for one in told["plan"]}
+        self.km_json("remove", "p")
+        for path, action in plan.items():
+            self.assertEqual(os.path.lexists(self.at(path)), action == "keep", path)
+        self.assertEqual(plan["/opt/p/d/common"], "keep")
+        self.assertIn("held", [one["id"] for one in told["messages"]])
+        # The log of what is gone is found without its version, the latest first.
+        self.assertIn('"p^1"', self.km("log", "p").out)
+        self.play(("install {two}", 0, None), ("remove p", 0, None))
+        self.assertIn('"p^2"', self.km("log", "p").out)
+        self.assertEqual([one["package"] for one in self.km_json("history", "p")["operations"]],
+                         ["p^2", "p^2"])
+        self.km("log", "nothing", code=3)
+
+    def test_a_repair_uses_what_the_install_did(self):
+        """Values of -D and of the user's file; the very file, or one with the same data."""
+        source = self.build({"a": "1", "b": "2"}, "v", "1", "$(base)/$(leaf)", "--set",
+                            "base=/default", "--set", "leaf=x")
+        os.makedirs(self.state, exist_ok=True)
+        with open(os.path.join(self.state, "znpis.var"), "w") as file:
+            file.write("leaf = mine\n")
+        self.km("install", source, "-D", "base=/srv")
+        os.unlink(os.path.join(self.state, "znpis.var"))
+        before = self.tree()
+        moved = self.path("moved.spb")
+        os.rename(source, moved)
+        other = self.build({"a": "other", "b": "2"}, "v", "1", "/srv/mine")
+        for file, code, text in ((None, 1, "not the file that was installed"),
+                                 (self.one, 2, "p^1"), ("/none", 3, "/none"), (moved, 0, "1 objects")):
+            self.edit("/srv/mine/a")
+            damaged = self.tree()
+            ended = self.km("repair", "v", *(["--from", file] if file else []), code=code)
+            self.assertIn(text, ended.out + ended.err)
+            os.utime(self.at("/srv/mine"), ns=(0, before[b"srv/mine"][4]))
+            self.assert_same(before if code == 0 else damaged, self.tree(), file)
+        os.unlink(other)
+        self.assertIn("--from", (self.edit("/srv/mine/b"), self.km("repair", "v", code=3))[1].err)
+        self.km("remove", "v")  # a repair makes no user's change fair game
+        self.assertEqual(self.read("/srv/mine/b"), b"2mine\n")
+
+    def test_a_backup_needs_a_directory(self):
+        self.km("config", "set", "backup_dir", "")
+        before = self.tree()
+        self.play(("install {one} --undoable", 1, "", "backup_dir is empty"),
+                  ("install {one} --preferably-undoable", 0, "1IC---"), ("remove p", 0, ""))
+        self.assert_same(before, self.tree())
+
+
+if __name__ == "__main__":
+    support.main()
