@@ -144,6 +144,12 @@ bool catalog_store::lock(long seconds, outcome& result) {
     }
 }
 
+std::string catalog_store::holder() {
+    const std::string file = setting("product_dir") + "/catalog/packages.pht";
+    km::semaphore lock(km::pathname(file.c_str()), 0);
+    return lock._IsLocked() ? holder_of(lock.get_lock_file().mbcs_str()) : "";
+}
+
 bool catalog_store::load(outcome& result) {
     catalog_ =
         std::make_unique<km::Persistent_Hashtable>(km::pathname(file_.c_str()), 0, 0, nullptr);

@@ -49,6 +49,8 @@ class catalog_store {
     // one stays beside it, and so do the profiles of packages that it lost. A whole catalog stays
     // as it is. False: `result` says why.
     static bool repair(long seconds, outcome& result);
+    // Who holds the lock now, in words; empty for nobody. For readers.
+    static std::string holder();
 
   private:
     bool lock(long seconds, outcome& result);

@@ -210,8 +210,13 @@ void check(bool repair, bool rebuild, long wait_seconds, outcome& result) {
         check_files(one, result);
         check_counts(store, one, result);
     }
-    check_orphans(store.catalog(), result);
-    check_intents(result);
+    if (const std::string by = changes ? "" : catalog_store::holder(); !by.empty()) {
+        result.info("busy", "The catalog is in use by " + by +
+                                ": what is being changed now is not looked at.");
+    } else {
+        check_orphans(store.catalog(), result);
+        check_intents(result);
+    }
     result.data["packages"] = all.size();
     if (!result.failed())
         result.text = std::to_string(all.size()) + " packages; the catalog, their files and the "

@@ -178,6 +178,50 @@ class Life(KmctlCase):
         self.km("remove", "v")  # a repair makes no user's change fair game
         self.assertEqual(self.read("/srv/mine/b"), b"2mine\n")
 
+    def test_shared_files_keep_their_counts(self):
+        """`check` compares the counts with the profiles behind every step."""
+        def build(name, version, files):
+            return self.build(files, name, version, "/opt/s", "--shared", "lib/*")
+
+        a1, a2 = build("a", "1", {"lib/c": "1"}), build("a", "2", {"bin/x": "2"})
+        b, b2 = build("b", "1", {"lib/c": "b"}), build("b", "2", {"lib/c": "b2"})
+        for words, content in (
+                (["install", a1], b"1"), (["install", b, "--undoable"], b"b"), (["undo", "b"], b"1"),
+                (["install", b, "--transactional", "--undo-at-commit"], b"1"), (["commit", "b"], b"b"),
+                (["undo", "b", "--prepare"], b"b"), (["commit", "b"], b"1"), (["install", b], b"b"),
+                (["upgrade", a2], b"b"), (["undo", "a"], b"b"), (["upgrade", a2], b"b"),
+                (["accept", "a"], b"b"), (["upgrade", b2], b"b2"), (["undo", "b"], b"b"),
+                (["remove", "b", "--undoable"], None), (["undo", "b"], b"b"),
+                (["remove", "b", "--transactional"], b"b"), (["rollback", "b"], b"b"),
+                (["remove", "a"], b"b"), (["remove", "b"], None)):
+            self.km(*words)
+            self.km("check")
+            self.assertEqual(self.read("/opt/s/lib/c") if content else None, content, words)
+            self.assertEqual(os.path.exists(self.at("/opt/s/lib/c")), bool(content), words)
+        self.assertEqual(os.listdir(self.root), [])
+
+    def test_a_delta_is_prepared_and_committed(self):
+        delta = self.path("delta.spb")
+        self.km("delta", self.one, self.two, "-o", delta)
+        self.play(("install {one}", 0, "1IC---"))
+        before = self.tree()
+        self.play((f"install {delta} --transactional --undo-at-commit", 0, "1IC--- 2IPP--"),
+                  ("rollback p^2", 0, "1IC---"))
+        self.assert_same({path: one for path, one in before.items() if one[0] != 0o040000},
+                         {path: one for path, one in self.tree().items() if one[0] != 0o040000})
+        self.play((f"install {delta} --transactional --undo-at-commit", 0, "1IC--- 2IPP--"),
+                  ("commit p^2", 0, "1IC--- 2ICU--"), ("verify p^2", 0, None),
+                  ("accept p^2", 0, "1IC--- 2IC---"))
+        for path in ("d/common", "d/same", "d/new/f"):
+            self.assertEqual(self.read("/opt/p/" + path).decode(), SECOND[path])
+        # The file of the whole version mends what the delta left out.
+        self.edit("/opt/p/d/same")
+        self.play((f"repair p^2 --from {delta}", 1, None, "d/same"),
+                  ("repair p^2 --from {two}", 0, None), ("verify p^2", 0, None))
+        self.edit("/opt/p/d/common")
+        os.unlink(self.one)
+        self.play(("upgrade {two} --force", 0, None, "nothing was to do"))
+
     def test_a_backup_needs_a_directory(self):
         self.km("config", "set", "backup_dir", "")
         before = self.tree()

@@ -29,6 +29,7 @@ class Locking(KmctlCase):
     def stopped_install(self):
         """An install that was stopped (as by Ctrl-Z) while it holds the lock."""
         package = self.build({"f%d" % i: os.urandom(20000) for i in range(100)}, "slow")
+        self.km("install", self.build({"x": "1"}, "there", "1.0", "/opt/there"))
         process = subprocess.Popen(self.command("install", package), stdout=subprocess.DEVNULL,
                                    stderr=subprocess.DEVNULL, env=self.environment(), cwd=self.dir,
                                    start_new_session=True)
@@ -51,9 +52,16 @@ class Locking(KmctlCase):
             self.assertIn("since", text)
             self.assertRegex(text, r"process \d+")
             self.km("remove", "slow", "--wait", "0", code=10)
-            # Readers do not wait.
-            self.km("list", "--wait", "0")
-            self.km("config", "get", "product_dir", "--wait", "0")
+            # Readers do not wait, and tell of the package that stands.
+            for words, text in (("list", "there"), ("status there", "IC---"), ("show there", "there"),
+                                ("show there --files", "/opt/there/x"), ("history there", "install"),
+                                ("log there", "add /opt/there/x"), ("explain there", "passed"),
+                                ("who-uses /opt/there/x", "there^1.0"), ("check", "in use by process"),
+                                ("config get product_dir", "state")):
+                ended = self.km(*words.split(), "--wait", "0")
+                self.assertIn(text, ended.out + ended.err, words)
+            # A verify may change a state: it is a writer.
+            self.assertIn("in use by process", self.km("verify", "there", "--wait", "0", code=10).err)
         finally:
             os.killpg(holder.pid, 18)
         self.assertEqual(holder.wait(60), 0)
@@ -70,7 +78,7 @@ class Locking(KmctlCase):
         self.assertEqual(holder.wait(60), 0)
         out, err = waiting.communicate(timeout=60)
         self.assertEqual(waiting.returncode, 0, (out, err))
-        self.assertEqual(os.listdir(self.root), [])
+        self.assertEqual(os.listdir(self.at("/opt")), ["there"])
 
     def test_a_lock_of_the_dead_holds_nobody(self):
         holder = self.stopped_install()
@@ -79,7 +87,7 @@ class Locking(KmctlCase):
         self.km("install", self.path("slow-1.0.spb"), "--wait", "0", code=None)
         self.assertEqual(self.letters("slow")[2], "-")
         self.km("remove", "slow", "--wait", "0")
-        self.assertEqual(os.listdir(self.root), [])
+        self.assertEqual(os.listdir(self.at("/opt")), ["there"])
         self.assertEqual(self.leftovers(), [])
 
     def test_a_worker_that_is_killed_alone_is_told(self):

@@ -26,7 +26,7 @@ class Ended:
 
 
 def picture(top, times=True):
-    """Everything below a directory: type, rights, owner, time, content."""
+    """Everything below a directory: type, rights, owner, time, content, count of hard links."""
     top = os.fsencode(top)
     found = {}
 
@@ -38,7 +38,7 @@ def picture(top, times=True):
         if stat.S_ISLNK(about.st_mode):
             one.append(os.readlink(path))
         if stat.S_ISREG(about.st_mode):
-            one.append(digest_of(path, about))
+            one += [digest_of(path, about), about.st_nlink]
         found[os.path.relpath(path, top)] = tuple(one)
         if stat.S_ISDIR(about.st_mode):
             for name in names_in(path, about):
