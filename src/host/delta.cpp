@@ -3,7 +3,7 @@
 // invariant: a file without data is marked, so that an install checks it before it changes anything
 #include "delta.h"
 
-#include "file_object.h"
+#include "kept_file_object.h"
 #include "messages.h"
 #include "object_command.h"
 #include "package_file.h"
@@ -63,7 +63,7 @@ long mark_alike(km::cm_package& newer, km::cm_package& base,
     long alike = 0;
     each_leaf(newer, [&](km::cm_command& command) {
         auto* file = file_of(command);
-        if (!file)
+        if (!file || dynamic_cast<km::km_kept_file*>(file)) // its data are wanted in any case
             return;
         const auto sum = sums.find(km::data_entry_name(file->sequence));
         file->data_crc = sum == sums.end() ? -1 : sum->second;

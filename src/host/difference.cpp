@@ -4,8 +4,8 @@
 #include "difference.h"
 
 #include "digest.h"
-#include "directory_object.h"
-#include "file_object.h"
+#include "hard_link_object.h"
+#include "kept_file_object.h"
 #include "link_object.h"
 
 #include <unistd.h>
@@ -13,14 +13,6 @@
 namespace kmhost {
 
 namespace {
-
-bool is_kind_of(const km::km_object& object, const struct stat& about) {
-    if (dynamic_cast<const km::km_file*>(&object))
-        return S_ISREG(about.st_mode);
-    if (dynamic_cast<const km::km_link*>(&object))
-        return S_ISLNK(about.st_mode);
-    return S_ISDIR(about.st_mode);
-}
 
 bool content_differs(const km::km_object& object, const struct stat& about) {
     if (about.st_size != object.size)
@@ -43,8 +35,13 @@ std::vector<std::string> differences_of(km::cm_object& object) {
                                              : std::vector<std::string>{"content"};
     if (!km::look_at(on->path_bytes(), about))
         return {"missing"};
-    if (!is_kind_of(*on, about))
+    if (dynamic_cast<const km::km_kept_file*>(on) && !S_ISDIR(about.st_mode))
+        return {}; // what a user made of it
+    if (!on->is_same_kind(about))
         return {"kind"};
+    if (dynamic_cast<const km::km_hard_link*>(on))
+        return object.is_identical(km::p_do) ? std::vector<std::string>{}
+                                             : std::vector<std::string>{"other file"};
     std::vector<std::string> all;
     if (dynamic_cast<const km::km_file*>(on) && content_differs(*on, about))
         all.push_back("content");

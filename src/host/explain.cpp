@@ -7,12 +7,14 @@
 #include "continue_run.h"
 #include "expression.h"
 #include "inspect.h"
-#include "km_object.h"
+#include "kept_file_object.h"
 #include "location.h"
 #include "lookup.h"
 #include "messages.h"
 #include "object_command.h"
 #include "package_file.h"
+#include "planned_step.h"
+#include "program_command.h"
 #include "queries.h"
 #include "room.h"
 #include "session.h"
@@ -53,12 +55,6 @@ void add_room(km::km_object& object, std::map<dev_t, room_need>& all) {
     one.needed += static_cast<unsigned long long>(object.size);
 }
 
-const char* what_happens(km::cm_add_object& add) {
-    if (!add.object->exists(km::p_do))
-        return "add";
-    return add.is_to_be_added() ? "replace" : "leave";
-}
-
 } // namespace
 
 void preview(const operation_request& request, worker_line& line, outcome& result) {
@@ -74,20 +70,18 @@ void preview(const operation_request& request, worker_line& line, outcome& resul
     result.data["plan"] = json::array();
     std::map<dev_t, room_need> rooms;
     std::map<std::string, long> counts;
-    each_leaf(package, [&](km::cm_command& command) {
-        auto* add = dynamic_cast<km::cm_add_object*>(&command);
-        if (!add || !add->object)
+    each_due_leaf(package, [&](km::cm_command& command) {
+        const planned_step one = step_of_install(command);
+        if (one.action.empty())
             return;
-        const char* what = what_happens(*add);
-        const std::string path = add->object->get_name().mbcs_str();
-        const long size = add->object->get_size();
-        ++counts[what];
-        result.data["plan"].push_back({{"action", what}, {"path", path}, {"size", size}});
-        result.text += std::string(what) + " " + path +
-                       (size ? " (" + std::to_string(size) + " bytes)\n" : "\n");
-        auto* on = dynamic_cast<km::km_object*>(add->object);
-        if (on && std::string(what) != "leave")
-            add_room(*on, rooms);
+        const long size = command.get_size();
+        ++counts[one.action];
+        result.data["plan"].push_back({{"action", one.action}, {"path", one.path}, {"size", size}});
+        result.text += one.text() + (size ? " (" + std::to_string(size) + " bytes)\n" : "\n");
+        auto* on = dynamic_cast<km::cm_object_command*>(&command);
+        auto* object = on ? dynamic_cast<km::km_object*>(on->object) : nullptr;
+        if (object && one.action != "leave")
+            add_room(*object, rooms);
     });
     result.data["room"] = json::array();
     for (const auto& [device, one] : rooms) {
@@ -100,9 +94,13 @@ void preview(const operation_request& request, worker_line& line, outcome& resul
     take_messages(at.messages, result);
     if (package.result != km::cm_command::success)
         result.fail(exit_failed, "check", "The install of " + at.id.text() + " would fail.");
-    result.text += std::to_string(counts["add"]) + " to add, " + std::to_string(counts["replace"]) +
-                   " to replace, " + std::to_string(counts["leave"]) +
-                   " to leave alone; nothing was changed";
+    result.text +=
+        std::to_string(counts["add"]) + " to add, " + std::to_string(counts["replace"]) +
+        " to replace, " + std::to_string(counts["leave"]) + " to leave alone" +
+        (counts["keep"] ? ", " + std::to_string(counts["keep"]) + " that were changed and stay"
+                        : "") +
+        (counts["run"] ? ", " + std::to_string(counts["run"]) + " programs to run" : "") +
+        "; nothing was changed";
 }
 
 namespace {
@@ -151,7 +149,15 @@ explanation condition_of(const km::cm_command& command) {
     return {holds, holds ? "its condition is true" : "its condition is false"};
 }
 
+explanation program_reason(const km::program_command& program) {
+    if (program.program_for(km::a_execute, km::p_do))
+        return {true, "its install program runs"};
+    return {false, "it has no install program"};
+}
+
 explanation object_reason(km::cm_command& command) {
+    if (const auto* program = dynamic_cast<const km::program_command*>(&command))
+        return program_reason(*program);
     auto* add = dynamic_cast<km::cm_add_object*>(&command);
     if (!add || !add->object)
         return {};
@@ -165,6 +171,9 @@ explanation object_reason(km::cm_command& command) {
         return {false, "what stands there is newer"};
     if (add->object->is_identical(km::p_do))
         return {false, "what stands there is identical"};
+    if (auto* kept = dynamic_cast<km::km_kept_file*>(add->object); kept && kept->leaves_present())
+        return {true, "what stands there was changed, and stays; the package's version is laid "
+                      "beside it"};
     return {true, "what stands there differs"};
 }
 
@@ -187,9 +196,11 @@ void explain_tree(km::cm_composite_command& tree, int depth, bool runs_above,
             why = {false, "the commands around it do not run"};
         auto* on = dynamic_cast<km::cm_object_command*>(&command);
         const json values = values_of(command.condition, chain);
-        const std::string name = command.get_name().mbcs_str();
+        const std::string name = inner && command.caption.empty() ? "group"
+                                 : inner ? std::string("group ") + command.caption.mbcs_str()
+                                         : std::string(command.get_name().mbcs_str());
         result.data["commands"].push_back({{"depth", depth},
-                                           {"name", inner ? "group" : name},
+                                           {"name", name},
                                            {"runs", why.runs},
                                            {"why", why.why},
                                            {"condition", command.condition.mbcs_str()},
@@ -199,7 +210,7 @@ void explain_tree(km::cm_composite_command& tree, int depth, bool runs_above,
                                            {"effective", !on || on->is_effective},
                                            {"shared", on && on->object && on->object->is_shared}});
         result.text += std::string(static_cast<size_t>(2 * depth), ' ') +
-                       (why.runs ? "runs   " : "passed ") + (inner ? "group" : name) +
+                       (why.runs ? "runs   " : "passed ") + name +
                        (why.why.empty() ? "" : ": " + why.why) +
                        (values.empty() ? "" : " (" + values_text(values) + ")") + "\n";
         if (inner)
@@ -310,7 +321,7 @@ void history(const std::string& target, outcome& result) {
                 one["mode"] = text == "(null)" ? "plain" : text;
             if (const auto text = behind(line, "Time:"); !text.empty())
                 one["time"] = text;
-            if (!line.empty() && line[0] == '[') {
+            if (!line.empty() && line[0] == '[' && behind(line, "[output]").empty()) {
                 one["lines"] = one["lines"].get<int>() + 1;
                 if (line.find("failure]") != std::string::npos)
                     one["failed"] = one["failed"].get<int>() + 1;

@@ -36,8 +36,13 @@ long tell_differences(km::cm_package& failed, const package_id& id, json& lines,
     long count = 0;
     each_leaf(failed, [&](km::cm_command& command) {
         auto* on = dynamic_cast<km::cm_object_command*>(&command);
-        if (!on || !on->object)
+        if (!on || !on->object) {
+            const std::string name = command.get_name().mbcs_str();
+            lines.push_back({{"package", id.text()}, {"path", name}, {"how", {"its own check"}}});
+            text += name + ": its own check says that it is not as it should be\n";
+            ++count;
             return;
+        }
         const auto how = differences_of(*on->object);
         const std::string path = on->object->get_name().mbcs_str();
         lines.push_back({{"package", id.text()}, {"path", path}, {"how", how}});

@@ -13,6 +13,7 @@
 #include "object_command.h"
 #include "package_file.h"
 #include "plan.h"
+#include "program_command.h"
 #include "session.h"
 #include "status_words.h"
 #include "upgrade_record.h"
@@ -156,6 +157,9 @@ void switch_off_unreached(km::cm_composite_command& tree) {
             switch_off_unreached(*inner);
         else if (auto* add = dynamic_cast<km::cm_add_object*>(command); add && !add->get_executed())
             add->set_is_effective(0);
+        else if (auto* program = dynamic_cast<km::program_command*>(command);
+                 program && !program->get_executed())
+            program->programs[km::program_command::of_remove] = {};
     }
 }
 

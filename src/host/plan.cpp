@@ -5,8 +5,10 @@
 
 #include "base/msg_supp.h"
 #include "directory_object.h"
+#include "kept_file_object.h"
 #include "object_command.h"
 #include "package_file.h"
+#include "planned_step.h"
 #include "status_words.h"
 #include "tree_walk.h"
 
@@ -18,10 +20,11 @@ struct tally {
     nlohmann::json lines = nlohmann::json::array();
     std::string text;
 
-    void add(const char* what, const std::string& path) {
-        lines.push_back({{"action", what}, {"path", path}});
-        text += std::string(what) + " " + path + "\n";
+    void add(const planned_step& one) {
+        lines.push_back({{"action", one.action}, {"path", one.path}});
+        text += one.text() + "\n";
     }
+    void add(const char* what, const std::string& path) { add({what, path, ""}); }
 };
 
 void tell_plan(const tally& all, const package_id& id, const km::cm_catalog_entry* entry,
@@ -42,15 +45,10 @@ void plan_install(km::cm_package& package, const package_id& id, const km::cm_ca
     if (package.result != km::cm_command::success)
         result.fail(exit_failed, "check", "The install of " + id.text() + " would fail.");
     tally all;
-    each_leaf(package, [&all](km::cm_command& command) {
-        auto* add = dynamic_cast<km::cm_add_object*>(&command);
-        if (!add || !add->object || !add->is_effective)
-            return;
-        const std::string path = add->object->get_name().mbcs_str();
-        if (!add->object->exists(km::p_do))
-            all.add("add", path);
-        else if (add->is_to_be_added())
-            all.add("replace", path);
+    each_due_leaf(package, [&all](km::cm_command& command) {
+        const planned_step one = step_of_install(command);
+        if (!one.action.empty() && one.action != "leave")
+            all.add(one);
     });
     tell_plan(all, id, entry, "install", result);
 }
@@ -60,12 +58,15 @@ void plan_remove(km::cm_package& package, const package_id& id, const km::cm_cat
     package.operation_name = u"remove";
     tally all;
     long kept = 0;
-    each_leaf(package, [&](km::cm_command& command) {
+    each_due_leaf(package, [&](km::cm_command& command) {
+        if (const planned_step one = step_of_remove(command); !one.action.empty())
+            all.add(one);
         auto* add = dynamic_cast<km::cm_add_object*>(&command);
         if (!add || !add->object || !add->object->exists(km::p_do))
             return;
         const std::string path = add->object->get_name().mbcs_str();
         const auto* directory = dynamic_cast<const km::km_directory*>(add->object);
+        auto* kept_file = dynamic_cast<km::km_kept_file*>(add->object);
         const bool shared = add->object->is_shared;
         const bool is_held = add->is_effective && held.count(hash_of_path(path));
         kept += is_held;
@@ -75,6 +76,8 @@ void plan_remove(km::cm_package& package, const package_id& id, const km::cm_cat
             all.add("keep", path);
         else if (directory && !directory->created)
             all.add("keep", path);
+        else if (kept_file && kept_file->is_changed())
+            all.add({"keep", path, "it was changed"});
         else
             all.add("remove", path);
     });
@@ -85,20 +88,13 @@ void plan_remove(km::cm_package& package, const package_id& id, const km::cm_cat
 namespace {
 
 void plan_commit(km::cm_package& package, bool installs, tally& all) {
-    each_leaf(package, [&](km::cm_command& command) {
+    each_due_leaf(package, [&](km::cm_command& command) {
+        const planned_step one = installs ? step_of_install(command) : step_of_remove(command);
+        if (!one.action.empty() && one.action != "leave")
+            all.add(one);
         auto* add = dynamic_cast<km::cm_add_object*>(&command);
-        if (!add || !add->object || !add->is_effective)
-            return;
-        const std::string path = add->object->get_name().mbcs_str();
-        const bool there = add->object->exists(km::p_do);
-        if (!installs) {
-            if (there)
-                all.add("remove", path);
-        } else if (!there) {
-            all.add("add", path);
-        } else if (add->is_to_be_added()) {
-            all.add("replace", path);
-        }
+        if (!installs && add && add->object && add->is_effective && add->object->exists(km::p_do))
+            all.add("remove", add->object->get_name().mbcs_str());
     });
 }
 
@@ -109,10 +105,16 @@ void plan_undo(const km::cm_catalog_entry& entry, tally& all, outcome& result) {
         return;
     each_leaf(*undo, [&](km::cm_command& command) {
         auto* on = dynamic_cast<km::cm_object_command*>(&command);
-        if (!on || !on->object)
+        if (!on || !on->object) {
+            if (const planned_step one = step_of_install(command); !one.action.empty())
+                all.add(one);
             return;
+        }
         const std::string path = on->object->get_name().mbcs_str();
-        if (dynamic_cast<km::cm_add_object*>(on)) {
+        auto* kept_file = dynamic_cast<km::km_kept_file*>(on->object);
+        if (kept_file && on->object->exists(km::p_do) && kept_file->leaves_present()) {
+            all.add({"keep", path, "it was changed"});
+        } else if (dynamic_cast<km::cm_add_object*>(on)) {
             if (!on->object->is_identical(km::p_do))
                 all.add("bring back", path);
         } else if (on->object->exists(km::p_do)) {

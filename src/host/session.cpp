@@ -8,6 +8,7 @@
 #include "location.h"
 #include "made_directories.h"
 #include "messages.h"
+#include "program_notes.h"
 #include "room.h"
 #include "status_words.h"
 
@@ -102,6 +103,10 @@ void session::finish(const km::cm_package& package, km::cm_result engine_result,
     take_messages(messages, result_);
     result_.package = facts_of(id, entry());
     result_.package->result = km::result_text(engine_result);
+    const bool goes_on = engine_result >= km::cm_command::success_reboot_now &&
+                         engine_result <= km::cm_command::success_retry;
+    if (!goes_on)
+        km::forget_programs(id.name, id.version);
     if (is_success(engine_result)) {
         result_.text = id.text() + " is " + done;
         if (engine_result == km::cm_command::warning)

@@ -4,12 +4,13 @@
 #include "base/msg_supp.h"
 #include "catalog_store.h"
 #include "chain_names.h"
-#include "file_object.h"
+#include "hard_link_object.h"
 #include "link_object.h"
 #include "location.h"
 #include "lookup.h"
 #include "object_command.h"
 #include "package_file.h"
+#include "program_command.h"
 #include "queries.h"
 #include "room.h"
 #include "variable_builder.h"
@@ -45,11 +46,11 @@ json object_json(const km::cm_object& object) {
     if (const auto* of = dynamic_cast<const km::km_object*>(&object)) {
         one["mode"] = mode_text(*of);
         one["size"] = of->size;
-        one["type"] = dynamic_cast<const km::km_file*>(of)   ? "file"
-                      : dynamic_cast<const km::km_link*>(of) ? "link"
-                                                             : "directory";
+        one["type"] = of->kind();
         if (const auto* link = dynamic_cast<const km::km_link*>(of))
             one["target"] = link->target.mbcs_str();
+        if (const auto* name = dynamic_cast<const km::km_hard_link*>(of))
+            one["target"] = name->target.mbcs_str();
         if (!of->digest.empty())
             one["sha256"] = of->digest.mbcs_str();
     }
@@ -76,6 +77,17 @@ void walk(const km::cm_composite_command& tree, int depth, const Visit& visit) {
     }
 }
 
+// The programs of a command, with the word of the operation that runs them.
+json programs_json(const km::program_command& command) {
+    static const char* const words[] = {"install", "remove", "undo", "commit", "verify"};
+    json all = json::object();
+    for (size_t i = 0; i < command.programs.size(); ++i)
+        if (const auto& one = command.programs[i]; !one.path.empty())
+            all[words[i]] = std::string(one.path.mbcs_str()) + (one.arguments.empty() ? "" : " ") +
+                            one.arguments.mbcs_str();
+    return all;
+}
+
 void show_tree(const km::cm_package& package, outcome& result) {
     result.data["tree"] = json::array();
     walk(package, 0, [&result](const km::cm_command& command, int depth) {
@@ -85,6 +97,15 @@ void show_tree(const km::cm_package& package, outcome& result) {
         if (const auto* object = object_of(command)) {
             one["path"] = object_json(*object)["path"];
             line += " " + one["path"].get<std::string>();
+        }
+        if (const auto* program = dynamic_cast<const km::program_command*>(&command)) {
+            one["programs"] = programs_json(*program);
+            for (const auto& [word, text] : one["programs"].items())
+                line += "  " + word + ": " + text.get<std::string>();
+        }
+        if (!command.caption.empty()) {
+            one["caption"] = command.caption.mbcs_str();
+            line += std::string("  \"") + command.caption.mbcs_str() + "\"";
         }
         if (!command.condition.empty()) {
             one["condition"] = command.condition.mbcs_str();
@@ -108,7 +129,8 @@ void show_files(const km::cm_package& package, outcome& result) {
         result.text +=
             one.value("mode", "----") + " " + size + "  " + one["path"].get<std::string>();
         if (one.contains("target"))
-            result.text += " -> " + one["target"].get<std::string>();
+            result.text +=
+                (one["type"] == "link" ? " -> " : " => ") + one["target"].get<std::string>();
         result.text += one["shared"].get<bool>() ? "  (shared)\n" : "\n";
     });
 }

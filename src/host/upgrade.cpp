@@ -6,7 +6,7 @@
 
 #include "continue_run.h"
 #include "directory_object.h"
-#include "file_object.h"
+#include "kept_file_object.h"
 #include "holders.h"
 #include "intent.h"
 #include "link_object.h"
@@ -134,7 +134,8 @@ void upgrader::merge_common(km::km_object& mine, km::km_object& old) {
     mine.created = mine.created || is_made(old);
     if (auto* directory = dynamic_cast<km::km_directory*>(&mine))
         directory->always_put = true;
-    const bool is_file = dynamic_cast<km::km_file*>(&old) && dynamic_cast<km::km_file*>(&mine);
+    const bool is_file = dynamic_cast<km::km_file*>(&old) && dynamic_cast<km::km_file*>(&mine) &&
+                         !dynamic_cast<km::km_kept_file*>(&mine); // that one looks after itself
     if (is_file && old.exists(km::p_do) && !old.is_identical(km::p_do) &&
         !mine.is_identical(km::p_do))
         users_.push_back(old.path_bytes());
@@ -206,6 +207,9 @@ void upgrader::plan() {
             directory->always_put = false; // what stands there is asked, not what the run does
         if (!object->exists(km::p_do))
             tell("add", path);
+        else if (auto* kept = dynamic_cast<km::km_kept_file*>(object);
+                 kept && !kept->is_identical(km::p_do) && kept->leaves_present())
+            tell("keep", path);
         else if (!object->is_identical(km::p_do))
             tell("replace", path);
     }

@@ -9,6 +9,8 @@ class km_directory : public km_object {
   public:
     codable* clone() const override { return new km_directory(*this); }
     const char* codable_name() const override;
+    const char* kind() const override { return "directory"; }
+    bool is_same_kind(const struct stat& about) const override { return S_ISDIR(about.st_mode); }
 
     int is_newer() override { return 0; }
     cm_result load(int load) override;
@@ -18,7 +20,6 @@ class km_directory : public km_object {
 
   protected:
     bool is_stageable() const override { return false; }
-    bool is_same_kind(const struct stat& about) const override { return S_ISDIR(about.st_mode); }
     bool stands_as_described(const std::string& at, bool with_rights) override;
     cm_result put(int phase) override;
     cm_result take() override;

@@ -12,6 +12,8 @@ class km_file : public km_object {
   public:
     codable* clone() const override { return new km_file(*this); }
     const char* codable_name() const override;
+    const char* kind() const override { return "file"; }
+    bool is_same_kind(const struct stat& about) const override { return S_ISREG(about.st_mode); }
     codable* decode_object(decoder& from, long stream_version) override;
     void encode_object(encoder& to) const override;
 
@@ -35,7 +37,6 @@ class km_file : public km_object {
     cm_result stage() override;
     bool is_stageable() const override { return !in_base; }
     cm_result take_from_base();
-    bool is_same_kind(const struct stat& about) const override { return S_ISREG(about.st_mode); }
     bool stands_as_described(const std::string& at, bool with_rights) override;
     cm_result check_target(const place& where, const struct stat* present) override;
     // Writes the data to `name` beside the target, then renames it to `into`.

@@ -15,6 +15,8 @@ class km_hard_link : public km_object {
   public:
     codable* clone() const override { return new km_hard_link(*this); }
     const char* codable_name() const override;
+    const char* kind() const override { return "hard link"; }
+    bool is_same_kind(const struct stat& about) const override { return S_ISREG(about.st_mode); }
     codable* decode_object(decoder& from, long stream_version) override;
     void encode_object(encoder& to) const override;
     void import(importer& from) override;
@@ -29,7 +31,6 @@ class km_hard_link : public km_object {
     cm_result put(int phase) override;
     cm_result take() override;
     bool is_stageable() const override { return false; }
-    bool is_same_kind(const struct stat& about) const override { return S_ISREG(about.st_mode); }
     bool stands_as_described(const std::string& at, bool with_rights) override;
     cm_result check_target(const place& where, const struct stat* present) override;
 

@@ -56,8 +56,10 @@ bool km_kept_file::is_changed() {
     return look_at(path_bytes(), about) && present_digest() != digest.mbcs_str();
 }
 
-bool km_kept_file::keeps_present() {
-    return !brings_back && is_changed() && !was_offered(present_digest());
+bool km_kept_file::leaves_present() {
+    const std::string present = present_digest();
+    return is_changed() &&
+           !(brings_back ? present == undone_digest.mbcs_str() : was_offered(present));
 }
 
 // This content was offered before: what became of it is the user's business.
@@ -67,17 +69,15 @@ bool km_kept_file::is_settled() {
 }
 
 int km_kept_file::is_identical(int phase) {
-    struct stat about {};
+    struct stat about {
+    }, ours{};
     if (phase == p_prepare || !well_formed())
         return km_file::is_identical(phase);
     if (!look_at(path_bytes(), about) || S_ISDIR(about.st_mode))
         return 0;
-    if (!brings_back)
-        return is_settled() || km_file::is_identical(phase);
-    if (struct stat ours{}; look_at(beside(), ours))
-        return 0;
-    return km_file::is_identical(phase) ||
-           (is_changed() && present_digest() != undone_digest.mbcs_str());
+    if (brings_back)
+        return !look_at(beside(), ours) && km_file::is_identical(phase);
+    return is_settled() || km_file::is_identical(phase);
 }
 
 cm_object* km_kept_file::get_undo_object() {
@@ -115,7 +115,7 @@ cm_result km_kept_file::bring_back(int phase) {
     const auto dropped = drop_beside();
     if (dropped != cm_command::success)
         return pass_over_data(dropped);
-    if (!is_changed() || present_digest() == undone_digest.mbcs_str())
+    if (!leaves_present())
         return km_file::put(phase);
     tell(package, om_modified, path_bytes());
     return pass_over_data(cm_command::success);
@@ -124,7 +124,7 @@ cm_result km_kept_file::bring_back(int phase) {
 cm_result km_kept_file::put(int phase) {
     if (brings_back)
         return bring_back(phase);
-    return keeps_present() ? lay_beside() : km_file::put(phase);
+    return leaves_present() ? lay_beside() : km_file::put(phase);
 }
 
 cm_result km_kept_file::put_staged(int phase) {
@@ -133,12 +133,12 @@ cm_result km_kept_file::put_staged(int phase) {
         const auto dropped = drop_beside();
         if (dropped != cm_command::success)
             return dropped;
-        if (!is_changed() || present_digest() == undone_digest.mbcs_str())
+        if (!leaves_present())
             return km_file::put_staged(phase);
         tell(package, om_modified, path_bytes());
         return drop_staged();
     }
-    if (!keeps_present())
+    if (!leaves_present())
         return km_file::put_staged(phase);
     const bool waits = is_only_prepared();
     if (!stands_as_described(waits ? from : beside(), false))

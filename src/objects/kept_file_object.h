@@ -23,6 +23,7 @@ class km_kept_file : public km_file {
   public:
     codable* clone() const override { return new km_kept_file(*this); }
     const char* codable_name() const override;
+    const char* kind() const override { return "kept file"; }
     codable* decode_object(decoder& from, long stream_version) override;
     void encode_object(encoder& to) const override;
 
@@ -31,8 +32,8 @@ class km_kept_file : public km_file {
     cm_object* get_undo_object() override;
     cm_result delta_save(pathname* base, unzipping_channel* in, zipping_channel* out) override;
 
-    // A file stands there that the user changed, and that an install leaves as it is.
-    bool keeps_present();
+    // What stands there the user wrote: an install lays ours beside it, an undo leaves it.
+    bool leaves_present();
     // The content that stands there is not the one that this package brings.
     bool is_changed();
 

@@ -42,6 +42,10 @@ class km_object : public cm_object {
     ustring get_name() override { return path; }
     ustring get_log(int action) override;
 
+    // In words: "file", "directory", "link", "hard link", "kept file".
+    virtual const char* kind() const = 0;
+    // What stands there is of the kind of this object.
+    virtual bool is_same_kind(const struct stat& about) const = 0;
     // Where `load` and `save` find it on the machine that packs; not below the target root. What
     // the definition gave of mode, owner and group holds against what the source has.
     void set_source(const std::string& file) { source = file; }
@@ -90,7 +94,6 @@ class km_object : public cm_object {
     virtual cm_result finish_add() { return cm_command::success; }
     // Checks of a class beside those of all: the target is `present`, or null.
     virtual cm_result check_target(const place&, const struct stat*) { return cm_command::success; }
-    virtual bool is_same_kind(const struct stat& about) const = 0;
     // The staged copy was renamed into its place.
     virtual void was_placed() {}
 

@@ -11,6 +11,8 @@ class km_link : public km_object {
   public:
     codable* clone() const override { return new km_link(*this); }
     const char* codable_name() const override;
+    const char* kind() const override { return "link"; }
+    bool is_same_kind(const struct stat& about) const override { return S_ISLNK(about.st_mode); }
     codable* decode_object(decoder& from, long stream_version) override;
     void encode_object(encoder& to) const override;
     void import(importer& from) override;
@@ -25,7 +27,6 @@ class km_link : public km_object {
     cm_result put(int phase) override;
     cm_result take() override;
     cm_result stage() override;
-    bool is_same_kind(const struct stat& about) const override { return S_ISLNK(about.st_mode); }
     bool stands_as_described(const std::string& at, bool with_rights) override;
     cm_result check_target(const place& where, const struct stat* present) override;
     // Paths through the link lead elsewhere now.

@@ -157,7 +157,8 @@ bool program_command::fill(const program& one, int action, int phase, program_re
     request.time_limit = one.timeout;
     ustring name, version;
     set_package_name_and_version(*package, name, version);
-    const std::string operation = bytes_of(package->operation_name);
+    const std::string operation =
+        package->operation_name.empty() ? "verify" : bytes_of(package->operation_name);
     const bool rerun = program_noted(bytes_of(name), bytes_of(version), command_index, operation);
     const bool takes_away = action == a_reverse || action == a_verify_reverse;
     for (const auto& text :
@@ -353,6 +354,16 @@ int program_command::is_to_be_executed() {
         return 1;
     cm_command* undone = package->partner_package->get_command_executed(command_index);
     return undone ? undone->get_executed() : 1;
+}
+
+int program_command::is_to_be_reexecuted() {
+    const auto kept = result;
+    result = success;
+    if (const program* one = package ? program_for(a_verify_execute, p_do) : nullptr)
+        run(*one, a_verify_execute, p_do);
+    const bool differs = result != success;
+    result = kept;
+    return differs;
 }
 
 ustring program_command::get_name() {

@@ -71,6 +71,8 @@ class program_command : public cm_command {
     // for; -1 if one of them has none.
     int get_timeout(int* count, int action, bool undo, bool in_reboot) override;
     int is_to_be_executed() override;
+    // The verify program says that it is not as it should be; so a repair installs it again.
+    int is_to_be_reexecuted() override;
     ustring get_name() override;
     ustring get_log(int action) override;
     // Empty where no program was to run, so that the log tells of none.
