@@ -10,7 +10,13 @@ using nlohmann::json;
 namespace {
 
 json message_json(const message& one) {
-    return {{"id", one.id}, {"severity", severity_word(one.level)}, {"text", one.text}};
+    json object = {
+        {"id", one.id}, {"severity", severity_word(one.level)}, {"text", one.text}};
+    if (!one.place.empty()) {
+        object["place"] = one.place;
+        object["shown"] = one.shown;
+    }
+    return object;
 }
 
 json package_json(const package_facts& one) {
@@ -97,7 +103,8 @@ bool from_wire(const std::string& line, outcome& result) {
     result.messages.clear();
     for (const auto& one : object.value("messages", json::array()))
         result.messages.push_back(
-            {one.value("id", ""), severity_of(one.value("severity", "")), one.value("text", "")});
+            {one.value("id", ""), severity_of(one.value("severity", "")), one.value("text", ""),
+             one.value("place", ""), one.value("shown", "")});
     if (object.contains("package")) {
         const auto& one = object["package"];
         result.package = package_facts{one.value("name", ""), one.value("version", ""),

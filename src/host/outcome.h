@@ -28,6 +28,9 @@ struct message {
     std::string id;
     severity level = severity::info;
     std::string text;
+    // Of faults in a text: "file:line:column", and the line with a mark under the place.
+    std::string place = {};
+    std::string shown = {};
 };
 
 struct package_facts {

@@ -298,10 +298,4 @@ extern "C" importer* make_importer() {
     return &the_importer;
 }
 
-// Faults of the last load of an importer of this library, null for another's; lent.
-extern "C" const definition_problems* definition_problems_of(const importer* from) {
-    const auto* text = dynamic_cast<const text_importer*>(from);
-    return text ? &text->problems() : nullptr;
-}
-
 } // namespace km

@@ -59,11 +59,14 @@ void print_message(const global_options& options, const kmhost::message& one) {
                                                                 : "";
     const bool color = wants_color(options) && one.level != kmhost::severity::info;
     std::string text = printable(one.text, true);
-    // Numbers of the engine's messages are for programs.
-    if (options.verbose && one.id.compare(0, 5, "ZNPSE") != 0)
+    // Numbers of the engine's messages are for programs; those of faults in a text are looked up.
+    if (!one.place.empty() || (options.verbose && !one.id.starts_with("ZNPSE")))
         text += " [" + one.id + "]";
-    std::fprintf(stderr, "%s%s%s%s\n", color ? color_of(one.level) : "", head,
+    const std::string place = one.place.empty() ? "" : printable(one.place, true) + ": ";
+    std::fprintf(stderr, "%s%s%s%s%s\n", place.c_str(), color ? color_of(one.level) : "", head,
                  color ? "\x1b[0m" : "", text.c_str());
+    if (!one.shown.empty())
+        std::fprintf(stderr, "%s\n", printable(one.shown, false).c_str());
 }
 
 } // namespace

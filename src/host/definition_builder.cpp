@@ -1,0 +1,129 @@
+// definition_builder: a package file out of a text definition
+// format: docs/DEFINITIONS.md
+// invariant: the output is written beside its place and renamed when it is whole
+#include "definition_builder.h"
+
+#include "data_entry.h"
+#include "definition_file.h"
+#include "file_object.h"
+#include "log_objects.h"
+#include "object_command.h"
+#include "pair.h"
+#include "room.h"
+#include "tree_walk.h"
+#include "variable_list.h"
+#include "words.h"
+#include "write_package.h"
+
+#include <filesystem>
+
+namespace kmhost {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class builder {
+  public:
+    builder(const definition_request& request, outcome& result)
+        : request_(request), result_(result) {}
+    void run();
+
+  private:
+    km::ustring resolved(const km::ustring& text);
+    bool name_package();
+    void find_sources();
+    void report();
+
+    const definition_request& request_;
+    outcome& result_;
+    km::spmessage messages_;
+    std::unique_ptr<km::cm_package> package_;
+};
+
+km::ustring builder::resolved(const km::ustring& text) {
+    km::ustring out = text;
+    if (package_->variables)
+        package_->variables->substitute_variables(out);
+    return out;
+}
+
+// The name stands in every catalog: it cannot wait for the values of a machine.
+bool builder::name_package() {
+    km::cm_package& package = *package_;
+    const km::pair before(package.name, package.version);
+    package.name = resolved(package.name);
+    package.version = resolved(package.version);
+    package.title = resolved(package.title);
+    const int own = package.nested_packages.index_of(before);
+    if (own >= 0)
+        package.nested_packages.at<km::pair>(own)->set_key_value(package.name, package.version);
+    const std::string name = package.name.mbcs_str(), version = package.version.mbcs_str();
+    const auto refuse = [&](const std::string& what, const std::string& fault) {
+        result_.fail(exit_invalid, "definition",
+                     request_.file + ": the " + what + ": " + fault + ".");
+        return false;
+    };
+    if (const auto fault = fault_of_name(name); !fault.empty())
+        return refuse("name '" + name + "'", fault);
+    if (const auto fault = fault_of_version(version); !fault.empty())
+        return refuse("version '" + version + "'", fault);
+    return true;
+}
+
+void builder::find_sources() {
+    const fs::path base = request_.base.empty() ? fs::path(request_.file).parent_path()
+                                                : fs::path(request_.base);
+    each_leaf(*package_, [&](km::cm_command& command) {
+        auto* on = dynamic_cast<km::cm_object_command*>(&command);
+        auto* object = on ? dynamic_cast<km::km_object*>(on->object) : nullptr;
+        if (!object || object->source_text.empty())
+            return;
+        const km::ustring text = resolved(object->source_text);
+        object->set_source((base / text.mbcs_str()).string());
+    });
+}
+
+void builder::report() {
+    std::error_code error;
+    const auto size = fs::file_size(request_.output, error);
+    unsigned long long bytes = 0;
+    long commands = 0;
+    each_leaf(*package_, [&](km::cm_command& command) {
+        ++commands;
+        bytes += static_cast<unsigned long long>(command.get_size());
+    });
+    const package_id id{package_->name.mbcs_str(), package_->version.mbcs_str()};
+    result_.package = package_facts{id.name, id.version, "", ""};
+    result_.data["file"] = request_.output;
+    result_.data["file_size"] = size;
+    result_.data["commands"] = commands;
+    result_.data["bytes"] = bytes;
+    result_.text = id.text() + ": " + std::to_string(commands) + " commands, data of " +
+                   km::in_words(bytes) + ", in " + request_.output + " (" + km::in_words(size) +
+                   ")";
+}
+
+void builder::run() {
+    package_ = read_definition(request_.file, messages_, result_);
+    if (!package_ || !set_defaults(*package_, request_.variables, result_) || !name_package())
+        return;
+    find_sources();
+    if (!package_->log_object_list) {
+        package_->log_object_list = new km::log_object_list;
+        package_->log_object_list->location = km::pathname("$(product_dir)/log");
+    }
+    package_->messages = &messages_;
+    km::restart_data_sequence();
+    if (write_package(request_.output, request_.stored, messages_, result_,
+                      [this](km::zipping_channel& zip) { return package_->save(&zip); }))
+        report();
+}
+
+} // namespace
+
+void build_from_definition(const definition_request& request, outcome& result) {
+    builder(request, result).run();
+}
+
+} // namespace kmhost
