@@ -55,9 +55,8 @@ bool builder::name_package() {
     package.name = resolved(package.name);
     package.version = resolved(package.version);
     package.title = resolved(package.title);
-    const int own = package.nested_packages.index_of(before);
-    if (own >= 0)
-        package.nested_packages.at<km::pair>(own)->set_key_value(package.name, package.version);
+    if (const int own = package.nested_packages.index_of(before); own >= 0)
+        *package.nested_packages.at<km::pair>(own) = km::pair(package.name, package.version);
     const std::string name = package.name.mbcs_str(), version = package.version.mbcs_str();
     const auto refuse = [&](const std::string& what, const std::string& fault) {
         result_.fail(exit_invalid, "definition",
@@ -72,8 +71,8 @@ bool builder::name_package() {
 }
 
 void builder::find_sources() {
-    const fs::path base = request_.base.empty() ? fs::path(request_.file).parent_path()
-                                                : fs::path(request_.base);
+    const fs::path base =
+        request_.base.empty() ? fs::path(request_.file).parent_path() : fs::path(request_.base);
     each_leaf(*package_, [&](km::cm_command& command) {
         auto* on = dynamic_cast<km::cm_object_command*>(&command);
         auto* object = on ? dynamic_cast<km::km_object*>(on->object) : nullptr;

@@ -8,9 +8,9 @@
 namespace kmhost {
 
 struct export_request {
-    std::string target;      // a package file, or NAME[^VERSION]
-    std::string output;      // the definition; replaced whole or not at all
-    std::string files;       // directory that gets the data, made; empty: none
+    std::string target; // a package file, or NAME[^VERSION]
+    std::string output; // the definition; replaced whole or not at all
+    std::string files;  // directory that gets the data, made; empty: none
 };
 
 // Writes the definition that `kmctl build` makes the same package of. Data come with `files` only:

@@ -10,8 +10,7 @@ using nlohmann::json;
 namespace {
 
 json message_json(const message& one) {
-    json object = {
-        {"id", one.id}, {"severity", severity_word(one.level)}, {"text", one.text}};
+    json object = {{"id", one.id}, {"severity", severity_word(one.level)}, {"text", one.text}};
     if (!one.place.empty()) {
         object["place"] = one.place;
         object["shown"] = one.shown;
@@ -102,9 +101,9 @@ bool from_wire(const std::string& line, outcome& result) {
     result.data = object.value("data", json());
     result.messages.clear();
     for (const auto& one : object.value("messages", json::array()))
-        result.messages.push_back(
-            {one.value("id", ""), severity_of(one.value("severity", "")), one.value("text", ""),
-             one.value("place", ""), one.value("shown", "")});
+        result.messages.push_back({one.value("id", ""), severity_of(one.value("severity", "")),
+                                   one.value("text", ""), one.value("place", ""),
+                                   one.value("shown", "")});
     if (object.contains("package")) {
         const auto& one = object["package"];
         result.package = package_facts{one.value("name", ""), one.value("version", ""),

@@ -1,12 +1,11 @@
 // main: the command line of kmctl
 // no format
 // invariants: exactly one outcome is printed per call; the engine never runs in this process
-#include "init_definition.h"
+#include "definition_commands.h"
 #include "life_commands.h"
 #include "location.h"
 #include "operations.h"
 #include "options.h"
-#include "package_builder.h"
 #include "print.h"
 #include "queries.h"
 #include "trace_option.h"
@@ -37,8 +36,7 @@ struct chosen {
 
 struct arguments {
     kmctl::life_arguments life;
-    kmhost::build_request build;
-    kmhost::init_request init;
+    kmctl::definition_arguments definition;
     kmhost::operation_request operation;
     std::string target;
     std::string key, value;
@@ -74,54 +72,6 @@ void add_globals(CLI::App& app, global_options& options) {
     app.add_flag("--reboot-exit-code", options.reboot_exit_code,
                  "Exit with 4 where a reboot is needed");
     app.set_version_flag("--version", version_text, "Version of this program");
-}
-
-void add_build(CLI::App& app, arguments& given, chosen& choice) {
-    auto* one = app.add_subcommand("build", "Pack a directory tree into a package file");
-    auto& build = given.build;
-    one->add_option("DIR", build.source, "Directory to pack")->required();
-    one->add_option("--name", build.name, "Name of the package")->required();
-    one->add_option("--version", build.version, "Version of the package")->required();
-    one->add_option("--to", build.destination, "Where the content goes; may hold $(name)")
-        ->required()
-        ->type_name("DEST");
-    one->add_option("-o,--output", build.output, "Package file to write")
-        ->required()
-        ->type_name("FILE");
-    one->add_option("--title", build.title, "Title");
-    one->add_option("--description", build.description, "Description");
-    one->add_option("--set", build.variables, "Default of a variable")
-        ->type_name("NAME=VALUE")
-        ->allow_extra_args(false);
-    one->add_option("--shared", build.shared, "Files that other packages may share")
-        ->type_name("PATTERN")
-        ->allow_extra_args(false);
-    one->add_flag("--stored", build.stored, "Do not compress the data");
-    one->callback([&] {
-        choice.command = "build";
-        choice.needs_no_state = choice.only_reads = true;
-        choice.body = [&build](kmhost::worker_line&, outcome& result) {
-            kmhost::build_package_file(build, result);
-        };
-    });
-}
-
-void add_init(CLI::App& app, arguments& given, chosen& choice) {
-    auto* one = app.add_subcommand("init", "Write a first definition for a directory tree");
-    auto& init = given.init;
-    one->add_option("DIR", init.source, "Directory to describe")->required();
-    one->add_option("-o,--output", init.output, "Definition to write (the directory's name, .spd)")
-        ->type_name("FILE");
-    one->add_option("--prefix", init.prefix, "Where the content goes (/opt and the name)")
-        ->type_name("DEST");
-    one->add_flag("--force", init.force, "Replace a definition that is there");
-    one->callback([&] {
-        choice.command = "init";
-        choice.needs_no_state = choice.only_reads = true;
-        choice.body = [&init](kmhost::worker_line&, outcome& result) {
-            kmhost::init_definition(init, result);
-        };
-    });
 }
 
 void add_show(CLI::App& app, arguments& given, chosen& choice) {
@@ -246,8 +196,6 @@ void add_check(CLI::App& app, arguments& given, const global_options& options, c
 }
 
 void add_commands(CLI::App& app, arguments& given, const global_options& options, chosen& choice) {
-    add_build(app, given, choice);
-    add_init(app, given, choice);
     add_install(app, given, choice);
     add_remove(app, given, choice);
     add_query(app, "list", "Installed packages", "PATTERN", false, given, choice, kmhost::list);
@@ -266,6 +214,14 @@ void add_commands(CLI::App& app, arguments& given, const global_options& options
             choice.command = name;
             choice.only_reads = only_reads;
             choice.only_answers = only_answers;
+            choice.body = std::move(body);
+        });
+    kmctl::add_definition_commands(
+        app, given.definition,
+        [&choice](const char* name, bool needs_state, kmhost::worker_body body) {
+            choice.command = name;
+            choice.needs_no_state = !needs_state;
+            choice.only_reads = true;
             choice.body = std::move(body);
         });
     app.require_subcommand(1);

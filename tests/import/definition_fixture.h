@@ -1,0 +1,81 @@
+// definition_fixture: definitions out of texts, with the product's rules and objects
+#pragma once
+
+#include "array_channel.h"
+#include "base/msg_supp.h"
+#include "codec.h"
+#include "encode_channel.h"
+#include "package.h"
+#include "support/scratch.h"
+#include "text_exporter.h"
+#include "text_importer.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+namespace km_test {
+
+class Definition : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ::setenv("SPEDITOR_LIB_PATH", KM_BUILD_LIB "/../share/kmcore", 1);
+        importer_.messages = &messages_;
+    }
+
+    std::unique_ptr<km::cm_package> read(const std::string& text) {
+        messages_.reset();
+        km::cm_package* package = nullptr;
+        const std::string file = scratch_.write("d.spd", text);
+        const int good = importer_.load(km::pathname(file.c_str()), package);
+        EXPECT_EQ(good != 0, package != nullptr);
+        return std::unique_ptr<km::cm_package>(package);
+    }
+
+    std::unique_ptr<km::cm_package> read_body(const std::string& body) {
+        return read("kmspd 1.0\npackage {\nname = p\nversion = 1\n" + body + "}\n");
+    }
+
+    std::string write(const km::cm_package& package) {
+        km::text_exporter out;
+        EXPECT_TRUE(out.open(km::pathname(scratch_.at("out.spd").c_str())));
+        package.export_(out);
+        out.close();
+        EXPECT_TRUE(out.good());
+        return scratch_.read("out.spd");
+    }
+
+    // Places and numbers of the faults: "2:3 im_..." as "2:3=17".
+    std::string faults() const {
+        std::string all;
+        for (const auto& one : importer_.problems().all())
+            all += (all.empty() ? "" : " ") + std::to_string(one.place.line) + ":" +
+                   std::to_string(one.place.column) + "=" + std::to_string(one.key);
+        return all;
+    }
+
+    std::string told() {
+        const char* text = messages_.bind();
+        return text ? text : "";
+    }
+
+    // Times are those of the import, and stand in no definition.
+    static std::string coded(km::cm_package& package) {
+        package.creation_time = package.last_modification_time = 0;
+        km::array_output_channel bytes(4096);
+        {
+            km::encode_channel channel(&bytes);
+            km::encoder out(&channel);
+            out.encode_object(&package);
+        }
+        return {reinterpret_cast<const char*>(bytes.get_data()),
+                static_cast<size_t>(bytes.get_count())};
+    }
+
+    scratch_dir scratch_;
+    km::spmessage messages_;
+    km::text_importer importer_;
+};
+
+} // namespace km_test
