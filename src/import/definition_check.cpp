@@ -85,13 +85,19 @@ class checker {
         }
     }
 
+    // Hints cost time: none for faults that are not listed.
+    template <class Known> std::string hint(const std::string& word, Known known) const {
+        return problems_.is_full() ? std::string() : nearest_hint(word, known());
+    }
+
     void misplaced(const definition_block& block, const std::string& context) {
         const std::string where = context == outermost ? "a definition" : context;
         if (book_.is_stanza(block.name))
             problems_.add(im_misplaced_block, block.place, {block.name, where});
         else
-            problems_.add(im_unknown_block, block.place,
-                          {block.name, where, nearest_hint(block.name, book_.stanzas_in(context))});
+            problems_.add(im_unknown_block, block.place, {block.name, where, hint(block.name, [&] {
+                                                              return book_.stanzas_in(context);
+                                                          })});
     }
 
     void check_attributes(const definition_block& block, const std::string& key) {
@@ -117,8 +123,9 @@ class checker {
         else if (rule)
             check_value(one, *rule);
         else
-            problems_.add(im_unknown_attribute, one.place,
-                          {one.name, block.name, nearest_hint(one.name, book_.attributes_of(key))});
+            problems_.add(
+                im_unknown_attribute, one.place,
+                {one.name, block.name, hint(one.name, [&] { return book_.attributes_of(key); })});
     }
 
     void refuse(import_message message, const definition_attribute& one,
@@ -188,7 +195,7 @@ class checker {
         ustring key;
         if (!rule.find_choice_by_value(key, ustring(one.value.c_str())))
             refuse(im_not_choice, one,
-                   {choices_text(rule), nearest_hint(one.value, choice_values(rule))});
+                   {choices_text(rule), hint(one.value, [&] { return choice_values(rule); })});
     }
 
     // A sum of the numbers of choices.

@@ -116,7 +116,7 @@ void definition_problems::begin(const std::string& file_name) {
 
 void definition_problems::add(import_message key, text_place place,
                               std::vector<std::string> arguments) {
-    if (problems_.size() >= most) {
+    if (is_full()) {
         ++left_out_;
         return;
     }

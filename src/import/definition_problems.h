@@ -32,6 +32,8 @@ class definition_problems {
     // The text the places refer to; must live as long as problems are told.
     void set_text(const std::string* text) { text_ = text; }
     void add(import_message key, text_place place, std::vector<std::string> arguments = {});
+    // What is added now is only counted.
+    bool is_full() const { return problems_.size() >= most; }
     bool any() const { return !problems_.empty(); }
     int count() const { return static_cast<int>(problems_.size()) + left_out_; }
     const std::vector<definition_problem>& all() const { return problems_; }

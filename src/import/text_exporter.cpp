@@ -129,7 +129,8 @@ void text_exporter::put_string(const char* name, const ustring& value) {
         put(name, value.mbcs_str());
         return;
     }
-    if (rule && rule->type != attribute_descriptor::t_object && value != rule->default_value)
+    if (rule && rule->type != attribute_descriptor::t_object &&
+        (rule->mandatory || value != rule->default_value))
         put(name, value.mbcs_str());
 }
 

@@ -60,9 +60,21 @@ class Definition : public ::testing::Test {
         return text ? text : "";
     }
 
+    // Numbers of commands run on through a process; between the commands of a tree they tell.
+    static void count_from(km::cm_composite_command& tree, int first) {
+        for (km::list_iterator all(tree.get_children()); all.hasMoreElements();) {
+            auto* command = static_cast<km::cm_command*>(all.nextElement());
+            command->set_command_index(command->get_command_index() - first);
+            if (auto* inner = dynamic_cast<km::cm_composite_command*>(command))
+                count_from(*inner, first);
+        }
+    }
+
     // Times are those of the import, and stand in no definition.
     static std::string coded(km::cm_package& package) {
         package.creation_time = package.last_modification_time = 0;
+        count_from(package, package.get_command_index());
+        package.set_command_index(0);
         km::array_output_channel bytes(4096);
         {
             km::encode_channel channel(&bytes);
