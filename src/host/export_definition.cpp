@@ -68,12 +68,22 @@ class data_writer {
     // Below the directory, whatever the package says; each file at a place of its own.
     fs::path place_of(const std::string& path) {
         fs::path place = fs::absolute(directory_);
-        for (const auto& part : fs::path(path).relative_path())
+        for (const auto& part : fs::path(without_references(path)).relative_path())
             place /= part == ".." || part == "." ? fs::path("_") : part;
         const std::string wanted = place.string();
         for (int i = 2; !taken_.insert(place.string()).second; ++i)
             place = wanted + "~" + std::to_string(i);
         return place;
+    }
+
+    // "$(dir)/x" as "dir/x": in the definition a reference would be resolved.
+    static std::string without_references(std::string path) {
+        for (size_t at; (at = path.find("$(")) != std::string::npos;) {
+            path.erase(at, 2);
+            if (const size_t end = path.find(')', at); end != std::string::npos)
+                path.erase(end, 1);
+        }
+        return "/" + path;
     }
 
     static void set_time(const km::km_file& file, const fs::path& place) {

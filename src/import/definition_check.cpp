@@ -85,9 +85,9 @@ class checker {
         }
     }
 
-    // Hints cost time: none for faults that are not listed.
-    template <class Known> std::string hint(const std::string& word, Known known) const {
-        return problems_.is_full() ? std::string() : nearest_hint(word, known());
+    // Costs time: nothing for faults that are not listed.
+    template <class Known> std::string nearest(const std::string& word, Known known) const {
+        return problems_.is_full() ? std::string() : nearest_word(word, known());
     }
 
     void misplaced(const definition_block& block, const std::string& context) {
@@ -95,13 +95,15 @@ class checker {
         if (book_.is_stanza(block.name))
             problems_.add(im_misplaced_block, block.place, {block.name, where});
         else
-            problems_.add(im_unknown_block, block.place, {block.name, where, hint(block.name, [&] {
-                                                              return book_.stanzas_in(context);
-                                                          })});
+            problems_.add(im_unknown_block, block.place,
+                          {block.name, where, hint_text(nearest(block.name, [&] {
+                               return book_.stanzas_in(context);
+                           }))});
     }
 
     void check_attributes(const definition_block& block, const std::string& key) {
         std::map<std::string, int> seen;
+        misspelt_.clear();
         for (const auto& one : block.attributes) {
             const auto [first, fresh] = seen.try_emplace(one.name, one.place.line);
             if (!fresh)
@@ -109,7 +111,7 @@ class checker {
             check_attribute(one, block, key);
         }
         for (const auto& name : book_.mandatory_of(key))
-            if (!seen.contains(name) && !block.find_block(name))
+            if (!seen.contains(name) && !block.find_block(name) && !misspelt_.contains(name))
                 problems_.add(im_mandatory, block.place, {name, block.name});
     }
 
@@ -123,9 +125,14 @@ class checker {
         else if (rule)
             check_value(one, *rule);
         else
-            problems_.add(
-                im_unknown_attribute, one.place,
-                {one.name, block.name, hint(one.name, [&] { return book_.attributes_of(key); })});
+            unknown(one, block, key);
+    }
+
+    void unknown(const definition_attribute& one, const definition_block& block,
+                 const std::string& key) {
+        const auto meant = nearest(one.name, [&] { return book_.attributes_of(key); });
+        misspelt_.insert(meant);
+        problems_.add(im_unknown_attribute, one.place, {one.name, block.name, hint_text(meant)});
     }
 
     void refuse(import_message message, const definition_attribute& one,
@@ -195,7 +202,8 @@ class checker {
         ustring key;
         if (!rule.find_choice_by_value(key, ustring(one.value.c_str())))
             refuse(im_not_choice, one,
-                   {choices_text(rule), hint(one.value, [&] { return choice_values(rule); })});
+                   {choices_text(rule),
+                    hint_text(nearest(one.value, [&] { return choice_values(rule); }))});
     }
 
     // A sum of the numbers of choices.
@@ -221,6 +229,7 @@ class checker {
 
     rule_book& book_;
     definition_problems& problems_;
+    std::set<std::string> misspelt_; // attributes of the block that were meant; no more are missed
 };
 
 // The text must begin with the signature of a version that the rules know.

@@ -91,7 +91,7 @@ size_t valid_utf8(const std::string& text) {
     return at;
 }
 
-std::string nearest_hint(const std::string& word, const std::vector<std::string>& known) {
+std::string nearest_word(const std::string& word, const std::vector<std::string>& known) {
     constexpr size_t longest_compared = 64;
     if (word.size() > longest_compared)
         return {};
@@ -104,7 +104,11 @@ std::string nearest_hint(const std::string& word, const std::vector<std::string>
             found = one;
         }
     }
-    return found.empty() ? "" : " Did you mean '" + found + "'?";
+    return found;
+}
+
+std::string hint_text(const std::string& nearest) {
+    return nearest.empty() ? "" : " Did you mean '" + nearest + "'?";
 }
 
 void definition_problems::begin(const std::string& file_name) {

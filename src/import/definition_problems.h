@@ -51,8 +51,10 @@ class definition_problems {
     int left_out_ = 0;
 };
 
-// " Did you mean 'WORD'?" with the word nearest to `word`, or nothing where none is near.
-std::string nearest_hint(const std::string& word, const std::vector<std::string>& known);
+// The word nearest to `word`, empty where none is near.
+std::string nearest_word(const std::string& word, const std::vector<std::string>& known);
+// " Did you mean 'WORD'?", or nothing for an empty word.
+std::string hint_text(const std::string& nearest);
 
 // Bytes at the front of `text` that are well-formed UTF-8.
 size_t valid_utf8(const std::string& text);
