@@ -1,0 +1,4 @@
+# What both programs use.
+greet() {
+    echo "suite: $1"
+}
