@@ -112,7 +112,11 @@ void plan_undo(const km::cm_catalog_entry& entry, tally& all, outcome& result) {
         }
         const std::string path = on->object->get_name().mbcs_str();
         auto* kept_file = dynamic_cast<km::km_kept_file*>(on->object);
-        if (kept_file && on->object->exists(km::p_do) && kept_file->leaves_present()) {
+        if (kept_file && kept_file->brings_back && on->object->exists(km::p_do) &&
+            !kept_file->is_changed()) {
+            if (!on->object->is_identical(km::p_do))
+                all.add("remove", path + km::kept_suffix);
+        } else if (kept_file && on->object->exists(km::p_do) && kept_file->leaves_present()) {
             all.add({"keep", path, "it was changed"});
         } else if (dynamic_cast<km::cm_add_object*>(on)) {
             if (!on->object->is_identical(km::p_do))

@@ -44,8 +44,10 @@ json object_json(const km::cm_object& object) {
     json one = {{"path", const_cast<km::cm_object&>(object).get_name().mbcs_str()},
                 {"shared", object.is_shared != 0}};
     if (const auto* of = dynamic_cast<const km::km_object*>(&object)) {
-        one["mode"] = mode_text(*of);
-        one["size"] = of->size;
+        if (!dynamic_cast<const km::km_hard_link*>(of)) { // its file has them
+            one["mode"] = mode_text(*of);
+            one["size"] = of->size;
+        }
         one["type"] = of->kind();
         if (const auto* link = dynamic_cast<const km::km_link*>(of))
             one["target"] = link->target.mbcs_str();

@@ -16,8 +16,10 @@
 #include "object_commands.h"
 #include "package_file.h"
 #include "package_version.h"
+#include "planned_step.h"
 #include "session.h"
 #include "status_words.h"
+#include "tree_walk.h"
 #include "upgrade_record.h"
 
 #include <algorithm>
@@ -30,17 +32,20 @@ namespace {
 
 using objects_by_path = std::map<std::string, km::km_object*>;
 
-void collect(km::cm_composite_command& tree, objects_by_path& all) {
-    for (km::list_iterator at(tree.get_children()); at.hasMoreElements();) {
-        auto* command = at.nextElement();
-        if (auto* inner = dynamic_cast<km::cm_composite_command*>(command)) {
-            collect(*inner, all);
-        } else if (auto* add = dynamic_cast<km::cm_add_object*>(command)) {
-            auto* object = dynamic_cast<km::km_object*>(add->object);
-            if (object && add->is_effective)
-                all[object->path_bytes()] = object;
-        }
-    }
+void collect_from(km::cm_command& command, objects_by_path& all) {
+    auto* add = dynamic_cast<km::cm_add_object*>(&command);
+    auto* object = add ? dynamic_cast<km::km_object*>(add->object) : nullptr;
+    if (object && add->is_effective)
+        all[object->path_bytes()] = object;
+}
+
+// What an older version passed over is not effective any more.
+void collect_installed(km::cm_package& tree, objects_by_path& all) {
+    each_leaf(tree, [&all](km::cm_command& command) { collect_from(command, all); });
+}
+
+void collect_due(km::cm_package& tree, objects_by_path& all) {
+    each_due_leaf(tree, [&all](km::cm_command& command) { collect_from(command, all); });
 }
 
 bool is_made(const km::km_object& old) {
@@ -160,9 +165,9 @@ void upgrader::take_out(km::km_object& old, std::vector<km::cm_command*>& into) 
 
 void upgrader::merge() {
     objects_by_path mine, theirs;
-    collect(package_, mine);
+    collect_due(package_, mine);
     for (const auto& one : old_)
-        collect(*one, theirs);
+        collect_installed(*one, theirs);
     std::vector<km::cm_command*> removals;
     for (auto one = theirs.rbegin(); one != theirs.rend(); ++one) { // contents before directories
         const auto same = mine.find(one->first);
@@ -201,7 +206,7 @@ void upgrader::plan() {
         result_.text += std::string(what) + " " + path + "\n";
     };
     objects_by_path mine;
-    collect(package_, mine);
+    collect_due(package_, mine);
     for (const auto& [path, object] : mine) {
         if (auto* directory = dynamic_cast<km::km_directory*>(object))
             directory->always_put = false; // what stands there is asked, not what the run does
@@ -213,6 +218,11 @@ void upgrader::plan() {
         else if (!object->is_identical(km::p_do))
             tell("replace", path);
     }
+    each_due_leaf(package_, [&tell](km::cm_command& command) {
+        const planned_step one = step_of_install(command);
+        if (one.action == "run" || one.action == "restart")
+            tell(one.action.c_str(), one.path);
+    });
     for (const auto& path : users_)
         tell("keep beside", path);
     for (const auto& path : goes_)

@@ -6,6 +6,7 @@
 #include "codec.h"
 #include "exporter.h"
 #include "importer.h"
+#include "object_command.h"
 #include "object_messages.h"
 #include "package.h"
 
@@ -20,11 +21,13 @@ const char* km_hard_link::codable_name() const { return "com.ombrel.sd.cmObjects
 void km_hard_link::encode_object(encoder& to) const {
     km_object::encode_object(to);
     to.encode_string_field(220, target);
+    to.encode_boolean_field(221, restores);
 }
 
 codable* km_hard_link::decode_object(decoder& from, long stream_version) {
     km_object::decode_object(from, stream_version);
     from.decode_string_field(220, target);
+    from.decode_boolean_field(221, restores);
     return this;
 }
 
@@ -54,9 +57,14 @@ bool km_hard_link::target_is_good() const {
            (package && const_cast<cm_package*>(package)->find(ustring(u"add ") + target, 1));
 }
 
-cm_result km_hard_link::check_target(const place&, const struct stat* present) {
+cm_result km_hard_link::check_target(const place& where, const struct stat* present) {
     if (present && S_ISDIR(present->st_mode))
         return fail(om_is_directory, path_bytes());
+    struct stat about {};
+    dev_t here = 0;
+    if (is_linkable(target.mbcs_str(), about) && file_system_of(where.directory, here) &&
+        about.st_dev != here)
+        return fail("make the link", path_bytes(), EXDEV);
     if (target_is_good())
         return cm_command::success;
     tell(package, om_link_target, path_bytes(), target.mbcs_str());
@@ -88,6 +96,34 @@ cm_result km_hard_link::put(int) {
     touched(where.directory);
     temporary_may_be_left = false;
     return cm_command::success;
+}
+
+// Until the package has put its own file there, the name would be one of the old file.
+bool km_hard_link::target_is_to_come() const {
+    if (!package || package->operation_name != ustring(u"install"))
+        return false;
+    auto* add = dynamic_cast<cm_add_object*>(
+        const_cast<cm_package*>(package)->find(ustring(u"add ") + target, 1));
+    return add && add->object && add->object->exists(p_do) && add->is_to_be_added();
+}
+
+int km_hard_link::is_identical(int phase) {
+    return km_object::is_identical(phase) && (phase == p_prepare || !target_is_to_come());
+}
+
+cm_object* km_hard_link::get_undo_object() {
+    if (!stands_as_described(path_bytes(), true))
+        return km_object::get_undo_object();
+    auto* undo = new km_hard_link(*this);
+    undo->restores = 1;
+    return undo;
+}
+
+cm_result km_hard_link::finish_add() {
+    struct stat about {};
+    const bool can_be = restores && is_linkable(target.mbcs_str(), about) &&
+                        look_at(path_bytes(), about) && S_ISREG(about.st_mode);
+    return can_be ? put(p_do) : cm_command::success;
 }
 
 cm_result km_hard_link::take() {

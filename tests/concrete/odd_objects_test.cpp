@@ -202,6 +202,20 @@ TEST_F(HardLink, LivesBesideItsFile) {
     EXPECT_EQ(go("undo"), 0);
     EXPECT_EQ(text("sub/name"), "before");
     EXPECT_EQ(text("file"), "none");
+    fs::remove_all(dir_.at("target/sub"));
+    // A newer file takes its second name along, and so does the way back.
+    pack_it();
+    EXPECT_EQ(go("install"), 0);
+    dir_.write("source/file", "newer");
+    auto* again = object_at<km::km_hard_link>("sub/name");
+    again->target = u(dir_.at("target/file"));
+    pack({km::new_add_file(object_at<km::km_file>("file")), km::new_add_hard_link(again)}, "2");
+    EXPECT_EQ(go("install", km::m_undoable), 0);
+    EXPECT_EQ(text("sub/name"), "newer");
+    EXPECT_EQ(go("undo", 0, "2"), 0);
+    EXPECT_EQ(text("sub/name"), "new");
+    EXPECT_TRUE(same("target/file", "target/sub/name"));
+    EXPECT_EQ(go("remove"), 0);
     // Of nothing.
     auto* lost = object_at<km::km_hard_link>("name");
     lost->target = u(dir_.at("target/nothing"));
