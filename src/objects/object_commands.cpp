@@ -64,18 +64,20 @@ void km_add_command::do_execute(int action, int phase) {
     if (action == a_reverse && takes_back_prepared(phase))
         return;
     tell_what_stays(action, phase);
-    const bool stays = leaves_existing(action, phase);
-    cm_add_object::do_execute(action, phase);
-    if (stays && result == success)
+    if (leaves_existing(action, phase)) {
         is_effective = 0; // as after an install in one run: no remove takes it away
+        result = object->skip_data();
+        set_to_be_logged(0);
+        return;
+    }
+    cm_add_object::do_execute(action, phase);
 }
 
-// A commit that meets what it must not replace. Where no copy waits it has put its own in place
-// before it was cut.
+// A prepare that meets what it must not replace; its profile is the last that is written before a
+// remove.
 bool km_add_command::leaves_existing(int action, int phase) {
-    auto* on = dynamic_cast<km_object*>(object);
-    return on && action == a_execute && phase == p_commit && !replace_if_existing &&
-           !on->is_shared && on->is_only_prepared() && on->exists(p_do);
+    return object && action == a_execute && phase == p_prepare && !replace_if_existing &&
+           !object->is_shared && object->exists(p_do);
 }
 
 // What was only prepared has put nothing in place: what stands there is somebody else's, also for

@@ -163,3 +163,30 @@ INSTANTIATE_TEST_SUITE_P(
         "commit = 0 none before"),
     case_name);
 #endif
+
+// What stood there is left, by the commit as by the remove; what the package put there goes, also
+// where its commit was cut behind the rename.
+TEST_F(LifeTest, APreparedInstallThatReplacesNothingTakesNothingAway) {
+    for (const char* commit :
+         {"commit = 0 ICU-- -; accept = 0 IC--- -",
+#ifdef KM_KILL_POINTS
+          "kill commit.after_tree commit; commit = 0 ICU-- -; accept = 0 IC--- -"
+#endif
+         }) {
+        {
+            stores all(dir_.at("store"));
+            std::unique_ptr<km::unzipping_channel> data;
+            const auto package = from_package_file(all, data);
+            ASSERT_TRUE(package);
+            auto& tree = dynamic_cast<km::cm_composite_command&>(
+                *km::list_iterator(package->get_children()).nextElement());
+            for (km::list_iterator each(tree.get_children()); each.hasMoreElements();)
+                if (auto* add = dynamic_cast<km::cm_add_object*>(each.nextElement()))
+                    add->replace_if_existing = 0;
+            ASSERT_EQ(run(*package, false, "install", mode_of("tu")), 0);
+        }
+        play(commit);
+        EXPECT_EQ(picture_of(dir_.at("target")).count("/opt/deep/below/file"), 1U);
+        play("remove = 0 none before");
+    }
+}
