@@ -31,6 +31,8 @@ class text_exporter : public exporter {
 
     // Whether all was written; errno tells why not.
     bool good() const { return good_; }
+    // What is to be written.
+    const std::string& text() const { return text_; }
 
   private:
     struct open_stanza {
