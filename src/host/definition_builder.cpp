@@ -63,6 +63,11 @@ bool builder::name_package() {
                      request_.file + ": the " + what + ": " + fault + ".");
         return false;
     };
+    for (const auto& text : {name, version})
+        if (text.find("$(") != std::string::npos)
+            return refuse("'" + text + "' that names the package",
+                          "a variable in it has no value here, or refers to itself; --set "
+                          "NAME=VALUE gives one");
     if (const auto fault = fault_of_name(name); !fault.empty())
         return refuse("name '" + name + "'", fault);
     if (const auto fault = fault_of_version(version); !fault.empty())
