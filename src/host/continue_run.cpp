@@ -5,6 +5,7 @@
 
 #include "file_channel.h"
 #include "package_file.h"
+#include "reboot.h"
 
 #include <filesystem>
 
@@ -17,6 +18,8 @@ std::string absolute_path(const std::string& path) {
 }
 
 bool goes_on_from_profile(const km::cm_catalog_entry* entry, unsigned mode) {
+    if (entry && (mode & km::m_during_reboot) && waits_for_reboot(*entry))
+        return true;
     return entry && !(mode & km::m_force) && entry->current_result == 6 &&
            entry->last_action == km::a_execute && entry->cm_status == entry->current_cm_status;
 }
@@ -33,7 +36,8 @@ bool continue_run(session& at, const std::string& file, km::cm_result& answer) {
     at.take(*package);
     package->input_channel = &reader;
     package->source_path = km::pathname(file.c_str());
-    answer = package->execute(km::a_execute, entry.entry_mode, entry.call_argument);
+    const int reboot = waits_for_reboot(entry) ? int{km::m_during_reboot} : 0;
+    answer = package->execute(km::a_execute, entry.entry_mode | reboot, entry.call_argument);
     package->input_channel = nullptr;
     return true;
 }

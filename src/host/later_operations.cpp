@@ -9,6 +9,7 @@
 #include "operations.h"
 #include "package_file.h"
 #include "plan.h"
+#include "reboot.h"
 #include "session.h"
 #include "upgrade_record.h"
 
@@ -23,12 +24,15 @@ struct kind {
     unsigned (*mode_of)(const km::cm_catalog_entry& entry, unsigned asked);
 };
 
-unsigned commit_mode(const km::cm_catalog_entry& entry, unsigned) {
-    return static_cast<unsigned>(entry.entry_mode) & km::m_preferably_undoable;
+unsigned commit_mode(const km::cm_catalog_entry& entry, unsigned asked) {
+    return (static_cast<unsigned>(entry.entry_mode) & km::m_preferably_undoable) |
+           (asked & km::m_during_reboot);
 }
-unsigned no_mode(const km::cm_catalog_entry&, unsigned) { return 0; }
+unsigned no_mode(const km::cm_catalog_entry&, unsigned asked) {
+    return asked & km::m_during_reboot;
+}
 unsigned undo_mode(const km::cm_catalog_entry&, unsigned asked) {
-    return asked & km::m_transactional;
+    return asked & (km::m_transactional | km::m_during_reboot);
 }
 
 constexpr kind commit_kind{"commit", km::o_commit, &km::cm_package::commit, commit_mode};
@@ -84,7 +88,9 @@ void run(const kind& what, const operation_request& request, worker_line& line, 
             plan_later(*package, at.id, before, what.operation, result);
         return;
     }
-    if (!at.passes_gate(*package, what.operation, km::a_execute, mode, what.word) ||
+    // Behind a reboot the operation itself goes on; the gate is for operations that begin.
+    const bool goes_on = (mode & km::m_during_reboot) && waits_for_reboot(before);
+    if ((!goes_on && !at.passes_gate(*package, what.operation, km::a_execute, mode, what.word)) ||
         !write_intent({what.word, id, "", {}, request.mode, 0}, result))
         return;
     const auto answer = (package.get()->*what.call)(static_cast<int>(mode), 0);

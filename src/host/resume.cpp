@@ -7,6 +7,8 @@
 #include "inspect.h"
 #include "intent.h"
 #include "lookup.h"
+#include "package_file.h"
+#include "reboot.h"
 #include "session.h"
 #include "upgrade.h"
 
@@ -97,6 +99,39 @@ void go_back(const intent& cut, const operation_request& request, worker_line& l
     undo(back, line, result);
 }
 
+// What stopped for a reboot goes on behind it.
+bool go_on_behind_reboot(const operation_request& request, worker_line& line, outcome& result) {
+    std::vector<intent> all;
+    {
+        catalog_store store;
+        if (!store.open(access_kind::read, request.wait_seconds, result))
+            return false;
+        for (const auto& one : find_packages(store.catalog(), "")) {
+            if (!is_meant(one.id, request.target) || !waits_for_reboot(*one.entry) ||
+                !was_booted_since(one.id))
+                continue;
+            km::spmessage messages;
+            const auto profile = open_profile(one.entry->profile_name.mbcs_str(), messages, result);
+            if (!profile)
+                continue;
+            const unsigned mode =
+                static_cast<unsigned>(one.entry->entry_mode) | km::m_during_reboot;
+            all.push_back({command_behind_reboot(*one.entry),
+                           one.id,
+                           profile->source_path.mbcs_str(),
+                           {},
+                           mode,
+                           0});
+        }
+    }
+    for (const auto& one : all) {
+        outcome told;
+        go_on(one, request, line, told);
+        merge(result, told);
+    }
+    return !all.empty();
+}
+
 // Entries that wait for something although no command was cut.
 void tell_waiting(const operation_request& request, worker_line& line, outcome& result) {
     session at(line, result);
@@ -118,7 +153,7 @@ void resume(const operation_request& request, bool back, worker_line& line, outc
         if (!store.open(access_kind::change, request.wait_seconds, result))
             return;
     }
-    bool any = false;
+    bool any = !back && go_on_behind_reboot(request, line, result);
     for (const auto& cut : read_intents()) {
         if (!is_meant(cut.id, request.target))
             continue;

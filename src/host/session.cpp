@@ -9,6 +9,7 @@
 #include "made_directories.h"
 #include "messages.h"
 #include "program_notes.h"
+#include "reboot.h"
 #include "room.h"
 #include "status_words.h"
 
@@ -107,6 +108,10 @@ void session::finish(const km::cm_package& package, km::cm_result engine_result,
                          engine_result <= km::cm_command::success_retry;
     if (!goes_on)
         km::forget_programs(id.name, id.version);
+    if (const auto* now = entry(); now && waits_for_reboot(*now))
+        wait_for_reboot(id);
+    else
+        forget_reboot(id);
     if (is_success(engine_result)) {
         result_.text = id.text() + " is " + done;
         if (engine_result == km::cm_command::warning)
@@ -126,7 +131,8 @@ void session::finish(const km::cm_package& package, km::cm_result engine_result,
         engine_result <= km::cm_command::success_in_a_reboot) {
         result_.word = "pending";
         result_.exit = exit_reboot;
-        result_.text = id.text() + " waits for a reboot of this machine";
+        result_.text = id.text() + " waits for a reboot of this machine; behind it 'kmctl resume " +
+                       id.text() + "' goes on";
         return;
     }
     tell_failure(package, word);
