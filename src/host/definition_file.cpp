@@ -19,11 +19,20 @@ namespace {
 
 constexpr char extension[] = "spd";
 
-// The importer's messages begin with the place, and a line with a mark may stand behind.
+void no_library(const char* what, outcome& result) {
+    result.fail(exit_failed, "library",
+                std::string("Definitions cannot be ") + what +
+                    ": no library for them can be loaded. The setting import_libraries names it.");
+}
+
+} // namespace
+
 void take_faults(const km::spmessage& from, const std::string& path, outcome& result) {
     for (int i = 0; i < from.get_count(); ++i) {
         message one{from.id_of(i), severity::error, from.text_of(i)};
-        if (one.text.starts_with("E "))
+        if (one.text.starts_with("W "))
+            one.level = severity::warning;
+        if (one.text.starts_with("E ") || one.text.starts_with("W "))
             one.text.erase(0, 2);
         while (!one.text.empty() && one.text.back() == '\n')
             one.text.pop_back();
@@ -39,14 +48,6 @@ void take_faults(const km::spmessage& from, const std::string& path, outcome& re
         result.messages.push_back(std::move(one));
     }
 }
-
-void no_library(const char* what, outcome& result) {
-    result.fail(exit_failed, "library",
-                std::string("Definitions cannot be ") + what +
-                    ": no library for them can be loaded. The setting import_libraries names it.");
-}
-
-} // namespace
 
 std::unique_ptr<km::cm_package> read_definition(const std::string& path, km::spmessage& messages,
                                                 outcome& result) {

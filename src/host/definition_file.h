@@ -16,6 +16,10 @@ namespace kmhost {
 std::unique_ptr<km::cm_package> read_definition(const std::string& path, km::spmessage& messages,
                                                 outcome& result);
 
+// Adds an importer's messages on the definition at `path`: they begin with their severity and
+// place, and a line with a mark may stand behind them.
+void take_faults(const km::spmessage& from, const std::string& path, outcome& result);
+
 // Writes the definition of a package, whole or not at all.
 bool write_definition(const km::cm_package& package, const std::string& path, outcome& result);
 

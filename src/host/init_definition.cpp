@@ -1,5 +1,5 @@
 // init_definition: the first definition of a package, written from a directory tree
-// no format
+// format: docs/DEFINITIONS.md
 // invariant: what a value says is read back as the same bytes
 #include "init_definition.h"
 
@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <sys/stat.h>
 
 namespace kmhost {
@@ -116,6 +117,7 @@ class writer {
         return false;
     }
     bool check_entries();
+    void place_sources();
     void write_head();
     void write_stanzas();
     void write_stanza(const tree_entry& one);
@@ -132,10 +134,49 @@ class writer {
     outcome& result_;
     std::vector<tree_entry> all_;
     std::string name_, output_, prefix_;
+    bool beside_ = false; // sources are relative to the definition, not to the tree
+    std::string before_;  // what stands in front of them
     std::string text_;
 };
 
 constexpr const char* first_version = "1.0";
+
+// %n name, %v version, %d directory, %f the definition, %b how a build is told of the files.
+constexpr const char* head_text = R"(kmspd 1.0
+# The package %n, from the directory %d.
+# What stands behind a '#' is a comment. Change what you like, and then:
+#
+#   kmctl lint %f
+#   kmctl build %f%b -o %n-%v.spb
+#   kmctl install %n-%v.spb
+
+package {
+  # An upgrade finds the older version by this name: keep it.
+  name = %n
+  # To be raised with every change: 1.1, 1.2, 2.0.
+  version = %v
+  # A line for people.
+  title = %n
+
+  # What differs from machine to machine is a variable: write $(port) in a value below.
+  # Here stands what it is where nobody says otherwise (install -D port=9090).
+  # default_variables {
+  #   port = 8080
+  # }
+)";
+
+constexpr const char* files_text =
+    R"(  # Files: "path" is the place on the machine, "source" the file whose content goes there.
+  # Further lines may be: owner = root, group = root, is_shared = y (other packages have it,
+  # too), replace_if_existing = n (what stands there stays).
+)";
+
+std::string filled(const char* text, const std::map<char, std::string>& values) {
+    std::string out;
+    for (; *text; ++text)
+        out += *text == '%' ? values.at(*++text) : std::string(1, *text);
+    return out;
+}
 
 // Names and places, before anything is looked at.
 bool writer::settle() {
@@ -189,43 +230,28 @@ bool writer::check_entries() {
     return true;
 }
 
+// A definition beside the tree or above it finds the files by itself.
+void writer::place_sources() {
+    std::error_code error;
+    const fs::path parent = fs::path(output_).parent_path();
+    const fs::path from = fs::canonical(parent.empty() ? "." : parent, error);
+    if (error)
+        return;
+    const fs::path tree = fs::canonical(request_.source, error);
+    const std::string way = tree.lexically_relative(from).string();
+    beside_ = !error && !way.empty() && way != ".." && way.compare(0, 3, "../") != 0 &&
+              is_utf8(way) && way.find("$(") == std::string::npos;
+    if (beside_ && way != ".")
+        before_ = way + "/";
+}
+
 void writer::write_head() {
     const std::string file = shell_word(output_), tree = shell_word(request_.source);
-    const std::string package = name_ + "-" + first_version + ".spb";
-    const std::string definition = file.empty() ? "FILE" : file;
-    text_ =
-        "kmspd 1.0\n"
-        "# The package " +
-        name_ + ", from the directory " + shown(own_name(request_.source)) +
-        ".\n"
-        "# What stands behind a '#' is a comment. Change what you like, and then:\n"
-        "#\n"
-        "#   kmctl build " +
-        definition + " --base " + (tree.empty() ? "DIR" : tree) + " -o " + package +
-        "\n"
-        "#   kmctl install " +
-        package +
-        "\n"
-        "\n"
-        "package {\n"
-        "  # An upgrade finds the older version by this name: keep it.\n"
-        "  name = " +
-        definition_value(name_) +
-        "\n"
-        "  # To be raised with every change: 1.1, 1.2, 2.0.\n"
-        "  version = \"" +
-        first_version +
-        "\"\n"
-        "  # A line for people.\n"
-        "  title = " +
-        definition_value(name_) +
-        "\n"
-        "\n"
-        "  # What differs from machine to machine is a variable: write $(port) in a value below.\n"
-        "  # Here stands what it is where nobody says otherwise (install -D port=9090).\n"
-        "  # default_variables {\n"
-        "  #   port = 8080\n"
-        "  # }\n";
+    text_ = filled(head_text, {{'n', definition_value(name_)},
+                               {'v', first_version},
+                               {'d', shown(own_name(request_.source))},
+                               {'f', file.empty() ? "FILE" : file},
+                               {'b', beside_ ? "" : " --base " + (tree.empty() ? "DIR" : tree)}});
 }
 
 std::string writer::on_machine(const std::string& path) const {
@@ -241,7 +267,7 @@ void writer::write_stanza(const tree_entry& one) {
                                               : "  add_file {\n";
     text_ += "    path = " + definition_value(on_machine(one.path)) + "\n";
     if (one.what == tree_kind::file)
-        text_ += "    source = " + definition_value(one.path) + "\n";
+        text_ += "    source = " + definition_value(before_ + one.path) + "\n";
     if (is_link) {
         std::error_code error;
         text_ += "    target = " +
@@ -259,11 +285,7 @@ void writer::write_stanzas() {
     } parts[] = {
         {tree_kind::directory,
          "  # Directories. A remove leaves those in which something else lies.\n"},
-        {tree_kind::file, "  # Files: \"path\" is the place on the machine, \"source\" the file "
-                          "below --base. Further\n"
-                          "  # lines may be: owner = root, group = root, is_shared = y (other "
-                          "packages have it, too),\n"
-                          "  # replace_if_existing = n (what stands there stays).\n"},
+        {tree_kind::file, files_text},
         {tree_kind::link, "  # Symbolic links, which say \"target\".\n"},
     };
     for (const auto& part : parts) {
@@ -307,6 +329,7 @@ void writer::run() {
     struct stat about {};
     if (prefix_ != "/" && ::stat(request_.source.c_str(), &about) == 0)
         all_.insert(all_.begin(), {"", tree_kind::directory, about.st_mode & 07777});
+    place_sources();
     write_head();
     write_stanzas();
     if (store())

@@ -36,6 +36,10 @@ enum import_message : long {
     im_no_builder,        // name
     im_refused_value,     // name, value
     im_more,              // number of faults that are not listed
+    im_no_variable,       // name, hint
+    im_no_condition,      // name, why
+    im_not_put_back,      // name of the block
+    im_program_stays,     // name of the block
     import_messages_end
 };
 

@@ -37,6 +37,10 @@ class text_importer : public importer {
 
     // Faults of the last load.
     const definition_problems& problems() const { return problems_; }
+    // What it read; until the next load.
+    const std::string& text() const { return text_; }
+    const definition_file& file() const { return file_; }
+    const rule_book& book() const { return book_; }
 
   private:
     // A block that a class reads, and how far its words, commands and pairs were delivered.

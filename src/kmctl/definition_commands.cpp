@@ -3,6 +3,8 @@
 // invariant: a wrong combination of options is told before anything is read
 #include "definition_commands.h"
 
+#include "lint.h"
+
 #include <sys/stat.h>
 
 namespace kmctl {
@@ -92,6 +94,16 @@ void add_init(CLI::App& app, definition_arguments& given, const definition_choic
     });
 }
 
+void add_lint(CLI::App& app, definition_arguments& given, const definition_choice& choose) {
+    auto* one = app.add_subcommand("lint", "Look for faults of a definition");
+    one->add_option("FILE", given.file, "Definition")->required();
+    one->callback([&given, choose] {
+        choose("lint", false, [&given](kmhost::worker_line&, kmhost::outcome& result) {
+            kmhost::lint(given.file, result);
+        });
+    });
+}
+
 void add_export(CLI::App& app, definition_arguments& given, const definition_choice& choose) {
     auto* one = app.add_subcommand("export", "Write a package's definition");
     auto& to_text = given.to_text;
@@ -114,6 +126,7 @@ void add_definition_commands(CLI::App& app, definition_arguments& given,
                              const definition_choice& choose) {
     add_build(app, given, choose);
     add_init(app, given, choose);
+    add_lint(app, given, choose);
     add_export(app, given, choose);
 }
 

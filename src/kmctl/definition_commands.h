@@ -18,13 +18,14 @@ struct definition_arguments {
     std::string base;
     kmhost::init_request init;
     kmhost::export_request to_text;
+    std::string file;
 };
 
 // What carries a chosen command out, and whether it looks at the state of this machine.
 using definition_choice =
     std::function<void(const char* name, bool needs_state, kmhost::worker_body)>;
 
-// Adds build, init and export. `given` must live as long as the application.
+// Adds build, init, lint and export. `given` must live as long as the application.
 void add_definition_commands(CLI::App& app, definition_arguments& given,
                              const definition_choice& choose);
 

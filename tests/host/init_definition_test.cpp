@@ -61,11 +61,10 @@ TEST_F(Init, WritesAStanzaForEachObject) {
         std::filesystem::permissions(dir.at(std::string("my tree/") + name),
                                      std::filesystem::perms(mode));
     const std::string inner =
-        R"(source = "a\n{}" mode = 0000 } add_file { path = /p/b/f source = b/f mode = 0640 } )"
-        R"(add_file { path = "/p/b c" source = "b c" mode = 4755 } )"
+        R"(source = "my tree/a\n{}" mode = 0000 } add_file { path = /p/b/f source = "my tree/b/f" mode = 0640 } )"
+        R"(add_file { path = "/p/b c" source = "my tree/b c" mode = 4755 } )"
         R"(add_link { path = /p/b/l target = "$x\n" } })";
-    const std::string head =
-        R"(kmspd 1.0 package { name = my-tree version = "1.0" title = my-tree )";
+    const std::string head = R"(kmspd 1.0 package { name = my-tree version = 1.0 title = my-tree )";
     EXPECT_EQ(run("/p///").exit, kmhost::exit_done);
     EXPECT_EQ(written(), head + "add_directory { path = /p mode = 0755 } " +
                              "add_directory { path = /p/b mode = 2711 } " +
@@ -79,6 +78,21 @@ TEST_F(Init, WritesAStanzaForEachObject) {
         EXPECT_EQ(result.package->name, "my-tree");
         EXPECT_EQ(result.data["files"], 3);
         EXPECT_NE(written().find("add_directory { path = " + std::string(path)), std::string::npos);
+    }
+}
+
+TEST_F(Init, SourcesAreFoundFromWhereItLies) {
+    dir.write("my tree/f.txt", "x");
+    dir.write("elsewhere/file", "x");
+    for (const auto& [output, source, base] : {std::tuple("my tree/in.spd", "f.txt", false),
+                                               {"elsewhere/x.spd", "f.txt", true},
+                                               {"x.spd", "\"my tree/f.txt\"", false}}) {
+        outcome result;
+        kmhost::init_definition({dir.at("my tree"), dir.at(output), "", true}, result);
+        const std::string text = dir.read(output);
+        EXPECT_NE(text.find(std::string("source = ") + source + "\n"), std::string::npos) << text;
+        EXPECT_EQ(text.find(" --base ") != std::string::npos, base) << text;
+        std::filesystem::remove(dir.at(output));
     }
 }
 

@@ -64,8 +64,9 @@ def check_json(where, faults):
     told = set(re.findall(r"`(\w+)`", (DOCS / "JSON.md").read_text()))
     build = "build tree --name j --version 1 --to /opt/j --shared 'bin/*' -o j.spb"
     newer = build.replace("version 1", "version 2").replace("j.spb", "k.spb")
-    for line in (build, newer, "init tree -o j.spd", "show j.spb", "show j.spb --tree",
-                 "show j.spb --files", "install j.spb -n", "install j.spb", "install j.spb", "show j --variables", "list", "status j", "log j",
+    for line in (build, newer, "init tree -o j.spd", "lint j.spd", "show j.spb", "show j.spb --tree",
+                 "show j.spb --files", "install j.spb -n", "install j.spb", "install j.spb",
+                 "show j --variables", "list", "status j", "log j",
                  "config list", "variables", "check", "remove j -n", "preview j.spb", "explain j.spb",
                  "verify j", "repair j", "history j", "who-uses /opt/j/bin/hello", "resume",
                  "delta j.spb k.spb -o d.spb", "upgrade k.spb -n", "upgrade k.spb", "undo j -n",

@@ -1,0 +1,72 @@
+// What is doubtful in a definition.
+#include "definition_lint.h"
+
+#include "definition_fixture.h"
+
+using km_test::Definition;
+
+namespace {
+class Lint : public Definition {
+  protected:
+    // Numbers of the messages of the lint of a package, in order.
+    std::string lint(const std::string& body) {
+        messages_.reset();
+        const km::pathname path(
+            scratch_.write("l.spd", "kmspd 1.0\npackage {\nname = p version = 1\n" + body + "}\n")
+                .c_str());
+        const int good = lint_definition(&path, &messages_);
+        std::string all;
+        for (int i = 0; i < messages_.get_count(); ++i)
+            all +=
+                std::to_string(messages_.get_message()->entries[static_cast<size_t>(i)].key) + " ";
+        EXPECT_EQ(good != 0, all.empty());
+        return all;
+    }
+};
+} // namespace
+
+TEST_F(Lint, TellsWhatIsDoubtfulAtItsPlace) {
+    const auto key = [](long number) { return std::to_string(number) + " "; };
+    const std::string variable = key(km::im_no_variable), put_back = key(km::im_not_put_back),
+                      stays = key(km::im_program_stays);
+    const struct {
+        std::string body, keys, told;
+    } cases[] = {
+        {"", "", ""},
+        {"title = \"$(os_name) $(operation_name) $(port)\"\ndefault_variables { port = 1 }\n", "",
+         ""},
+        {"title = $(prt)\ndefault_variables { port = 1 }\n", variable,
+         ":4:9: Nothing defines the variable 'prt'; default_variables could. Did you mean 'port'?\n"
+         "    title = $(prt)\n            ^"},
+        {"title = \"$(a) $(b) $(a)$(a$(b))\"\n", variable + variable, "variable 'b'"},
+        {"default_variables { a = $(b) b = $(a) }\n", variable + variable, ""},
+        {"add_file { path = /f condition = \"$(none) == 1\" }\n", variable, ":4:34: "},
+        {"dependency = \"(1 == 1\"\n", key(km::im_no_condition), ":4:14: 'dependency' is no"},
+        {"dependency = \"$(installed_software) CONTAINS x\"\n", "", ""},
+        {"add_file { path = /f condition = \"1 ==\" }\ntitle = $(x)\n", "185 " + variable, ""},
+        {"title = $(x)\ntitel = y\n", key(km::im_unknown_attribute), ""}, // faults come first
+        {"remove_file { path = /f }\nadd_file { path = /g }\nadd_directory { path = /f }\n",
+         put_back, ":4:1: When the package is removed, nothing puts back"},
+        {"generic_container { add_file { path = /f } }\nremove_file { path = /f mode = 1 }\n", "",
+         ""},
+        {"user_program { install_path = /p remove_path = /p }\n", "", ""},
+        {"generic_container { user_program { install_path = /p } }\n", stays,
+         ":4:21: When the package is removed, nothing takes back"},
+        {"remove_link { path = /l target = a }\nadd_link { path = /l target = b }\n", put_back, ""},
+    };
+    for (const auto& one : cases) {
+        EXPECT_EQ(lint(one.body), one.keys) << one.body << told();
+        EXPECT_NE(told().find(one.told), std::string::npos) << one.body << told();
+    }
+}
+
+TEST_F(Lint, EndsOnHostileValues) {
+    std::string nested, many;
+    for (int i = 0; i < 20000; ++i) {
+        nested += "$(";
+        many += "$(v" + std::to_string(i) + ")";
+    }
+    lint("title = \"" + nested + "\"\n");
+    EXPECT_FALSE(lint("title = \"" + many + "\"\n").empty());
+    EXPECT_FALSE(lint("title = \"" + nested + "x" + std::string(20000, ')') + "\"\n").empty());
+}
