@@ -99,7 +99,7 @@ void preview(const operation_request& request, worker_line& line, outcome& resul
         " to replace, " + std::to_string(counts["leave"]) + " to leave alone" +
         (counts["keep"] ? ", " + std::to_string(counts["keep"]) + " that were changed and stay"
                         : "") +
-        (counts["run"] ? ", " + std::to_string(counts["run"]) + " programs to run" : "") +
+        (counts["run"] ? ", programs to run: " + std::to_string(counts["run"]) : "") +
         "; nothing was changed";
 }
 
