@@ -7,6 +7,7 @@
 #include "hard_link_object.h"
 #include "kept_file_object.h"
 #include "link_object.h"
+#include "text_object.h"
 
 #include <unistd.h>
 
@@ -30,6 +31,11 @@ bool content_differs(const km::km_object& object, const struct stat& about) {
 std::vector<std::string> differences_of(km::cm_object& object) {
     const auto* on = dynamic_cast<km::km_object*>(&object);
     struct stat about {};
+    if (auto* text = dynamic_cast<km::text_object*>(&object); text && !text->is_identical(km::p_do))
+        return {!text->km::text_object::exists(km::p_do) ? "missing"
+                : text->may_replace() && text->exists(km::p_do)
+                    ? "content"
+                    : std::string(text->kind()) + " missing"};
     if (!on)
         return object.is_identical(km::p_do) ? std::vector<std::string>{}
                                              : std::vector<std::string>{"content"};

@@ -12,12 +12,14 @@
 #include "lookup.h"
 #include "messages.h"
 #include "object_command.h"
+#include "object_words.h"
 #include "package_file.h"
 #include "planned_step.h"
 #include "program_command.h"
 #include "queries.h"
 #include "room.h"
 #include "session.h"
+#include "text_object.h"
 #include "tree_walk.h"
 
 #include <filesystem>
@@ -76,11 +78,13 @@ void preview(const operation_request& request, worker_line& line, outcome& resul
             return;
         const long size = command.get_size();
         ++counts[one.action];
-        result.data["plan"].push_back({{"action", one.action}, {"path", one.path}, {"size", size}});
+        json shown = one.as_json();
+        shown["size"] = size;
+        result.data["plan"].push_back(shown);
         result.text += one.text() + (size ? " (" + std::to_string(size) + " bytes)\n" : "\n");
         auto* on = dynamic_cast<km::cm_object_command*>(&command);
         auto* object = on ? dynamic_cast<km::km_object*>(on->object) : nullptr;
-        if (object && one.action != "leave")
+        if (object && (one.action == "add" || one.action == "replace"))
             add_room(*object, rooms);
     });
     result.data["room"] = json::array();
@@ -99,6 +103,7 @@ void preview(const operation_request& request, worker_line& line, outcome& resul
         " to replace, " + std::to_string(counts["leave"]) + " to leave alone" +
         (counts["keep"] ? ", " + std::to_string(counts["keep"]) + " that were changed and stay"
                         : "") +
+        (counts["remove"] ? ", " + std::to_string(counts["remove"]) + " to remove" : "") +
         (counts["run"] ? ", programs to run: " + std::to_string(counts["run"]) : "") +
         "; nothing was changed";
 }
@@ -163,6 +168,9 @@ explanation object_reason(km::cm_command& command) {
         return {};
     if (!add->is_effective)
         return {false, "it is not effective"};
+    auto* text = dynamic_cast<km::text_object*>(add->object);
+    if (text && !text->may_replace() && text->exists(km::p_do) && !text->is_identical(km::p_do))
+        return {true, "the text does not stand there yet"};
     if (!add->object->exists(km::p_do))
         return {true, "the object is not there yet"};
     if (!add->replace_if_existing)
@@ -261,7 +269,7 @@ void who_uses(const std::string& path, outcome& result) {
             continue;
         each_leaf(*package, [&](km::cm_command& command) {
             auto* on = dynamic_cast<km::cm_add_object*>(&command);
-            if (!on || !on->object || on->object->get_name().mbcs_str() != wanted)
+            if (!on || !on->object || path_of(*on->object) != wanted)
                 return;
             result.data["packages"].push_back({{"name", one.id.name},
                                                {"version", one.id.version},

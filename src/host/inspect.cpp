@@ -11,6 +11,7 @@
 #include "lookup.h"
 #include "messages.h"
 #include "object_command.h"
+#include "object_words.h"
 #include "package_file.h"
 #include "session.h"
 #include "tree_walk.h"
@@ -45,7 +46,10 @@ long tell_differences(km::cm_package& failed, const package_id& id, json& lines,
         }
         const auto how = differences_of(*on->object);
         const std::string path = on->object->get_name().mbcs_str();
-        lines.push_back({{"package", id.text()}, {"path", path}, {"how", how}});
+        json one = object_keys(*on->object);
+        one["package"] = id.text();
+        one["how"] = how;
+        lines.push_back(one);
         text += path + ": " + (how.empty() ? "still there" : joined(how)) + "\n";
         ++count;
     });

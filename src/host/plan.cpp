@@ -7,9 +7,11 @@
 #include "directory_object.h"
 #include "kept_file_object.h"
 #include "object_command.h"
+#include "object_words.h"
 #include "package_file.h"
 #include "planned_step.h"
 #include "status_words.h"
+#include "text_object.h"
 #include "tree_walk.h"
 
 namespace kmhost {
@@ -21,10 +23,13 @@ struct tally {
     std::string text;
 
     void add(const planned_step& one) {
-        lines.push_back({{"action", one.action}, {"path", one.path}});
+        lines.push_back(one.as_json());
         text += one.text() + "\n";
     }
-    void add(const char* what, const std::string& path) { add({what, path, ""}); }
+    void add(const char* what, km::cm_object& object, const std::string& note = "") {
+        add(step_on(what, object, note));
+    }
+    void add(const char* what, const std::string& path) { add({what, path, "", "", ""}); }
 };
 
 void tell_plan(const tally& all, const package_id& id, const km::cm_catalog_entry* entry,
@@ -53,6 +58,16 @@ void plan_install(km::cm_package& package, const package_id& id, const km::cm_ca
     tell_plan(all, id, entry, "install", result);
 }
 
+namespace {
+// What was there before the package stays.
+bool is_of_package(km::cm_object& object) {
+    if (const auto* directory = dynamic_cast<const km::km_directory*>(&object))
+        return directory->created;
+    auto* text = dynamic_cast<km::text_object*>(&object);
+    return !text || text->is_own();
+}
+} // namespace
+
 void plan_remove(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
                  const path_hashes& held, outcome& result) {
     package.operation_name = u"remove";
@@ -62,24 +77,20 @@ void plan_remove(km::cm_package& package, const package_id& id, const km::cm_cat
         if (const planned_step one = step_of_remove(command); !one.action.empty())
             all.add(one);
         auto* add = dynamic_cast<km::cm_add_object*>(&command);
-        if (!add || !add->object || !add->object->exists(km::p_do))
+        if (!add || !add->object || !stands_to_go(*add->object))
             return;
-        const std::string path = add->object->get_name().mbcs_str();
-        const auto* directory = dynamic_cast<const km::km_directory*>(add->object);
         auto* kept_file = dynamic_cast<km::km_kept_file*>(add->object);
         const bool shared = add->object->is_shared;
-        const bool is_held = add->is_effective && held.count(hash_of_path(path));
+        const bool is_held =
+            add->is_effective && held.count(hash_of_path(add->object->get_name().mbcs_str()));
         kept += is_held;
-        if (is_held)
-            all.add("keep", path);
-        else if (shared ? !add->is_to_be_shared_removed() : !add->is_to_be_removed())
-            all.add("keep", path);
-        else if (directory && !directory->created)
-            all.add("keep", path);
+        const bool goes = shared ? add->is_to_be_shared_removed() : add->is_to_be_removed();
+        if (is_held || !goes || !is_of_package(*add->object))
+            all.add("keep", *add->object);
         else if (kept_file && kept_file->is_changed())
-            all.add({"keep", path, "it was changed"});
+            all.add("keep", *add->object, "it was changed");
         else
-            all.add("remove", path);
+            all.add("remove", *add->object);
     });
     tell_held(kept, result);
     tell_plan(all, id, &entry, "remove", result);
@@ -93,8 +104,8 @@ void plan_commit(km::cm_package& package, bool installs, tally& all) {
         if (!one.action.empty() && one.action != "leave")
             all.add(one);
         auto* add = dynamic_cast<km::cm_add_object*>(&command);
-        if (!installs && add && add->object && add->is_effective && add->object->exists(km::p_do))
-            all.add("remove", add->object->get_name().mbcs_str());
+        if (!installs && add && add->object && add->is_effective && stands_to_go(*add->object))
+            all.add("remove", *add->object);
     });
 }
 
@@ -110,19 +121,18 @@ void plan_undo(const km::cm_catalog_entry& entry, tally& all, outcome& result) {
                 all.add(one);
             return;
         }
-        const std::string path = on->object->get_name().mbcs_str();
         auto* kept_file = dynamic_cast<km::km_kept_file*>(on->object);
         if (kept_file && kept_file->brings_back && on->object->exists(km::p_do) &&
             !kept_file->is_changed()) {
             if (!on->object->is_identical(km::p_do))
-                all.add("remove", path + km::kept_suffix);
+                all.add("remove", path_of(*on->object) + km::kept_suffix);
         } else if (kept_file && on->object->exists(km::p_do) && kept_file->leaves_present()) {
-            all.add({"keep", path, "it was changed"});
+            all.add("keep", *on->object, "it was changed");
         } else if (dynamic_cast<km::cm_add_object*>(on)) {
             if (!on->object->is_identical(km::p_do))
-                all.add("bring back", path);
-        } else if (on->object->exists(km::p_do)) {
-            all.add("remove", path);
+                all.add(restoring_action(*on->object), *on->object);
+        } else if (stands_to_go(*on->object)) {
+            all.add("remove", *on->object);
         }
     });
 }
@@ -130,8 +140,9 @@ void plan_undo(const km::cm_catalog_entry& entry, tally& all, outcome& result) {
 void plan_rollback(km::cm_package& package, tally& all) {
     each_leaf(package, [&](km::cm_command& command) {
         auto* on = dynamic_cast<km::cm_object_command*>(&command);
-        if (on && on->object && on->object->exists(km::p_prepare))
-            all.add("drop what is prepared for", on->object->get_name().mbcs_str());
+        const bool is_staged = on && on->object && !dynamic_cast<km::text_object*>(on->object);
+        if (is_staged && on->object->exists(km::p_prepare))
+            all.add("drop what is prepared for", *on->object);
     });
 }
 

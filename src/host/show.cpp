@@ -9,6 +9,7 @@
 #include "location.h"
 #include "lookup.h"
 #include "object_command.h"
+#include "object_words.h"
 #include "package_file.h"
 #include "program_command.h"
 #include "queries.h"
@@ -41,8 +42,10 @@ std::string mode_text(const km::km_object& object) {
 }
 
 json object_json(const km::cm_object& object) {
-    json one = {{"path", const_cast<km::cm_object&>(object).get_name().mbcs_str()},
-                {"shared", object.is_shared != 0}};
+    json one = object_keys(const_cast<km::cm_object&>(object));
+    one["shared"] = object.is_shared != 0;
+    if (one.contains("kind"))
+        one["type"] = one["kind"];
     if (const auto* of = dynamic_cast<const km::km_object*>(&object)) {
         if (!dynamic_cast<const km::km_hard_link*>(of)) { // its file has them
             one["mode"] = mode_text(*of);
@@ -98,7 +101,7 @@ void show_tree(const km::cm_package& package, outcome& result) {
         line += kind_of(command);
         if (const auto* object = object_of(command)) {
             one["path"] = object_json(*object)["path"];
-            line += " " + one["path"].get<std::string>();
+            line += std::string(" ") + const_cast<km::cm_object*>(object)->get_name().mbcs_str();
         }
         if (const auto* program = dynamic_cast<const km::program_command*>(&command)) {
             one["programs"] = programs_json(*program);
@@ -128,8 +131,8 @@ void show_files(const km::cm_package& package, outcome& result) {
         result.data["files"].push_back(one);
         char size[32];
         std::snprintf(size, sizeof size, "%12ld", one.value("size", 0L));
-        result.text +=
-            one.value("mode", "----") + " " + size + "  " + one["path"].get<std::string>();
+        result.text += one.value("mode", "----") + " " + size + "  " +
+                       const_cast<km::cm_object*>(object)->get_name().mbcs_str();
         if (one.contains("target"))
             result.text +=
                 (one["type"] == "link" ? " -> " : " => ") + one["target"].get<std::string>();

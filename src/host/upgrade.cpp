@@ -19,6 +19,8 @@
 #include "planned_step.h"
 #include "session.h"
 #include "status_words.h"
+#include "text_commands.h"
+#include "text_object.h"
 #include "tree_walk.h"
 #include "upgrade_record.h"
 
@@ -30,26 +32,38 @@ namespace kmhost {
 
 namespace {
 
-using objects_by_path = std::map<std::string, km::km_object*>;
+using objects_by_name = std::map<std::string, km::cm_object*>;
 
-void collect_from(km::cm_command& command, objects_by_path& all) {
+void collect_from(km::cm_command& command, objects_by_name& all) {
     auto* add = dynamic_cast<km::cm_add_object*>(&command);
-    auto* object = add ? dynamic_cast<km::km_object*>(add->object) : nullptr;
-    if (object && add->is_effective)
-        all[object->path_bytes()] = object;
+    if (add && add->object && add->is_effective)
+        all[add->object->get_name().mbcs_str()] = add->object;
 }
 
 // What an older version passed over is not effective any more.
-void collect_installed(km::cm_package& tree, objects_by_path& all) {
+void collect_installed(km::cm_package& tree, objects_by_name& all) {
     each_leaf(tree, [&all](km::cm_command& command) { collect_from(command, all); });
 }
 
-void collect_due(km::cm_package& tree, objects_by_path& all) {
+void collect_due(km::cm_package& tree, objects_by_name& all) {
     each_due_leaf(tree, [&all](km::cm_command& command) { collect_from(command, all); });
 }
 
 bool is_made(const km::km_object& old) {
     return old.created || (old.package && km::made_by(*old.package, old.path_bytes()));
+}
+
+// What goes with an older version where the newer one has no such object.
+bool may_go(km::cm_object& old) {
+    if (auto* directory = dynamic_cast<km::km_directory*>(&old))
+        return is_made(*directory);
+    auto* text = dynamic_cast<km::text_object*>(&old);
+    return old.is_identical(km::p_do) && (!text || text->is_own());
+}
+
+km::cm_remove_object* removal_of(km::cm_object* copy) {
+    auto* text = dynamic_cast<km::text_object*>(copy);
+    return text ? km::new_text_remove_of(text) : km::new_remove_of(copy);
 }
 
 class upgrader {
@@ -62,9 +76,11 @@ class upgrader {
     bool find_old();
     bool load_old();
     void merge();
-    void merge_common(km::km_object& mine, km::km_object& old);
-    void take_out(km::km_object& old, std::vector<km::cm_command*>& into);
-    int counted_by_others(const km::km_object& old) const;
+    void merge_common(km::cm_object& mine, km::cm_object& old);
+    void merge_placed(km::km_object& mine, km::km_object& old);
+    bool is_replaced(km::cm_object& old, const objects_by_name& mine) const;
+    void take_out(km::cm_object& old, std::vector<km::cm_command*>& into);
+    int counted_by_others(km::cm_object& old) const;
     bool keep_user_files();
     bool execute();
     void finish(km::cm_result answer);
@@ -76,8 +92,8 @@ class upgrader {
     outcome& result_;
     upgrade_record record_;
     std::vector<std::unique_ptr<km::cm_package>> old_;
-    std::vector<std::string> users_; // files that users changed, and that the run replaces
-    std::vector<std::string> goes_;
+    std::vector<km::km_object*> users_; // files that users changed, and that the run replaces
+    std::vector<km::cm_object*> goes_;
 };
 
 bool upgrader::find_old() {
@@ -117,25 +133,32 @@ bool upgrader::load_old() {
     return true;
 }
 
-int upgrader::counted_by_others(const km::km_object& old) const {
+int upgrader::counted_by_others(km::cm_object& old) const {
     auto* table = at_.store.counts();
     if (!table)
         return 0;
     int own = 0;
     for (const auto& id : record_.old)
-        own += table->get_ref_count(old.path, km::ustring(id.name.c_str()),
+        own += table->get_ref_count(old.get_name(), km::ustring(id.name.c_str()),
                                     km::ustring(id.version.c_str()));
-    return table->get_ref_count(old.path) - own;
+    return table->get_ref_count(old.get_name()) - own;
 }
 
 // What both hold: it counts for the new version where it counted, and a directory that the old one
 // made is the new one's to remove.
-void upgrader::merge_common(km::km_object& mine, km::km_object& old) {
+void upgrader::merge_common(km::cm_object& mine, km::cm_object& old) {
     auto* table = at_.store.counts();
-    if (old.is_shared || (table && table->get_ref_count(old.path) > 0)) {
+    if (old.is_shared || (table && table->get_ref_count(old.get_name()) > 0)) {
         mine.is_shared = 1;
         mine.set_ref_count(std::max(1, mine.get_ref_count()));
     }
+    auto *my_place = dynamic_cast<km::km_object*>(&mine),
+         *old_place = dynamic_cast<km::km_object*>(&old);
+    if (my_place && old_place)
+        merge_placed(*my_place, *old_place);
+}
+
+void upgrader::merge_placed(km::km_object& mine, km::km_object& old) {
     mine.created = mine.created || is_made(old);
     if (auto* directory = dynamic_cast<km::km_directory*>(&mine))
         directory->always_put = true;
@@ -143,28 +166,39 @@ void upgrader::merge_common(km::km_object& mine, km::km_object& old) {
                          !dynamic_cast<km::km_kept_file*>(&mine); // that one looks after itself
     if (is_file && old.exists(km::p_do) && !old.is_identical(km::p_do) &&
         !mine.is_identical(km::p_do))
-        users_.push_back(old.path_bytes());
+        users_.push_back(&old);
+}
+
+// A text of the new version takes the place of the old one's, which needs no removal.
+bool upgrader::is_replaced(km::cm_object& old, const objects_by_name& mine) const {
+    auto* text = dynamic_cast<km::text_object*>(&old);
+    return text && std::any_of(mine.begin(), mine.end(), [text](const auto& one) {
+               auto* newer = dynamic_cast<km::text_object*>(one.second);
+               return newer && newer->takes_place_of(*text);
+           });
 }
 
 // What only an older version holds, unless a user changed it or others count on it.
-void upgrader::take_out(km::km_object& old, std::vector<km::cm_command*>& into) {
-    const bool is_directory = dynamic_cast<km::km_directory*>(&old) != nullptr;
-    if (!old.exists(km::p_do) || counted_by_others(old) > 0 ||
-        (is_directory ? !is_made(old) : !old.is_identical(km::p_do)))
+void upgrader::take_out(km::cm_object& old, std::vector<km::cm_command*>& into) {
+    if (!old.exists(km::p_do) || counted_by_others(old) > 0 || !may_go(old))
         return;
-    auto* copy = static_cast<km::km_object*>(old.clone());
+    auto* text = dynamic_cast<km::text_object*>(&old);
+    if (text)
+        text->settle();
+    auto* copy = static_cast<km::cm_object*>(old.clone());
     auto* table = at_.store.counts();
     copy->is_shared = 0;
-    copy->created = is_made(old);
-    copy->set_ref_count(table ? -table->get_ref_count(old.path) : 0);
-    auto* command = km::new_remove_of(copy);
+    if (auto* placed = dynamic_cast<km::km_object*>(copy))
+        placed->created = is_made(static_cast<km::km_object&>(old));
+    copy->set_ref_count(table ? -table->get_ref_count(old.get_name()) : 0);
+    auto* command = removal_of(copy);
     command->set_undo_replace_if_existing(1);
-    goes_.push_back(old.path_bytes());
+    goes_.push_back(&old);
     into.push_back(command);
 }
 
 void upgrader::merge() {
-    objects_by_path mine, theirs;
+    objects_by_name mine, theirs;
     collect_due(package_, mine);
     for (const auto& one : old_)
         collect_installed(*one, theirs);
@@ -173,7 +207,7 @@ void upgrader::merge() {
         const auto same = mine.find(one->first);
         if (same != mine.end())
             merge_common(*same->second, *one->second);
-        else
+        else if (!is_replaced(*one->second, mine))
             take_out(*one->second, removals);
     }
     if (removals.empty())
@@ -185,7 +219,8 @@ void upgrader::merge() {
 }
 
 bool upgrader::keep_user_files() {
-    for (const auto& path : users_) {
+    for (const auto* user : users_) {
+        const std::string& path = user->path_bytes();
         const std::string beside = path + ".kmsave";
         km::remove_name_unseen(beside);
         if (!km::link_name(path, beside)) {
@@ -201,32 +236,34 @@ bool upgrader::keep_user_files() {
 
 void upgrader::plan() {
     nlohmann::json lines = nlohmann::json::array();
-    const auto tell = [&](const char* what, const std::string& path) {
-        lines.push_back({{"action", what}, {"path", path}});
-        result_.text += std::string(what) + " " + path + "\n";
+    const auto tell = [&](const planned_step& one) {
+        lines.push_back(one.as_json());
+        result_.text += one.text() + "\n";
     };
-    objects_by_path mine;
+    objects_by_name mine;
     collect_due(package_, mine);
-    for (const auto& [path, object] : mine) {
+    for (const auto& [name, object] : mine) {
         if (auto* directory = dynamic_cast<km::km_directory*>(object))
             directory->always_put = false; // what stands there is asked, not what the run does
-        if (!object->exists(km::p_do))
-            tell("add", path);
+        auto* text = dynamic_cast<km::text_object*>(object);
+        if (!object->exists(km::p_do) ||
+            (text && !text->may_replace() && !text->is_identical(km::p_do)))
+            tell(step_on("add", *object));
         else if (auto* kept = dynamic_cast<km::km_kept_file*>(object);
                  kept && !kept->is_identical(km::p_do) && kept->leaves_present())
-            tell("keep", path);
+            tell(step_on("keep", *object));
         else if (!object->is_identical(km::p_do))
-            tell("replace", path);
+            tell(step_on("replace", *object));
     }
     each_due_leaf(package_, [&tell](km::cm_command& command) {
         const planned_step one = step_of_install(command);
         if (one.action == "run" || one.action == "restart")
-            tell(one.action.c_str(), one.path);
+            tell(one);
     });
-    for (const auto& path : users_)
-        tell("keep beside", path);
-    for (const auto& path : goes_)
-        tell("remove", path);
+    for (auto* object : users_)
+        tell(step_on("keep beside", *object));
+    for (auto* object : goes_)
+        tell(step_on("remove", *object));
     result_.package = facts_of(at_.id, at_.entry());
     result_.data["plan"] = lines;
     result_.text += "The upgrade to " + at_.id.text() + " would do this; nothing was changed";

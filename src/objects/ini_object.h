@@ -24,8 +24,10 @@ class km_ini_item : public text_object {
     void export_(exporter& to) const override;
     // The key is there, with whatever value; of an `absent` object: the file is.
     int exists(int phase) override;
+    bool may_replace() const override { return true; }
 
     const char* kind() const override { return "item"; }
+    std::string name_of_text() const override;
     std::string shown() const override;
 
     ustring section;
@@ -39,9 +41,12 @@ class km_ini_item : public text_object {
     void put_into(text_bytes& in, std::string& replaced) override;
     bool take_out(text_bytes& in, const std::string& was) override;
     void remember(const text_bytes& in, text_object& copy) const override;
+    std::string slot() const override;
     std::string frame() const override;
     bool frame_stands(const text_bytes& in) const override;
     void take_frame(text_bytes& in) override;
+
+    bool takes_own_out(const text_bytes& in) const override;
 
   private:
     // What a walk over the file finds of the section and the key.
@@ -54,9 +59,9 @@ class km_ini_item : public text_object {
         std::string around = "="; // how the file writes '='
     };
     found look(const text_bytes& in) const;
-    // The parts of an item's value: [begin, end) with `rest` behind it.
-    void value_of(const std::string& line, size_t& begin, size_t& end) const;
-    bool is_our_value(const std::string& line) const;
+    bool has_our_value(const text_bytes& in, const found& what) const;
+    std::string new_line(const found& what) const;
+    void give_value(text_bytes& in, const text_bytes::line& item) const;
 };
 
 } // namespace km

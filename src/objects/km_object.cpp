@@ -6,13 +6,13 @@
 #include "accounts.h"
 #include "base/msg_supp.h"
 #include "codec.h"
-#include "crc.h"
 #include "exporter.h"
 #include "importer.h"
 #include "made_directories.h"
 #include "object_messages.h"
 #include "package.h"
 #include "present_object.h"
+#include "temporary_name.h"
 #include "trclog.h"
 
 #include <cerrno>
@@ -142,21 +142,8 @@ bool km_object::well_formed() const {
     return !bytes.empty() && bytes[0] == '/' && bytes.find("$(") == std::string::npos;
 }
 
-// The same name in every run, so that a second run overwrites what a kill left, and never piles up.
 std::string km_object::temporary_name() const {
-    constexpr size_t longest_kept = 230;
-    const std::string& bytes = path_bytes();
-    const size_t slash = bytes.find_last_of('/');
-    const std::string name = slash == std::string::npos ? bytes : bytes.substr(slash + 1);
-    std::string key = bytes + "\n" + std::to_string(index_);
-    if (package)
-        key += std::string("\n") + package->name.mbcs_str() + "^" + package->version.mbcs_str();
-    CRC32 sum;
-    sum.update(reinterpret_cast<const unsigned char*>(key.data()), static_cast<int>(key.size()));
-    char mark[16];
-    std::snprintf(mark, sizeof mark, ".km~%08lx",
-                  static_cast<unsigned long>(sum.get_value()) & 0xFFFFFFFFUL);
-    return "." + name.substr(0, longest_kept) + mark;
+    return temporary_name_of(path_bytes(), index_, package);
 }
 
 cm_result km_object::fail(const char* what, const std::string& of, int error) {

@@ -5,7 +5,7 @@
 //
 // Coded form behind that of text_object: string field 220 text, integer field 221 position, string
 // field 222 pattern; of an undo: integer field 223 number of the line (from 1, 0: unknown), string
-// fields 224 and 225 the lines before and behind it, carried.
+// fields 224 and 225 the lines before and behind it, 226 the line itself, all carried.
 #pragma once
 
 #include "text_object.h"
@@ -24,7 +24,7 @@ class km_line : public text_object {
     void export_(exporter& to) const override;
 
     const char* kind() const override { return "line"; }
-    std::string shown() const override;
+    std::string name_of_text() const override;
 
     ustring text;
     std::int32_t position = 0;
@@ -32,6 +32,7 @@ class km_line : public text_object {
     std::int32_t number = 0;
     ustring before; // carried
     ustring behind; // carried
+    ustring whole;  // carried; of an undo that brings the line back
 
   protected:
     std::string fault() const override;
@@ -41,6 +42,8 @@ class km_line : public text_object {
     void remember(const text_bytes& in, text_object& copy) const override;
 
   private:
+    std::string bytes_of_text() const;
+    bool finds_by_pattern() const { return text.empty() && !number; }
     bool find(const text_bytes& in, text_bytes::line& out) const;
     size_t place_in(const text_bytes& in) const;
     size_t former_place_in(const text_bytes& in) const;

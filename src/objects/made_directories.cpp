@@ -1,6 +1,6 @@
-// made_directories: which directories a package made, known also after a kill
+// made_directories: what a package made or put into files of others, known also after a kill
 // format: docs/formats/made-directories.md
-// invariant: the note stands before the directory
+// invariant: the note stands before what it tells of
 #include "made_directories.h"
 
 #include "base_configuration.h"
@@ -12,8 +12,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <iterator>
+#include <map>
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,11 +25,19 @@ namespace km {
 namespace {
 
 using paths = std::set<std::string>;
+using texts = std::map<std::string, std::string>; // key and what went for it
+
+struct note_list {
+    paths directories;
+    texts put;
+    bool empty() const { return directories.empty() && put.empty(); }
+    bool operator==(const note_list&) const = default;
+};
 
 struct notes {
     std::string file;
-    paths own;
-    paths left;
+    note_list own;
+    note_list left;
     bool read = false;
 };
 
@@ -49,9 +59,29 @@ std::string file_of(const cm_package& package) {
     return made_file_of(name.mbcs_str(), version.mbcs_str());
 }
 
-// A last note without its NUL was cut by a kill; its directory was not made yet.
-paths read_notes(const std::string& file) {
-    paths all;
+// "+LENGTH:KEY FORMER" puts, "-KEY" drops, everything else is a path.
+void take_note(const std::string& note, note_list& all) {
+    if (note.empty())
+        return;
+    if (note[0] == '-') {
+        all.put.erase(note.substr(1));
+    } else if (note[0] == '+') {
+        const size_t colon = note.find(':');
+        const unsigned long length = std::strtoul(note.c_str() + 1, nullptr, 10);
+        if (colon != std::string::npos && length <= note.size() - colon - 1)
+            all.put[note.substr(colon + 1, length)] = note.substr(colon + 1 + length);
+    } else {
+        all.directories.insert(note);
+    }
+}
+
+std::string put_note(const std::string& key, const std::string& former) {
+    return "+" + std::to_string(key.size()) + ":" + key + former;
+}
+
+// A last note without its NUL was cut by a kill; what it tells of was not done yet.
+note_list read_notes(const std::string& file) {
+    note_list all;
     const int in = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (in < 0)
         return all;
@@ -63,8 +93,7 @@ paths read_notes(const std::string& file) {
                 pending += block[i];
                 continue;
             }
-            if (!pending.empty())
-                all.insert(pending);
+            take_note(pending, all);
             pending.clear();
         }
     }
@@ -80,32 +109,31 @@ notes& notes_of(const cm_package& package) {
     return known;
 }
 
-int write_notes(const std::string& file, const paths& all) {
+int write_notes(const std::string& file, const note_list& all) {
     if (all.empty())
         return ::unlink(file.c_str()) == 0 || errno == ENOENT;
     return replace_durably(pathname(file.c_str()), 0600, [&all](int out) {
         std::string text;
-        for (const auto& path : all)
+        for (const auto& path : all.directories)
             text.append(path).push_back('\0');
+        for (const auto& [key, former] : all.put)
+            text.append(put_note(key, former)).push_back('\0');
         return write_fully(out, text.data(), text.size());
     });
 }
 
-bool stands(const std::string& path) {
+bool directory_stands(const std::string& path) {
     struct stat about {};
     return look_at(path, about) && S_ISDIR(about.st_mode);
 }
 
-} // namespace
-
-std::string made_file_of(const std::string& name, const std::string& version) {
-    return directory_of_notes() + name + "^" + version;
+// Without its file a text is gone for certain.
+bool file_stands(const std::pair<const std::string, std::string>& text) {
+    struct stat about {};
+    return look_at(text.first.substr(0, text.first.find(": ")), about);
 }
 
-int note_made_directory(const cm_package& package, const std::string& path) {
-    notes& known = notes_of(package);
-    if (known.own.count(path))
-        return 1;
+int append_note(notes& known, const std::string& note, bool flushed) {
     const int open_flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
     int out = ::open(known.file.c_str(), open_flags, 0600);
     if (out < 0 && errno == ENOENT) {
@@ -116,27 +144,68 @@ int note_made_directory(const cm_package& package, const std::string& path) {
         return 0;
     // The NUL in front closes a note that was cut.
     std::string line(1, '\0');
-    line.append(path).push_back('\0');
-    const int done = write_fully(out, line.data(), line.size());
+    line.append(note).push_back('\0');
+    int done = write_fully(out, line.data(), line.size());
+    if (done && flushed)
+        done = sync_descriptor(out) && sync_directory(pathname(known.file.c_str()).get_parent());
     const int error = errno;
     ::close(out);
     errno = error;
     if (done)
-        known.own.insert(path);
+        take_note(note, known.own);
     return done;
+}
+
+} // namespace
+
+std::string made_file_of(const std::string& name, const std::string& version) {
+    return directory_of_notes() + name + "^" + version;
+}
+
+int note_made_directory(const cm_package& package, const std::string& path) {
+    notes& known = notes_of(package);
+    return known.own.directories.count(path) || append_note(known, path, false);
 }
 
 bool made_by(const cm_package& package, const std::string& path) {
     const notes& known = notes_of(package);
-    return known.own.count(path) || known.left.count(path);
+    return known.own.directories.count(path) || known.left.directories.count(path);
+}
+
+// On disk before the file is: the former text is nowhere else.
+int note_text(const cm_package& package, const std::string& key, const std::string& former) {
+    return text_noted_by(package, key, nullptr) ||
+           append_note(notes_of(package), put_note(key, former), true);
+}
+
+bool text_noted_by(const cm_package& package, const std::string& key, std::string* former) {
+    const notes& known = notes_of(package);
+    for (const auto* all : {&known.own.put, &known.left.put})
+        if (const auto at = all->find(key); at != all->end()) {
+            if (former)
+                *former = at->second;
+            return true;
+        }
+    return false;
+}
+
+int drop_text_note(const cm_package& package, const std::string& key) {
+    notes& known = notes_of(package);
+    if (known.own.put.count(key) && !append_note(known, "-" + key, false))
+        return 0;
+    return !known.left.put.erase(key) || write_notes(left_file(), known.left);
 }
 
 namespace {
-int keep_left(const paths& more) {
-    const paths old = read_notes(left_file());
-    paths left;
-    for (const auto* all : {&old, &more})
-        std::copy_if(all->begin(), all->end(), std::inserter(left, left.end()), stands);
+int keep_left(const note_list& more) {
+    const note_list old = read_notes(left_file());
+    note_list left;
+    for (const auto* all : {&old, &more}) {
+        std::copy_if(all->directories.begin(), all->directories.end(),
+                     std::inserter(left.directories, left.directories.end()), directory_stands);
+        std::copy_if(all->put.begin(), all->put.end(), std::inserter(left.put, left.put.end()),
+                     file_stands);
+    }
     forget_made_directories();
     return left == old || write_notes(left_file(), left);
 }
@@ -148,7 +217,7 @@ int hand_over_made_directories(const std::string& name, const std::string& versi
 }
 
 void remove_empty_made_directories(const std::string& name, const std::string& version) {
-    const paths made = read_notes(made_file_of(name, version));
+    const paths made = read_notes(made_file_of(name, version)).directories;
     for (auto path = made.rbegin(); path != made.rend(); ++path) // contents before what holds them
         remove_name(*path, true);
 }

@@ -1,4 +1,4 @@
-// made_directories: which directories a package made, known also after a kill
+// made_directories: what a package made or put into files of others, known also after a kill
 #pragma once
 
 #include <string>
@@ -15,8 +15,21 @@ int note_made_directory(const cm_package& package, const std::string& path);
 // still used it.
 bool made_by(const cm_package& package, const std::string& path);
 
-// A package is gone: its notes go, and directories of them that still stand are left to whoever
-// takes the last thing out of them. 1, or 0 with errno: the notes are still there then.
+// Notes, on disk, that the package is about to put a text into a file of somebody else. `key` is
+// the path of the file, ": " and more; `former` is what goes for it. What a key was noted with
+// first stands. 1, or 0 with errno: then the file must not be changed.
+int note_text(const cm_package& package, const std::string& key, const std::string& former);
+
+// Whether the package noted that, or one that is gone left it behind; `former` (may be null) takes
+// what was noted with it.
+bool text_noted_by(const cm_package& package, const std::string& key, std::string* former);
+
+// The text is out again: nobody's note of it stands. 1, or 0 with errno.
+int drop_text_note(const cm_package& package, const std::string& key);
+
+// A package is gone: its notes go, and what of them still stands is left to whoever takes the
+// last thing out of a directory, or brings the same text. 1, or 0 with errno: the notes are still
+// there then.
 int hand_over_made_directories(const std::string& name, const std::string& version);
 
 // Removes those of its directories that are empty: an install that failed between a directory and
@@ -29,7 +42,7 @@ int prune_left_directories();
 // Forgets what was read of the notes.
 void forget_made_directories();
 
-// The file of the notes: paths, each ended by a NUL; empty ones mean nothing.
+// The file of the notes: each ended by a NUL; empty ones mean nothing.
 std::string made_file_of(const std::string& name, const std::string& version);
 
 } // namespace km

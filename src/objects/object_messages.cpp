@@ -35,6 +35,11 @@ const char* const object_catalog[] = {
     "E The program %1$s cannot be run: %2$s.\n",
     "E The program %1$s %2$s.\n",
     "E Near line %1$s: in the %2$s of a program, %3$s.\n",
+    "E %1$s cannot be edited: %2$s.\n",
+    "E The definition of a text for %1$s cannot be carried out: %2$s.\n",
+    "I Nothing was taken out of %1$s: %2$s does not stand there any more.\n",
+    "I In %1$s, %2$s stays: it stood there before the package.\n",
+    "I In %1$s, %2$s stays: other packages count on it.\n",
 };
 
 static_assert(std::size(object_catalog) == object_messages_end);

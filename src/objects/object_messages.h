@@ -30,6 +30,11 @@ enum object_message : long {
     om_program,      // program, why it cannot be run
     om_program_end,  // program, how it ended
     om_bad_text,     // line, key, what is wrong
+    om_not_text,     // path, reason
+    om_text_fault,   // path, reason
+    om_text_gone,    // path, text
+    om_text_before,  // path, text
+    om_text_held,    // path, text
     object_messages_end
 };
 

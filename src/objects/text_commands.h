@@ -26,6 +26,7 @@ class km_text_add_command : public km_add_command {
 class km_text_remove_command : public km_remove_command {
   public:
     explicit km_text_remove_command(cm_object* of);
+    codable* decode_object(decoder& from, long stream_version) override;
     void can_execute(int action, int phase) override;
     void do_execute(int action, int phase) override;
     cm_command* get_undo_command(int action) override;

@@ -15,9 +15,9 @@
 
 #include "object.h"
 #include "text_bytes.h"
+#include "text_target.h"
 
 #include <string>
-#include <sys/stat.h>
 
 namespace km {
 
@@ -47,19 +47,30 @@ class text_object : public cm_object {
 
     // In words: "line", "token", "item".
     virtual const char* kind() const = 0;
-    // The text as people see it, without the path.
-    virtual std::string shown() const = 0;
+    // The text, for a key that stays the same; what people see of it.
+    virtual std::string name_of_text() const = 0;
+    virtual std::string shown() const { return name_of_text(); }
+
+    // It may take the place of something, so that exists() tells of that and not of the file.
+    virtual bool may_replace() const { return false; }
 
     const std::string& path_bytes() const;
     // Tells the temporary names of the commands of a package apart.
     void set_index(int index) { index_ = index; }
     // The remove is asked for by a definition: what stood there before goes, too.
     void set_asked_for(bool asked) { asked_for_ = asked; }
+    // A removal takes what stands in the place of the text, too.
+    void set_takes_changed(bool takes) { takes_changed_ = takes; }
     // The package put the text there, or one that is gone did.
     bool is_own();
+    // Takes what the notes tell into the fields, for a copy that another package carries.
+    void settle();
+    // An older version's text is replaced by this one, which is to bring back what that one
+    // replaced. False: it stands elsewhere.
+    bool takes_place_of(text_object& old);
     // Drops the note of a text that does not stand any more. 1, or 0 with errno.
     int forget_if_gone();
-    // "KIND of PATH is not there any more" for the package's messages.
+    // Tells the package's messages that the text does not stand any more.
     void tell_gone();
 
     ustring path;
@@ -81,57 +92,56 @@ class text_object : public cm_object {
     virtual bool take_out(text_bytes& in, const std::string& was) = 0;
     // Fills a copy of this object with the place and the form in which the text stands.
     virtual void remember(const text_bytes& in, text_object& copy) const = 0;
+    // Texts of one slot take each other's place.
+    virtual std::string slot() const { return kind() + name_of_text(); }
     // The section or the line around the text: its name for a note, "" for none.
     virtual std::string frame() const { return {}; }
     virtual bool frame_stands(const text_bytes&) const { return true; }
     // Takes an empty frame out.
     virtual void take_frame(text_bytes&) {}
 
+    bool is_asked_for() const { return asked_for_; }
+    bool takes_changed() const { return takes_changed_; }
+    // Putting this former state in place would take the package's own text out.
+    virtual bool takes_own_out(const text_bytes&) const { return absent; }
+
     // The bytes of the file, quietly. False: it is not there, or cannot be edited.
     bool read_quietly(text_bytes& out) const;
 
   private:
-    struct target {
-        std::string path; // behind all links
-        bool there = false;
-        struct stat about {};
-        int file = -1; // open, and locked where that can be
-        target() = default;
-        target(const target&) = delete;
-        target& operator=(const target&) = delete;
-        ~target();
-    };
-    bool resolve(target& at, int& error) const;
-    // False with the reason; `error` 0 where the reason is no errno.
-    bool open_target(target& at, text_bytes& out, int& error, std::string& reason) const;
-    cm_result open_or_fail(target& at, text_bytes& out);
-    cm_result edit();
-    cm_result put(target& at, text_bytes& text);
-    cm_result put_back(target& at, text_bytes& text);
-    cm_result take(target& at, text_bytes& text);
-    cm_result write(target& at, const std::string& bytes);
-    cm_result write_temporary(int out, const target& at, const std::string& bytes,
-                              const std::string& shown_name);
-    cm_result give_attributes(int out, const target& at, const std::string& shown_name);
-    cm_result unlink(const target& at);
-    cm_result note(const std::string& key, const std::string& what);
-    cm_result drop_note(const std::string& key);
-    bool noted(const std::string& key, std::string* what = nullptr) const;
-    cm_result note_frames(const target& at, const text_bytes& text);
-    bool takes_file(const text_bytes& text) const;
+    cm_result edit(bool puts);
+    cm_result put(text_target& at, text_bytes& text);
+    cm_result put_back(text_target& at, text_bytes& text);
+    cm_result take(text_target& at, text_bytes& text);
+    // Takes the text out, and with it what was made around it and is empty now.
+    cm_result take_all(text_target& at, text_bytes& text);
+    cm_result write(text_target& at, const text_bytes& text);
+    cm_result check_file(text_target& at, long more);
+    cm_result check_missing(text_target& at);
+    bool comes_with_package(const std::string& path, bool or_below) const;
     bool counted_by_others();
-    bool comes_with_package() const;
-    cm_result fail(const char* what, const std::string& of, int error);
-    cm_result refuse(const std::string& of, const std::string& reason);
-    bool well_formed() const;
-    void drop_temporary();
-    std::string temporary_name(const std::string& of) const;
+
+    bool noted(const std::string& of, std::string* what = nullptr) const;
+    cm_result note(const std::string& of, const std::string& what);
+    cm_result drop_note(const std::string& of);
+    cm_result note_surroundings(const text_target& at, const text_bytes& text);
     std::string key() const;
+    std::string key_of_file() const { return path_bytes() + ": file"; }
+    std::string key_of_frame() const { return path_bytes() + ": " + frame(); }
+
+    cm_result fail(const text_fault& fault);
+    cm_result fail(const char* what, const std::string& of, int error);
+    cm_result refuse_definition();
+    void tell_of(long message);
+    bool well_formed() const;
+    bool rolls_back() const;
+    void drop_temporary();
 
     mutable std::string bytes_;
     mutable ustring bytes_of_;
     int index_ = 0;
     bool asked_for_ = false;
+    bool takes_changed_ = false;
     bool temporary_may_be_left_ = true;
 };
 

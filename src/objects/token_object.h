@@ -27,7 +27,7 @@ class km_token : public text_object {
     void export_(exporter& to) const override;
 
     const char* kind() const override { return "token"; }
-    std::string shown() const override;
+    std::string name_of_text() const override;
 
     ustring name;
     ustring token;
