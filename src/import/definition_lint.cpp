@@ -12,13 +12,26 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <vector>
 
 namespace km {
 
 namespace {
 
-// Of one value; more faults than these are not listed anyway.
-constexpr int most_references = definition_problems::most;
+// Names of the references in a text that hold no reference themselves.
+std::vector<std::string> references_in(const std::string& text) {
+    std::vector<std::string> names;
+    size_t open = std::string::npos; // behind the last "$(" that is not closed
+    for (size_t at = 0; at < text.size(); ++at) {
+        if (text.compare(at, 2, "$(") == 0) {
+            open = ++at + 1;
+        } else if (text[at] == ')' && open != std::string::npos) {
+            names.push_back(text.substr(open, at - open));
+            open = std::string::npos; // the name around it is known at run time only
+        }
+    }
+    return names;
+}
 
 class linter {
   public:
@@ -45,6 +58,8 @@ class linter {
         if (block.name == "user_program" && block.find("install_path") &&
             !block.find("remove_path"))
             problems_.add(im_program_stays, block.place, {block.name});
+        if (block.name == "default_variables")
+            lint_circles(block);
         note_object(block, context);
         for (const auto& inner : block.blocks)
             lint_block(*inner, block.name);
@@ -55,22 +70,53 @@ class linter {
             if (expression parsed(ustring(one.value.c_str())); !parsed.infix2postfix())
                 problems_.add(im_no_condition, one.value_place,
                               {one.name, parsed.error.mbcs_str()});
-        ustring rest(one.value.c_str());
         std::set<std::string> told;
-        for (int i = 0; i < most_references; ++i) {
-            const ustring name = variables_.lookup_undefined_variables(rest);
-            if (name.empty())
-                return;
-            const std::string text = name.mbcs_str();
-            if (told.insert(text).second)
-                problems_.add(im_no_variable, one.value_place,
-                              {text, hint_text(nearest_word(text, names_))});
-            const std::unique_ptr<ustring> reference(variable_list::variable_name(name));
-            const auto length = rest.length();
-            rest.change(*reference, ustring());
-            if (rest.length() == length) // it came out of another value
-                return;
+        for (const auto& name : references_in(one.value))
+            if (told.insert(name).second && !is_defined(name))
+                problems_.add(
+                    im_no_variable, one.value_place,
+                    {name, hint_text(problems_.is_full() ? "" : nearest_word(name, names_))});
+    }
+
+    // Whether a name has a value, not which: values can be of any size and depth.
+    bool is_defined(const std::string& name) {
+        const auto [known, fresh] = defined_.try_emplace(name, false);
+        if (fresh) {
+            const ustring key(name.c_str());
+            known->second =
+                variables_.contains(key) ||
+                std::unique_ptr<ustring>(variables_.check_defined(key)).get() != nullptr;
         }
+        return known->second;
+    }
+
+    // Takes away, again and again, what refers to nothing that is left; the rest goes in a circle,
+    // or leads into one.
+    void lint_circles(const definition_block& defaults) {
+        std::map<std::string, std::vector<const definition_attribute*>> users;
+        std::map<const definition_attribute*, size_t> waits;
+        for (const auto& one : defaults.attributes)
+            users[one.name];
+        std::vector<const definition_attribute*> settled;
+        for (const auto& one : defaults.attributes) {
+            for (const auto& name : references_in(one.value))
+                if (const auto found = users.find(name); found != users.end()) {
+                    found->second.push_back(&one);
+                    ++waits[&one];
+                }
+            if (!waits.contains(&one))
+                settled.push_back(&one);
+        }
+        while (!settled.empty()) {
+            const auto* one = settled.back();
+            settled.pop_back();
+            for (const auto* user : users[one->name])
+                if (--waits[user] == 0)
+                    settled.push_back(user);
+        }
+        for (const auto& [one, left] : waits)
+            if (left)
+                problems_.add(im_circle, one->place, {one->name});
     }
 
     // What an object is called: the rest of the block's name and what its rules demand of it.
@@ -95,6 +141,7 @@ class linter {
     variable_list& variables_;
     definition_problems& problems_;
     std::vector<std::string> names_;
+    std::map<std::string, bool> defined_; // that were asked for
     std::set<std::string> additions_;
     std::multimap<std::string, const definition_block*> removals_;
 };

@@ -37,6 +37,7 @@ enum import_message : long {
     im_refused_value,     // name, value
     im_more,              // number of faults that are not listed
     im_no_variable,       // name, hint
+    im_circle,            // name
     im_no_condition,      // name, why
     im_not_put_back,      // name of the block
     im_program_stays,     // name of the block

@@ -27,8 +27,8 @@ class Lint : public Definition {
 
 TEST_F(Lint, TellsWhatIsDoubtfulAtItsPlace) {
     const auto key = [](long number) { return std::to_string(number) + " "; };
-    const std::string variable = key(km::im_no_variable), put_back = key(km::im_not_put_back),
-                      stays = key(km::im_program_stays);
+    const std::string circle = key(km::im_circle), variable = key(km::im_no_variable),
+                      put_back = key(km::im_not_put_back), stays = key(km::im_program_stays);
     const struct {
         std::string body, keys, told;
     } cases[] = {
@@ -39,7 +39,8 @@ TEST_F(Lint, TellsWhatIsDoubtfulAtItsPlace) {
          ":4:9: Nothing defines the variable 'prt'; default_variables could. Did you mean 'port'?\n"
          "    title = $(prt)\n            ^"},
         {"title = \"$(a) $(b) $(a)$(a$(b))\"\n", variable + variable, "variable 'b'"},
-        {"default_variables { a = $(b) b = $(a) }\n", variable + variable, ""},
+        {"default_variables { a = $(b) b = $(a) c = x$(b) d = $(e) e = 1 }\n",
+         circle + circle + circle, ":4:21: The variable 'a' has no value"},
         {"add_file { path = /f condition = \"$(none) == 1\" }\n", variable, ":4:34: "},
         {"dependency = \"(1 == 1\"\n", key(km::im_no_condition), ":4:14: 'dependency' is no"},
         {"dependency = \"$(installed_software) CONTAINS x\"\n", "", ""},
@@ -61,12 +62,22 @@ TEST_F(Lint, TellsWhatIsDoubtfulAtItsPlace) {
 }
 
 TEST_F(Lint, EndsOnHostileValues) {
-    std::string nested, many;
+    std::string nested, many, same, doubled;
     for (int i = 0; i < 20000; ++i) {
         nested += "$(";
         many += "$(v" + std::to_string(i) + ")";
+        same += "$(os_name)$(";
     }
-    lint("title = \"" + nested + "\"\n");
-    EXPECT_FALSE(lint("title = \"" + many + "\"\n").empty());
-    EXPECT_FALSE(lint("title = \"" + nested + "x" + std::string(20000, ')') + "\"\n").empty());
+    for (int i = 0; i < 60; ++i) {
+        const std::string next = "$(d" + std::to_string(i + 1) + ")";
+        doubled += "d" + std::to_string(i) + " = \"" + next + next + "\"\n";
+    }
+    EXPECT_EQ(lint("title = \"" + nested + "\"\n"), "");
+    EXPECT_EQ(lint("title = \"" + same + "\"\n"), "");
+    EXPECT_EQ(lint("default_variables { " + doubled + "d60 = x }\ntitle = $(d0)\n"), "");
+    EXPECT_EQ(messages_.get_count(), 0);
+    lint("title = \"" + many + "\"\n");
+    EXPECT_EQ(messages_.get_count(), km::definition_problems::most + 1);
+    lint("title = \"" + nested + "x" + std::string(20000, ')') + "\"\n");
+    EXPECT_EQ(messages_.get_count(), 1);
 }
