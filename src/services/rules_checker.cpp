@@ -51,6 +51,8 @@ class whole_characters : public filter_input_channel {
             }
             line_ += byte == '\n';
             bytes_[count_++] = static_cast<char>(byte);
+            if (count_ == 1 && byte < 0x80) // a character in every code page of a locale
+                return true;
             char16_t units[2];
             const int used = uxl_mbtowc(0, units, bytes_, static_cast<size_t>(count_));
             if (used >= 0)
