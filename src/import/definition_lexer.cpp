@@ -104,27 +104,31 @@ definition_token definition_lexer::next() {
     }
 }
 
+// Characters of one line, to the next one that `ends` or to the end.
+template <class Ends> void definition_lexer::take_while_not(std::string& into, Ends ends) {
+    const size_t from = at_;
+    while (!at_end() && !ends(here())) {
+        column_ += (static_cast<unsigned char>(here()) & 0xC0) != 0x80;
+        ++at_;
+    }
+    into.append(text_, from, at_ - from);
+}
+
 void definition_lexer::read_word(definition_token& token) {
     token.what = definition_token::word;
-    const size_t from = at_;
-    while (!at_end() && !ends_word(here()))
-        advance();
-    token.text = text_.substr(from, at_ - from);
+    take_while_not(token.text, ends_word);
     check_length(token);
 }
 
 void definition_lexer::read_quoted(definition_token& token, char quote) {
     token.what = definition_token::quoted;
     advance();
-    while (!at_end() && here() != quote && here() != '\n') {
-        const size_t from = at_;
-        if (here() == '\\' && quote == '"') {
-            read_escape(token.text);
-            continue;
-        }
-        advance();
-        token.text.append(text_, from, at_ - from);
-    }
+    const auto ends = [quote](char byte) {
+        return byte == quote || byte == '\n' || (byte == '\\' && quote == '"');
+    };
+    for (take_while_not(token.text, ends); !at_end() && here() == '\\' && quote == '"';
+         take_while_not(token.text, ends))
+        read_escape(token.text);
     if (at_end() || here() == '\n')
         problems_.add(im_unclosed_quote, token.place);
     else

@@ -39,6 +39,7 @@ class definition_lexer {
     bool at_end() const { return at_ >= text_.size(); }
     char here() const { return text_[at_]; }
     text_place place() const { return {line_, column_}; }
+    template <class Ends> void take_while_not(std::string& into, Ends ends);
     void read_word(definition_token& token);
     void read_quoted(definition_token& token, char quote);
     void read_escape(std::string& into);

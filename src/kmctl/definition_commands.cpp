@@ -11,10 +11,16 @@ namespace kmctl {
 
 namespace {
 
-bool is_definition(const std::string& source) {
+bool is_regular_file(const std::string& path) {
     struct stat about {};
-    return source.ends_with(".spd") ||
-           (::stat(source.c_str(), &about) == 0 && S_ISREG(about.st_mode));
+    return ::stat(path.c_str(), &about) == 0 && S_ISREG(about.st_mode);
+}
+
+// By its name; or a file of another name, where nothing says that a directory was meant.
+bool is_definition(const kmhost::build_request& build) {
+    const bool of_a_tree =
+        !build.name.empty() || !build.version.empty() || !build.destination.empty();
+    return build.source.ends_with(".spd") || (!of_a_tree && is_regular_file(build.source));
 }
 
 // A definition tells itself what options tell of a tree.
@@ -23,7 +29,7 @@ void refuse_wrong_options(const definition_arguments& given) {
     const std::pair<const char*, bool> of_a_tree[] = {{"--name", !build.name.empty()},
                                                       {"--version", !build.version.empty()},
                                                       {"--to", !build.destination.empty()}};
-    const bool definition = is_definition(build.source);
+    const bool definition = is_definition(build);
     for (const auto& [name, is_given] : of_a_tree)
         if (is_given == definition)
             throw CLI::ValidationError(
@@ -39,7 +45,7 @@ void refuse_wrong_options(const definition_arguments& given) {
 
 void run_build(const definition_arguments& given, kmhost::outcome& result) {
     const auto& build = given.build;
-    if (is_definition(build.source))
+    if (is_definition(build))
         kmhost::build_from_definition(
             {build.source, given.base, build.output, build.variables, build.stored}, result);
     else
