@@ -92,7 +92,9 @@ std::uint64_t hash_of_path(const std::string& path) {
 path_hashes held_by_others(const catalog_store& store, const package_id& but) {
     path_hashes all;
     for (const auto& one : find_packages(const_cast<catalog_store&>(store).catalog(), "")) {
-        if (one.id.text() == but.text() || one.entry->last_action != km::a_execute)
+        const bool is_left_out =
+            one.id.name == but.name && (but.version.empty() || one.id.version == but.version);
+        if (is_left_out || one.entry->last_action != km::a_execute)
             continue;
         const hashes of_one = list_of(one);
         all.insert(of_one.begin(), of_one.end());

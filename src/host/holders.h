@@ -18,7 +18,8 @@ using path_hashes = std::unordered_set<std::uint64_t>;
 
 std::uint64_t hash_of_path(const std::string& path);
 
-// Paths of all installed packages but `but`; lists that are missing or damaged are made again.
+// Paths of all installed packages but `but` (all its versions where it has none); lists that are
+// missing or damaged are made again.
 path_hashes held_by_others(const catalog_store& store, const package_id& but);
 
 // Writes the list of a package. A failure only means that it is made again later.

@@ -94,6 +94,7 @@ class upgrader {
     std::vector<std::unique_ptr<km::cm_package>> old_;
     std::vector<km::km_object*> users_; // files that users changed, and that the run replaces
     std::vector<km::cm_object*> goes_;
+    path_hashes held_; // by packages of other names
 };
 
 bool upgrader::find_old() {
@@ -180,7 +181,8 @@ bool upgrader::is_replaced(km::cm_object& old, const objects_by_name& mine) cons
 
 // What only an older version holds, unless a user changed it or others count on it.
 void upgrader::take_out(km::cm_object& old, std::vector<km::cm_command*>& into) {
-    if (!old.exists(km::p_do) || counted_by_others(old) > 0 || !may_go(old))
+    if (!old.exists(km::p_do) || counted_by_others(old) > 0 || !may_go(old) ||
+        held_.contains(hash_of_path(old.get_name().mbcs_str())))
         return;
     auto* text = dynamic_cast<km::text_object*>(&old);
     if (text)
@@ -203,6 +205,7 @@ void upgrader::merge() {
     for (const auto& one : old_)
         collect_installed(*one, theirs);
     std::vector<km::cm_command*> removals;
+    held_ = held_by_others(at_.store, {at_.id.name, ""});
     for (auto one = theirs.rbegin(); one != theirs.rend(); ++one) { // contents before directories
         const auto same = mine.find(one->first);
         if (same != mine.end())

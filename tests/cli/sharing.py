@@ -34,6 +34,17 @@ class Sharing(KmctlCase):
         self.km("remove", "two")
         self.assertEqual(os.listdir(self.root), [])
 
+    def test_an_upgrade_leaves_what_another_package_holds(self):
+        both = {"lib/common": "common", "own": "1"}
+        self.km("install", self.build(both, "one", "1.0", "/opt/suite"))
+        self.km("install", self.build({"lib/common": "common"}, "two", "1.0", "/opt/suite"))
+        self.km("upgrade", self.build({"own": "2"}, "one", "1.1", "/opt/suite"))
+        self.assertEqual(self.read("/opt/suite/lib/common"), b"common")
+        self.km("verify", "two")
+        self.km("undo", "one")
+        self.assertEqual(self.read("/opt/suite/own"), b"1")
+        self.km("verify", "one")
+
     def test_two_versions_of_a_name(self):
         old, new = self.shared("one", "1", "1.0"), self.shared("one", "2", "1.1")
         self.km("install", old)
