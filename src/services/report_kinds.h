@@ -8,8 +8,10 @@
 namespace km {
 
 // Carries the content of a file, or, as a pointer, its path alone. Decoding writes the content to a
-// new file in the working directory (a text file: each line ends in a line feed afterwards), which
-// stays until the report is encoded again; a failed decoding removes it.
+// new file in the working directory ("BR" and six digits; a text file: each line ends in a line
+// feed afterwards), which stays until the report is encoded again: that removes it, so it ends the
+// use of this object. A failed decoding removes the file. A file that a pointer names is never
+// removed.
 //
 // Coded form: the report's form, boolean field 201 is_bulk_pointer, string field 200: the path's
 // text, or, with the flag 0, the lines of the file.
@@ -19,7 +21,7 @@ class bulk_report : public report {
     codable* clone() const override { return new bulk_report(*this); }
     const char* codable_name() const override;
     codable* decode_object(decoder& from, long stream_version) override;
-    // Removes the file if it came with the stream from which this report was decoded.
+    // Removes the file that the decoding of this report made.
     void encode_object(encoder& to) const override;
     void set_data(const pathname& path) override { path_ = path; }
     const pathname& get_data() const { return path_; }
@@ -31,6 +33,7 @@ class bulk_report : public report {
 
     pathname path_;
     int is_bulk_pointer_ = 0;
+    int owns_data_ = 0; // decoding made the file
 };
 
 // Coded form: the report's form, string field 200 path.
