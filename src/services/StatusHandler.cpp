@@ -274,12 +274,19 @@ std::vector<const file_info*> entries(vector& infos, const pathname& dir, const 
     return sorted;
 }
 
-bool is_null_size(const file_info& entry) {
+// A directory, an empty file, or a name that stands for another path (a backslash would lead out of
+// the directory) is no status file.
+bool is_usable(const file_info& entry, const pathname& dir) {
     static constexpr const char* km_function_name = "StatusHandler::load";
-    if (entry.size != 0)
+    if (entry.is_directory())
         return false;
-    KM_TRACE(trace_info, "common", "Found a null size file");
-    return true;
+    if (entry.size == 0) {
+        KM_TRACE(trace_info, "common", "Found a null size file");
+        return false;
+    }
+    const ustring name(entry.name);
+    return (dir + name).get_text() ==
+           (dir + ustring(u"x")).get_parent().get_text() + ustring(u"/") + name;
 }
 
 } // namespace
@@ -318,7 +325,10 @@ void StatusHandler::load_entry(const pathname& dir, const ustring& listed, vecto
         return;
     }
     KM_TRACE(trace_warning, "common", "Found a null object file");
-    if (!file(dir + name).remove(0))
+    // What could neither be used nor put aside stays: it may be all that is left.
+    const bool kept = file(culprits_of(dir) + name).exists() ||
+                      file(backup_of(dir + name)).exists() || file(warning_of(dir + name)).exists();
+    if (kept && !file(dir + name).remove(0))
         KM_TRACE(trace_error, "common", "Failed to remove '%s'", name.mbcs_str());
 }
 
@@ -327,7 +337,7 @@ vector* StatusHandler::load(const pathname& dir, const ustring& prefix) {
     vector infos;
     auto objects = std::make_unique<vector>();
     for (const file_info* entry : entries(infos, dir, prefix))
-        if (!entry->is_directory() && !is_null_size(*entry))
+        if (is_usable(*entry, dir))
             load_entry(dir, ustring(entry->name), *objects);
     return objects.release();
 }
@@ -402,7 +412,7 @@ long StatusHandler::load_dir(const pathname& dir, const ustring& prefix, vector&
     vector infos;
     long bytes = 0;
     for (const file_info* entry : entries(infos, dir, prefix))
-        if (!entry->is_directory() && !is_null_size(*entry))
+        if (is_usable(*entry, dir))
             bytes += take_entry(dir, ustring(entry->name), entry->size, paths);
     return bytes;
 }

@@ -96,7 +96,7 @@ namespace {
 constexpr long status_size = 4;
 
 // Null, with a trace, if it cannot be opened. A file of another size than a status word's has no
-// status and is emptied, so that the word written next is all that it holds.
+// status; it gets the word as it stands, and nothing else.
 std::unique_ptr<file_handle> open_status_file(const pathname& path, long& status,
                                               unsigned long key) {
     static constexpr const char* km_function_name = "report::do_log";
@@ -109,7 +109,9 @@ std::unique_ptr<file_handle> open_status_file(const pathname& path, long& status
         return nullptr;
     }
     if (!known) {
+        // Room on the disk for the word, before a channel has taken what no word could tell of.
         handle->chsize(0);
+        log_protocol::set_msg_status(handle.get(), status);
         return handle;
     }
     KM_TRACE(trace_info, "common", "key value = %d, _status before = %ld", static_cast<int>(key),

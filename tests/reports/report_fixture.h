@@ -1,0 +1,178 @@
+// report_fixture: a home for reports, channels that note what reaches them, and coding in memory
+#pragma once
+
+#include "StatusHandler.h"
+#include "channel.h"
+#include "codec.h"
+#include "decode_channel.h"
+#include "encode_channel.h"
+#include "formatter.h"
+#include "log_protocol_factory.h"
+#include "message.h"
+#include "proxy_kinds.h"
+#include "report.h"
+#include "report_filter.h"
+#include "ustring_writer.h"
+
+#include "support/recording_command.h"
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <string>
+
+namespace km_test {
+
+// One for the process: the message directory is found once.
+inline scratch_dir& home() {
+    static engine_home of_process;
+    return of_process.dir;
+}
+
+inline std::string message_dir() {
+    home();
+    return km::ZNPMessage::get_work_dir().mbcs_str();
+}
+
+// Names below the message directory, in order, each behind a blank.
+inline std::string names(const std::string& below = "") {
+    std::string all;
+    std::set<std::string> sorted;
+    std::error_code none;
+    for (const auto& entry : std::filesystem::directory_iterator(message_dir() + below, none))
+        sorted.insert(entry.path().filename());
+    for (const auto& name : sorted)
+        all += " " + name;
+    return all;
+}
+
+inline void empty_messages() {
+    std::filesystem::remove_all(message_dir());
+    std::filesystem::create_directories(message_dir());
+}
+
+inline void put_file(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+inline std::string get_file(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline std::string encoded(const km::codable& object) {
+    km::array_output_channel bytes(64);
+    {
+        km::encode_channel channel(&bytes);
+        km::encoder(&channel).encode_object(&object);
+    }
+    return {reinterpret_cast<const char*>(bytes.get_data()),
+            static_cast<size_t>(bytes.get_count())};
+}
+
+// Null if the bytes are refused.
+template <class T> std::unique_ptr<T> decoded(const std::string& bytes) {
+    km::array_input_channel inner(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                  static_cast<int>(bytes.size()));
+    inner.inhibit(1);
+    km::decode_channel channel(&inner);
+    km::decoder in(&channel);
+    km::codable* object = nullptr;
+    in.decode_object(object);
+    std::unique_ptr<km::codable> owned(object);
+    if (in.get_status() || !dynamic_cast<T*>(object))
+        return nullptr;
+    return std::unique_ptr<T>(dynamic_cast<T*>(owned.release()));
+}
+
+// The real protocol of the tests: each channel notes "channel:distribution " in `log`; those that
+// `broken` names by their letter (f d m e n) fail. Made ones count in `alive`.
+class noting_protocol : public km::log_protocol {
+  public:
+    noting_protocol() { ++alive; }
+    noting_protocol(const noting_protocol& other) : log_protocol(other) { ++alive; }
+    ~noting_protocol() override { --alive; }
+    km::codable* clone() const override { return new noting_protocol(*this); }
+    int do_file_log() override { return take('f'); }
+    int do_db_log() override { return take('d'); }
+    int do_mail_log() override { return take('m'); }
+    int do_event_log() override { return take('e'); }
+    int do_notice_log() override { return take('n'); }
+    void initialize(long a, long b, const km::ustring& c, const km::ustring& d,
+                    const km::ustring& e, const km::ustring& f, const km::ustring& g,
+                    const km::ustring& h, const km::ustring& i, const km::ustring& j,
+                    const km::ustring& k, const km::ustring& l, const km::ustring& m,
+                    const km::ustring& n, long o, const km::ustring& p, const km::ustring& q,
+                    const km::ustring& r, const km::ustring& s, const km::pathname& t, int v, int w,
+                    km::codable* x) override {
+        log_protocol::initialize(a, b, c, d, e, f, g, h, i, j, k, l, m, n, o, p, q, r, s, t, v, w,
+                                 x);
+    }
+    void get_logger_name(km::ustring& logger) override { logger = km::ustring(made_by.c_str()); }
+
+    static inline std::string log, broken, made_by = "noting";
+    static inline int alive = 0, made = 0;
+
+  private:
+    int take(char channel) {
+        if (broken.find(channel) != std::string::npos)
+            return 0;
+        log += std::string(1, channel) + ":" + distribution_id.mbcs_str() + " ";
+        return 1;
+    }
+};
+
+// Every maker gives a noting protocol and leaves its name in `made_by`.
+class noting_factory : public km::log_protocol_factory {
+  public:
+    km::log_protocol* make(const char* by) {
+        noting_protocol::made_by = by;
+        ++noting_protocol::made;
+        return new noting_protocol;
+    }
+    km::log_protocol* make_standard_log_protocol() override { return make("standard"); }
+    km::log_protocol* make_bulk_log_protocol() override { return make("bulk"); }
+    km::log_protocol* make_delete_db_entries() override { return make("delete_entries"); }
+    km::log_protocol* make_delete_db_entry() override { return make("delete_entry"); }
+    km::log_protocol* make_add_db_entry() override { return make("add_entry"); }
+    km::log_protocol* make_edit_db_entry() override { return make("edit_entry"); }
+    km::log_protocol* make_ext_log_protocol() override { return make("ext"); }
+    km::log_protocol* make_dm_log_protocol() override { return make("dm"); }
+    km::log_protocol* make_inventory_log_protocol() override { return make("inventory"); }
+    km::log_protocol* make_gw_protocol() override { return make("gw"); }
+    km::log_protocol* make_post_log_protocol() override { return make("post"); }
+    km::log_protocol* make_publish() override { return make("publish"); }
+    km::log_protocol* make_vfan2_db_log_protocol() override { return make("vfan2_db"); }
+    km::log_protocol* make_web_protocol() override { return make("web"); }
+    km::log_protocol* make_device_log_protocol() override { return make("device"); }
+    km::log_protocol* make_versioning_log_protocol() override { return make("versioning"); }
+    km::log_protocol* make_discover_log_protocol() override { return make("discover"); }
+};
+
+inline void fill(km::report& one, const std::string& distribution) {
+    one.distribution_id = u(distribution);
+    one.name = u("hello");
+    one.version = u("1.0");
+    one.endpoint_name = u("host");
+    one.state = 0x4020004; // IC--G
+    one.set_protocol(new km::proxy_standard_log_protocol);
+    one.init_protocol(km::pathname());
+}
+
+inline km::report* new_report(const std::string& distribution) {
+    auto* one = new km::report;
+    fill(*one, distribution);
+    return one;
+}
+
+// What `call` writes.
+template <class Call> std::string written(Call call) {
+    km::array_output_channel bytes(64);
+    km::ustring_writer to(&bytes);
+    call(to);
+    return {reinterpret_cast<const char*>(bytes.get_data()),
+            static_cast<size_t>(bytes.get_count())};
+}
+
+} // namespace km_test
