@@ -185,7 +185,7 @@ int StatusHandler::remove(const pathname& path) {
 }
 
 codable* StatusHandler::decode(const pathname& path) {
-    decode_channel channel(new file_input_channel(path), 512);
+    decode_channel channel(new buffered_input_channel(new file_input_channel(path), 8192), 512);
     decoder coder(&channel);
     codable* object = nullptr;
     coder.decode_object(object);

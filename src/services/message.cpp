@@ -159,6 +159,22 @@ int ZNPMessage::dispose() {
     return file(get_status_directory()).remove(1);
 }
 
+void ZNPMessage::remove_orphans() {
+    KM_TRACE_FUNCTION("ZNPMessage::remove_orphans");
+    const ustring end_of_name(u"_msg_statuses");
+    vector names;
+    file(get_work_dir()).list(names, get_msg_prefix() + ustring(u"*") + end_of_name);
+    for (int i = 0; i < names.size(); ++i) {
+        const ustring& name = *names.at<ustring>(i);
+        const ustring message = name.substr(0, name.length() - end_of_name.length());
+        bool owned = false;
+        for (const char16_t* end : {u"", u".bak", u".wrn"})
+            owned = owned || file(get_work_dir() + (message + ustring(end))).exists();
+        if (!owned && name.find(u'\\') == ustring::npos)
+            file(get_work_dir() + name).remove(1);
+    }
+}
+
 } // namespace km
 
 extern "C" km::codable* make_ZNPMessage() { return new km::ZNPMessage; }

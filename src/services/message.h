@@ -81,6 +81,8 @@ class ZNPMessage : public Message {
     // <working_dir>/message/, as it is at the first call.
     static const pathname& get_work_dir();
     static ustring get_msg_prefix(); // "MS"
+    // Removes directories of progress whose message is gone, which a crash of dispose() leaves.
+    static void remove_orphans();
 
   private:
     pathname path_;
