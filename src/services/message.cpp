@@ -7,9 +7,12 @@
 #include "base_configuration.h"
 #include "codec.h"
 #include "file.h"
+#include "file_info.h"
 #include "kill_point.h"
 #include "report.h"
 #include "trclog.h"
+
+#include <ctime>
 
 namespace km {
 
@@ -159,6 +162,27 @@ int ZNPMessage::dispose() {
     return file(get_status_directory()).remove(1);
 }
 
+namespace {
+
+// Names that were made and never written; young ones may be somebody's who is about to.
+void remove_unwritten() {
+    constexpr long old_enough = 3600;
+    vector infos;
+    file(ZNPMessage::get_work_dir())
+        .list_file_info(infos, ZNPMessage::get_msg_prefix() + ustring(u"*"));
+    for (int i = 0; i < infos.size(); ++i) {
+        const auto& one = *infos.at<file_info>(i);
+        const pathname path = ZNPMessage::get_work_dir() + ustring(one.name);
+        const bool aged = one.size == 0 && ::time(nullptr) - one.modification_time > old_enough;
+        if (aged && (one.mode & 0xF000) == 0 &&
+            file(path.get_text() + ustring(u".bak")).get_size() <= 0 &&
+            !file(path.get_text() + ustring(u".wrn")).exists())
+            StatusHandler().remove(path);
+    }
+}
+
+} // namespace
+
 void ZNPMessage::remove_orphans() {
     KM_TRACE_FUNCTION("ZNPMessage::remove_orphans");
     const ustring end_of_name(u"_msg_statuses");
@@ -173,6 +197,7 @@ void ZNPMessage::remove_orphans() {
         if (!owned && name.find(u'\\') == ustring::npos)
             file(get_work_dir() + name).remove(1);
     }
+    remove_unwritten();
 }
 
 } // namespace km

@@ -81,7 +81,8 @@ class ZNPMessage : public Message {
     // <working_dir>/message/, as it is at the first call.
     static const pathname& get_work_dir();
     static ustring get_msg_prefix(); // "MS"
-    // Removes directories of progress whose message is gone, which a crash of dispose() leaves.
+    // Removes what no message needs any more: directories of progress whose message is gone (a
+    // crash of dispose() leaves them), and files that were made an hour ago and never written.
     static void remove_orphans();
 
   private:

@@ -2,7 +2,6 @@
 #include "reports/report_fixture.h"
 
 #include <csignal>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,48 +10,6 @@ using namespace km_test;
 using km::StatusHandler;
 
 namespace {
-
-// Channels that hold what they took in a file: a line for each report, and none twice, as a
-// channel with keys does.
-class keyed_protocol : public noting_protocol {
-  public:
-    int do_file_log() override { return hold('f'); }
-    int do_db_log() override { return hold('d'); }
-    int do_mail_log() override { return hold('m'); }
-    int do_event_log() override { return hold('e'); }
-    int do_notice_log() override { return hold('n'); }
-
-  private:
-    int hold(char channel) {
-        const std::string line = std::string(1, channel) + distribution_id.mbcs_str() + "\n";
-        const std::string path = home().at("held");
-        tried += channel;
-        if (get_file(path).find(line) != std::string::npos)
-            return 1;
-        const int out = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-        const bool done = ::write(out, line.data(), line.size()) == ssize_t(line.size());
-        ::close(out);
-        return done;
-    }
-
-  public:
-    static inline std::string tried;
-};
-
-class keyed_factory : public noting_factory {
-  public:
-    km::log_protocol* make_standard_log_protocol() override { return new keyed_protocol; }
-};
-
-void deliver_all() {
-    const std::unique_ptr<km::vector> all(
-        StatusHandler().load(km::ZNPMessage::get_work_dir(), km::ZNPMessage::get_msg_prefix()));
-    for (int i = 0; i < all->size(); ++i) {
-        auto* message = all->at<km::ZNPMessage>(i);
-        message->execute();
-        message->serialize(1);
-    }
-}
 
 // The whole life: one message made and written, then delivered by a process that loads it.
 void live() {
@@ -81,7 +38,7 @@ bool dies_at(const std::string& point, void (*body)()) {
 } // namespace
 
 TEST(ReportKill, EveryChannelHoldsTheReportOnce) {
-    home();
+    keyed_protocol::held = home().at("held");
     keyed_factory factory;
     km::ZNPNotificationPolicy::set_factory(&factory);
     const std::string every = "f7\nd7\nm7\ne7\nn7\n";
@@ -92,7 +49,7 @@ TEST(ReportKill, EveryChannelHoldsTheReportOnce) {
           "report.channel.noted", "report.channel.done:3", "report.channel.noted:5",
           "status.remove.backup_gone", "status.remove.file_gone", "message.dispose.file_gone"}) {
         empty_messages();
-        std::filesystem::remove(home().at("held"));
+        std::filesystem::remove(keyed_protocol::held);
         std::filesystem::remove(home().at("written"));
         ASSERT_TRUE(dies_at(point, live)) << point;
         const bool promised = home().exists("written");
@@ -102,11 +59,11 @@ TEST(ReportKill, EveryChannelHoldsTheReportOnce) {
             dies_at(again, deliver_all);
         keyed_protocol::tried.clear();
         deliver_all();
-        const std::string held = get_file(home().at("held"));
+        const std::string held = get_file(keyed_protocol::held);
         EXPECT_TRUE(held == every || (!promised && held.empty())) << point << ": " << held;
         EXPECT_LE(keyed_protocol::tried.size(), 4U) << point;
         deliver_all();
-        EXPECT_EQ(get_file(home().at("held")), held) << point;
+        EXPECT_EQ(get_file(keyed_protocol::held), held) << point;
         km::ZNPMessage::remove_orphans();
         EXPECT_EQ(names().find("_msg_statuses"), std::string::npos) << point << names();
     }

@@ -16,11 +16,13 @@
 
 #include "support/recording_command.h"
 
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <set>
 #include <string>
+#include <unistd.h>
 
 namespace km_test {
 
@@ -149,6 +151,50 @@ class noting_factory : public km::log_protocol_factory {
     km::log_protocol* make_versioning_log_protocol() override { return make("versioning"); }
     km::log_protocol* make_discover_log_protocol() override { return make("discover"); }
 };
+
+// Channels that hold what they took in the file `held`: a line for each report, and none twice, as
+// channels with keys do.
+class keyed_protocol : public noting_protocol {
+  public:
+    int do_file_log() override { return hold('f'); }
+    int do_db_log() override { return hold('d'); }
+    int do_mail_log() override { return hold('m'); }
+    int do_event_log() override { return hold('e'); }
+    int do_notice_log() override { return hold('n'); }
+
+    static inline std::string held, tried;
+
+  private:
+    int hold(char channel) {
+        if (broken.find(channel) != std::string::npos)
+            return 0;
+        const std::string line = std::string(1, channel) + distribution_id.mbcs_str() + "\n";
+        tried += channel;
+        if (get_file(held).find(line) != std::string::npos)
+            return 1;
+        const int out = ::open(held.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+        const bool done =
+            ::write(out, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+        ::close(out);
+        return done;
+    }
+};
+
+class keyed_factory : public noting_factory {
+  public:
+    km::log_protocol* make_standard_log_protocol() override { return new keyed_protocol; }
+};
+
+// What a delivering process does.
+inline void deliver_all() {
+    const std::unique_ptr<km::vector> all(
+        km::StatusHandler().load(km::ZNPMessage::get_work_dir(), km::ZNPMessage::get_msg_prefix()));
+    for (int i = 0; i < all->size(); ++i) {
+        auto* message = all->at<km::ZNPMessage>(i);
+        message->execute();
+        message->serialize(1);
+    }
+}
 
 inline void fill(km::report& one, const std::string& distribution) {
     one.distribution_id = u(distribution);

@@ -4,6 +4,7 @@
 
 #include "reports/report_fixture.h"
 
+#include <chrono>
 #include <map>
 #include <sstream>
 #include <gtest/gtest.h>
@@ -251,6 +252,24 @@ TEST(MessageLife, AListOfPoliciesCountsItsKeysAndANameIsNeverSomebodyElses) {
     ASSERT_TRUE(next.init(new_report("0"), km::priority_b));
     EXPECT_FALSE(std::filesystem::exists(next.get_status_directory().mbcs_str()));
     EXPECT_NE(names().find("_msg_statuses"), std::string::npos);
+}
+
+TEST(MessageLife, OrphansGoAndNothingElseDoes) {
+    put({{"MSA1_msg_statuses/0", "1234"},
+         {"MSA2_msg_statuses/0", "1234"},
+         {"MSA2.wrn", "=w"},
+         {"MSA3", ""},
+         {"MSA3.bak", ""},
+         {"MSA4", ""},
+         {"MSA4.bak", "=b"},
+         {"MSA5", ""},
+         {"MSA6", "=whole"}});
+    for (const char* name : {"MSA3", "MSA4", "MSA6"})
+        std::filesystem::last_write_time(message_dir() + name,
+                                         std::filesystem::file_time_type::clock::now() -
+                                             std::chrono::hours(2));
+    km::ZNPMessage::remove_orphans();
+    EXPECT_EQ(names(), " MSA2.wrn MSA2_msg_statuses MSA4 MSA4.bak MSA5 MSA6");
 }
 
 TEST(MessageLife, ACompositeRunsOnEachAndTheYoungestComesFirst) {
