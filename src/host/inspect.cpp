@@ -239,7 +239,7 @@ void repair(const operation_request& request, const std::string& file, worker_li
     package->input_channel = nullptr;
     at.finish(*package, answer, "repaired", "repair");
     if (is_success(answer))
-        result.text += " (" + std::to_string(count) + " objects)";
+        result.text += " (" + std::to_string(count) + (count == 1 ? " object)" : " objects)");
     drop_intent(id);
 }
 

@@ -97,6 +97,15 @@ bool was_refused(const km::cm_package& package) {
     }
 }
 
+// With a backup, or in a prepare, the engine takes back what failed; without one the package stays
+// known, in error.
+bool was_taken_back(const km::cm_package& package, const km::cm_catalog_entry* now) {
+    const bool failed_in_work = package.internal_error == km::ie_prepare_failed ||
+                                package.internal_error == km::ie_do_failed ||
+                                package.internal_error == km::ie_commit_failed;
+    return failed_in_work && (!now || !is_in_error(*now));
+}
+
 } // namespace
 
 void session::finish(const km::cm_package& package, km::cm_result engine_result, const char* done,
@@ -158,13 +167,12 @@ void session::tell_failure(const km::cm_package& package, const char* word) {
     const auto* now = entry();
     if (was_refused(package))
         text += " before anything was changed";
-    else if (package.internal_error == km::ie_prepare_failed ||
-             (package.internal_error == km::ie_do_failed && now && !is_in_error(*now)))
+    else if (was_taken_back(package, now))
         text += ", and what it had done was taken back";
     else if (!now)
         text += "; files may have been put in place, and the catalog does not know of them";
     if (now)
-        text += "; it is " + state_words(now) + " (" + letters_of(now) + ")";
+        text += "; " + it_is(now);
     const std::string next = now ? advice(id, *now) : "";
     text += next.empty() ? ". Remove the cause and run the same command again." : ". " + next;
     result_.fail(exit_failed, "failed", text);

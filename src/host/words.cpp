@@ -66,6 +66,12 @@ std::string state_words(const km::cm_catalog_entry* entry) {
     return words;
 }
 
+std::string it_is(const km::cm_catalog_entry* entry) {
+    const std::string words = state_words(entry);
+    const bool is_sentence = words.compare(0, 4, "its ") == 0;
+    return (is_sentence ? "" : "it is ") + words + " (" + letters_of(entry) + ")";
+}
+
 bool found_different(const km::cm_catalog_entry& entry) {
     return entry.current_cm_status == km::cs_error && entry.last_action == km::a_execute &&
            (entry.cm_status == km::cs_committed || entry.cm_status == km::cs_committed_undoable ||
@@ -178,10 +184,25 @@ const char* undone_words(const km::cm_catalog_entry* entry) {
                : "undone: it is installed again";
 }
 
+namespace {
+
+// Of a package that is simply installed, or removed: what the operation would need.
+std::string lacking(const std::string& operation) {
+    if (operation == "commit" || operation == "rollback")
+        return "Nothing is prepared.";
+    if (operation == "undo" || operation == "accept")
+        return "It has no backup: only an operation with --undoable makes one, and an upgrade.";
+    return "";
+}
+
+} // namespace
+
 void tell_refusal(int gate_answer, const char* operation, const package_id& id,
                   const km::cm_catalog_entry* entry, outcome& result) {
     const std::string head = std::string("The ") + operation + " of " + id.text() + " is refused";
-    const std::string next = entry ? next_steps(id, *entry) : "";
+    std::string next = entry ? next_steps(id, *entry) : "";
+    if (next.empty())
+        next = lacking(operation);
     const std::string tail = next.empty() ? "" : " " + next;
     switch (gate_answer) {
     case 3:
@@ -200,9 +221,7 @@ void tell_refusal(int gate_answer, const char* operation, const package_id& id,
         result.fail(exit_failed, "catalog", head + ": its catalog entry cannot be read.");
         return;
     default:
-        result.fail(exit_refused, "state",
-                    head + ": it is " + state_words(entry) + " (" + letters_of(entry) + ")." + tail,
-                    "refused");
+        result.fail(exit_refused, "state", head + ": " + it_is(entry) + "." + tail, "refused");
     }
 }
 

@@ -23,6 +23,10 @@ std::string letters_of(const km::cm_catalog_entry* entry);
 // "installed", "removed, but in error: its last operation failed" and so on.
 std::string state_words(const km::cm_catalog_entry* entry);
 
+// The same in a sentence, with the letters: "it is installed (IC---)", "its removal is prepared
+// (RP---)".
+std::string it_is(const km::cm_catalog_entry* entry);
+
 // In error although no operation that put it in place failed: a verify found a difference, or a
 // removal stopped half way.
 bool found_different(const km::cm_catalog_entry& entry);

@@ -13,7 +13,9 @@
 #include "service_control.h"
 #include "trclog.h"
 
+#include <cstring>
 #include <memory>
+#include <string>
 
 namespace km {
 
@@ -23,6 +25,13 @@ constexpr const char16_t* backup_version = u"1.0.0";
 bool asks_for_backup(int operation) {
     return operation == o_execute_undoable || operation == o_prepare_undoable ||
            operation == o_commit;
+}
+// The channel keeps the reason to itself.
+void tell_unwritten(spmessage* messages, const pathname& path, int error) {
+    const std::string text =
+        std::string("E ") + path.mbcs_str() + " cannot be written: " + std::strerror(error) + ".\n";
+    if (messages)
+        messages->add(text.c_str());
 }
 } // namespace
 
@@ -180,6 +189,7 @@ bool cm_package::save_undo(cm_package& undo, const pathname& path, int phase) {
     zipping_channel zip(&out);
     if (out.get_error()) {
         KM_TRACE(trace_error, "common", "Error: initializing backup package");
+        tell_unwritten(messages, path, out.get_handle().get_system_error());
         result = failure;
         return false;
     }
@@ -192,12 +202,16 @@ bool cm_package::save_undo(cm_package& undo, const pathname& path, int phase) {
         result = undo.save(&zip);
     }
     KM_TRACE(trace_info, "common", "undo package save returned = %d", static_cast<int>(result));
+    if (result == success) {
+        out.flush();
+        out.close();
+        if (out.get_error() || !sync_directory(path.get_parent()))
+            result = failure;
+    }
+    if (out.get_error())
+        tell_unwritten(messages, path, out.get_handle().get_system_error());
     if (result != success)
         return false;
-    out.flush();
-    out.close();
-    if (out.get_error() || !sync_directory(path.get_parent()))
-        result = failure;
     KM_KILL_POINT("backup.after_data");
     return result == success;
 }

@@ -93,7 +93,7 @@ class Life(KmctlCase):
             # The newer version takes its place all the same, and undo brings this state back.
             ("upgrade {two} -n", 0, "1IC--E", "keep beside /opt/p/d/common"),
             ("upgrade {two}", 0, "2ICU--", "common.kmsave"), ("undo p", 0, "1IC--E"),
-            ("repair p", 0, "1IC---", "1 objects"), ("repair p", 0, "1IC---", "nothing was to do"))
+            ("repair p", 0, "1IC---", "1 object)"), ("repair p", 0, "1IC---", "nothing was to do"))
         self.edit()
         self.play(("verify p", 100, "1IC--E"), ("remove --force p", 0, "", "and stays"))
         self.assertEqual(self.read("/opt/p/d/common"), b"one\nmine\n")
@@ -124,7 +124,8 @@ class Life(KmctlCase):
                   ("remove p -n", 5, "1ICU--", "'kmctl accept p^1'"),
                   ("remove p -n --intelligent", 0, "1ICU--"),
                   ("commit p -n", 5, "1ICU--"), ("rollback p -n", 5, "1ICU--"),
-                  ("accept p", 0, "1IC---"), ("undo p -n", 5, "1IC---"),
+                  ("accept p", 0, "1IC---"), ("undo p -n", 5, "1IC---", "no backup"),
+                  ("commit p", 5, "1IC---", "Nothing is prepared"),
                   ("install {two} --transactional", 0, "1IC--- 2IP---"),
                   ("upgrade {two} -n", 5, "1IC--- 2IP---", "'kmctl commit p^2'"))
 
@@ -166,7 +167,7 @@ class Life(KmctlCase):
         os.rename(source, moved)
         other = self.build({"a": "other", "b": "2"}, "v", "1", "/srv/mine")
         for file, code, text in ((None, 1, "not the file that was installed"),
-                                 (self.one, 2, "p^1"), ("/none", 3, "/none"), (moved, 0, "1 objects")):
+                                 (self.one, 2, "p^1"), ("/none", 3, "/none"), (moved, 0, "1 object)")):
             self.edit("/srv/mine/a")
             damaged = self.tree()
             ended = self.km("repair", "v", *(["--from", file] if file else []), code=code)
