@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <map>
 
 using km::spmessage;
 
@@ -53,12 +54,40 @@ TEST(Messages, ArgumentsComeInTheOrderOfTheirPositions) {
 }
 
 TEST(Messages, AKeyOfNoMessageIsToldAsSuch) {
+    long reserved = 1;
+    while (km::is_spcatalog_key(reserved))
+        ++reserved;
     spmessage messages;
-    messages.add(1L);
+    messages.add(reserved);
     messages.add(99999L);
-    EXPECT_STREQ(messages.bind(), "Unknown message 1\nUnknown message 99999");
-    EXPECT_EQ(std::strncmp(km::spcatalog[1], "unused000", 9), 0);
+    messages.add(-1L);
+    EXPECT_EQ(messages.bind(), "Unknown message " + std::to_string(reserved) +
+                                   "\nUnknown message 99999\nUnknown message -1");
+}
+
+TEST(Messages, TheTableHoldsWhatItSays) {
+    std::map<std::string, int> kinds;
+    int unused = 0;
     EXPECT_STREQ(km::spcatalog[0], "spcatalog");
+    for (int key = 1; key < km::spcatalog_size; ++key) {
+        const std::string text = km::spcatalog[key];
+        if (!km::is_spcatalog_key(key)) {
+            char name[16];
+            std::snprintf(name, sizeof name, "unused%03d", unused++);
+            EXPECT_EQ(text, name) << key;
+            continue;
+        }
+        const bool has_severity = text.size() > 2 && text[1] == ' ' && strchr("EWI", text[0]);
+        ++kinds[has_severity ? text.substr(0, 1) : "label"];
+        // Each builds with arguments of its own; none is an illegal format.
+        spmessage one;
+        one.add(key, "a", "b", "c", "d", "e", "f");
+        EXPECT_EQ(one.text_of(0).find("illegal"), std::string::npos) << key;
+        EXPECT_EQ(one.text_of(0).find('%'), std::string::npos) << key;
+    }
+    EXPECT_EQ(unused, 159);
+    EXPECT_EQ(kinds,
+              (std::map<std::string, int>{{"E", 393}, {"W", 69}, {"I", 164}, {"label", 20}}));
 }
 
 TEST(Messages, NumbersOfAnotherTable) {
@@ -131,6 +160,30 @@ TEST(Catalogs, AMissingCatalogueIsSilentAndAFoundOneWins) {
     EXPECT_STREQ(messages.bind(), "ABCDE0602E Kein HOME-Pfad.\n");
     ::setenv("LC_ALL", "fr_FR.UTF-8", 1);
     EXPECT_STREQ(messages.bind(), "ZNPSE0602E Cannot access HOME path.\n");
+    ::unsetenv("NLSPATH");
+    km::my_set_default_path((dir.at("none") + ";" + dir.at("%N.%l.cat")).c_str());
+    ::setenv("LC_ALL", "de_AT.UTF-8", 1);
+    const int german = km::my_catopen("spcatalog", 1);
+    EXPECT_EQ(km::my_cacheIndex(dir.at("spcatalog.de.cat").c_str()), german);
+    EXPECT_STREQ(km::my_catgets(german, 1, 3, "-"), "ABCDE");
+    for (const char* bad : {"in.msg", "none"})
+        EXPECT_EQ(km::my_addCat(dir.at(bad).c_str()), -1) << bad;
+    // Damaged ones are no catalogues, or have other texts; they end nothing.
+    const std::string whole = dir.read("spcatalog.de.cat");
+    for (size_t at = 0; at < whole.size(); ++at) {
+        const std::string cut = dir.write("c" + std::to_string(at), whole.substr(0, at));
+        EXPECT_EQ(km::my_addCat(cut.c_str()), -1) << at;
+        for (const char byte : {'\xff', '\x80', '\x01'}) {
+            std::string bent = whole;
+            bent[at] = byte;
+            const std::string name = dir.write("b" + std::to_string(at) + byte, bent);
+            km::my_catgets(km::my_addCat(name.c_str()), 1, 3, "-");
+        }
+    }
+    const std::pair<int, long> missing[] = {{-1, 3}, {german, 4}, {99, 3}, {german, 1L << 40}};
+    for (const auto& [catalogue, key] : missing)
+        EXPECT_STREQ(km::my_catgets(catalogue, 1, key, "-"), "-");
+    km::my_set_default_path(nullptr);
     km::my_closeAll();
 }
 
@@ -152,14 +205,76 @@ TEST(Mem, PoolsFreeWhatNobodyFreed) {
     km::mg_cleanup();
 }
 
+TEST(Mem, AMillionBlocksInAnyOrder) {
+    km::ml_pool *pool = km::ml_create(), *other = km::ml_create();
+    std::vector<char*> blocks(1000000);
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        blocks[i] = static_cast<char*>(km::ml_malloc(pool, i % 23));
+        std::memset(blocks[i], static_cast<int>(i % 251), i % 23);
+    }
+    for (size_t i = 0; i < blocks.size(); i += 3)
+        km::ml_free(pool, blocks[i]);
+    for (size_t i = 1; i < blocks.size(); i += 3) {
+        blocks[i] = static_cast<char*>(km::ml_realloc(pool, blocks[i], i % 37));
+        km::ml_to_mg(pool, blocks[i]);
+        km::mg_to_ml(other, blocks[i]);
+    }
+    km::ml_destroy(pool);
+    bool kept = true;
+    for (size_t i = 1; i < blocks.size(); i += 3)
+        for (size_t at = 0; at < i % 37; ++at)
+            kept =
+                kept && static_cast<unsigned char>(blocks[i][at]) == (at < i % 23 ? i % 251 : 0xA1);
+    EXPECT_TRUE(kept);
+    km::ml_destroy(other);
+}
+
+#ifdef __SANITIZE_ADDRESS__
+TEST(MemDeathTest, FreedMemoryIsNotRead) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    km::ml_pool* pool = km::ml_create();
+    volatile char* freed = static_cast<char*>(km::ml_malloc(pool, 8));
+    volatile char* moved = static_cast<char*>(km::ml_malloc(pool, 8));
+    char* grown = static_cast<char*>(km::ml_realloc(pool, const_cast<char*>(moved), 9));
+    km::ml_free(pool, const_cast<char*>(freed));
+    EXPECT_DEATH(std::exit(freed[0]), "heap-use-after-free");
+    EXPECT_DEATH(std::exit(moved[0]), "heap-use-after-free");
+    km::ml_free(pool, grown);
+    EXPECT_DEATH(km::ml_free(pool, grown), "heap-use-after-free");
+    km::ml_destroy(pool);
+}
+#endif
+
 TEST(Runtime, DirectoriesByName) {
     const km::mrt_globals globals{"/opt/agent/run/", "/opt/agent/bin/x/y", "/lib", nullptr};
     km::mrt_set_globals(&globals);
     char out[1025];
     EXPECT_EQ(km::get_var_value("NONE", out), -1);
-    EXPECT_GT(km::get_var_value("TOOLS", out), 0);
-    EXPECT_STREQ(out, "/opt/agent/bin/tools");
-    EXPECT_STREQ(km::uniqueidentifier(), "run");
+    const char* cases[][2] = {{"INTERP", "solaris2"},
+                              {"TEMP", "/tmp"},
+                              {"STAGE", "/opt/agent/run//stage"},
+                              {"UPG", "/opt/agent/bin/x/y/upgrade"},
+                              {"MYVOL7", "<UNKNOWN>"},
+                              {"VOL", "<UNKNOWN>"},
+                              {"RUN", "/opt/agent/run/"},
+                              {"LIB", "/lib"},
+                              {"UNID", "run"},
+                              {"IBASE", "/opt/agent"},
+                              {"IDRIVE", "/"},
+                              {"TOOLS", "/opt/agent/bin/tools"},
+                              {"MSGCAT", "/opt/agent/generic/msg_cat"}};
+    for (const auto& one : cases) {
+        EXPECT_EQ(km::get_var_value(one[0], out), static_cast<int>(std::strlen(one[1])));
+        EXPECT_STREQ(out, one[1]) << one[0];
+    }
+    const std::string long_name(3000, 'l');
+    const km::mrt_globals odd{"run", "a/b", long_name.c_str(), ""};
+    km::mrt_set_globals(&odd);
+    EXPECT_EQ(km::get_var_value("LIB", out), 1024);
+    EXPECT_STREQ(km::uniqueidentifier(), "<UNDEFINED IDENTIFIER>");
+    EXPECT_STREQ(km::base_bindir(), "/bin");
+    EXPECT_STREQ(km::mrt_get_cache_base(), "");
+    km::mrt_set_globals(nullptr);
     EXPECT_EQ(km::mrt_get_cache_base(), nullptr);
     EXPECT_EQ(km::mrt_expand_variable("SYSTEM"), nullptr);
     char path[] = "\"a\\\\b//'c'\"";

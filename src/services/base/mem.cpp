@@ -6,6 +6,7 @@
 #include "base/mrt_exception.h"
 #include "base/uxl.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -65,9 +66,15 @@ size_t whole_size(size_t size) {
     return head_size + size + guard_size;
 }
 
+// A compiler may drop what is written to memory that is freed next; this it must keep.
+void overwrite(ml_pool* block) {
+    std::memset(static_cast<void*>(block), freed, whole_size(block->size));
+    __asm__ volatile("" : : "r"(block) : "memory");
+}
+
 void release(ml_pool* block) {
     unlink(block);
-    std::memset(static_cast<void*>(block), freed, whole_size(block->size));
+    overwrite(block);
     std::free(block);
 }
 
@@ -123,19 +130,12 @@ void* ml_calloc(ml_pool* pool, size_t count, size_t size) {
 void* ml_realloc(ml_pool* pool, void* p, size_t size) {
     if (!p)
         return ml_malloc(pool, size);
-    ml_pool* block = block_of(p);
-    unlink(block);
-    auto* grown = static_cast<ml_pool*>(std::realloc(block, whole_size(size)));
-    if (!grown) {
-        link_behind(pool, block);
-        out_of_memory(size);
-    }
-    if (size > grown->size)
-        std::memset(bytes_of(grown) + head_size + grown->size, fresh, size - grown->size);
-    std::memset(bytes_of(grown) + head_size + size, fresh, guard_size);
-    grown->size = size;
-    link_behind(pool, grown);
-    return bytes_of(grown) + head_size;
+    // Not the system's realloc: what it leaves behind would not be overwritten.
+    ml_pool* old = block_of(p);
+    void* moved = ml_malloc(pool, size);
+    std::memcpy(moved, p, std::min<size_t>(size, old->size));
+    release(old);
+    return moved;
 }
 
 char* ml_strdup(ml_pool* pool, const char* s) {

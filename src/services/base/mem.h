@@ -26,13 +26,21 @@ void safe_free(void* p);
 //   24  8  the user's size n
 //   32  n  the user's bytes; the pointer handed out points here
 //  32+n 4  guard, filled with 0xA1
-// New memory is filled with 0xA1, freed memory with 0xF3, so that use after free shows at once.
+// So a block of n bytes takes n + 36. The pool itself is a head of the same 32 bytes:
+//    0  8  reserved
+//    8  8  next: the first block of the walk that ends at the pool again by previous links
+//   16  8  previous: the first of the walk by next links
+//   24  8  reserved
+// New memory is filled with 0xA1, header included, before the header is set. Freed memory is
+// overwritten with 0xF3 before it goes back, so that use after free shows at once, also what a
+// growing block leaves behind. A block that grows or changes its pool keeps its bytes.
 struct ml_pool;
 
 ml_pool* ml_create();
 void* ml_malloc(ml_pool* pool, size_t size);
 void* ml_calloc(ml_pool* pool, size_t count, size_t size);
-// With a null `p` a fresh allocation. The block keeps its bytes.
+// With a null `p` a fresh allocation. The block keeps its bytes, moves into this pool and gets a
+// new guard; a failure leaves it as it was.
 void* ml_realloc(ml_pool* pool, void* p, size_t size);
 char* ml_strdup(ml_pool* pool, const char* s);
 // Null is accepted.

@@ -169,9 +169,17 @@ int get_var_value(const char* name, char* out) {
     const char* value = find_value(name);
     if (!value)
         return -1;
-    text_buffer copy;
-    std::strcpy(out, copy.set(value));
-    return static_cast<int>(std::strlen(out));
+    constexpr int longest_name = 50;
+    return varncpy(out, value,
+                   std::strcmp(name, "INTERP") ? static_cast<int>(longest) : longest_name);
+}
+
+int varncpy(char* to, const char* from, int most) {
+    const size_t n = from && most > 0 ? ::strnlen(from, static_cast<size_t>(most)) : 0;
+    if (n)
+        std::memcpy(to, from, n);
+    to[n] = 0;
+    return static_cast<int>(n);
 }
 
 char* mrt_expand_variable(const char* name) {

@@ -41,6 +41,10 @@ int get_var_value(const char* name, char* out);
 // A new text (mg_free), or null if the name is unknown or its value empty.
 char* mrt_expand_variable(const char* name);
 
+// Copies at most `most` bytes of `from` and ends them; `to` has room for one more. Null counts as
+// empty. Returns the length.
+int varncpy(char* to, const char* from, int most);
+
 enum correct_flag : int { correct_slashes = 1, correct_doubled = 2 };
 // Works in place on at most 1024 bytes: drops quotes, and by the flags turns every '\\' into '/'
 // and collapses doubled separators. Returns the path.

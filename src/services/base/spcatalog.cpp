@@ -3,57 +3,35 @@
 // invariant: every index from 0 to 805 holds a text
 #include "base/spcatalog.h"
 
+#include "base/spcatalog_high.h"
+#include "base/spcatalog_low.h"
+
 namespace km {
 
 namespace {
 
-struct message_row {
-    int key;
-    const char* text;
+struct own_texts {
+    const char* text[spcatalog_size] = {};
+    int count = 0;
 };
 
-constexpr message_row rows[] = {
-    {5, "E Operation unsuccessful.\n"},
-    {24, "E Unable to open the file %7$s. Error number: %8$s. Check whether the specified file and "
-         "path exist.\n"},
-    {25, "E Unable to create the path %1$s. Error number: %2$s.\n"},
-    {82, "E Error decoding software package object. It could be corrupted, or not a valid object, "
-         "or a network error occured.\n"},
-    {130, "E Condition `%1$s' cannot be evaluated.\n"},
-    {131, "E Condition `%1$s' on the package is false. The operation on the package cannot be "
-          "executed.\n"},
-    {184, "E The software package is invalid.\n"},
-    {185, "E Wrong condition specified near line %1$s:\n%2$s"},
-    {186, "Parse Error in ZNP Rules File rules.spr near line %1$s."},
-    {199, "E Action %1$s cannot be executed.\n"},
-    {200, "W Action %1$s must be undoable in transactional.\n"},
-    {209, "E The execution mode is inconsistent with a package attribute ('%7$s').\n"},
-    {284, "E Syntax Error: Operator expected.\n"},
-    {285, "E Syntax Error: Expected operator and found '%7$s'.\n"},
-    {286, "E Syntax Error: Unmatched closing parenthesis.\n"},
-    {287, "E Syntax Error: Unmatched opening parenthesis.\n"},
-    {288, "E Syntax Error: Expected operand and found operator.\n"},
-    {289, "E Evaluation Error: Incompatible operand type.\n"},
-    {290, "E Evaluation Error: The result of the condition is not a Boolean value.\n"},
-    {324, "E Cannot create backup package."},
-    {328, "E Syntax error near line %1$s: Package %2$s already specified as a nested software "
-          "package.\n"},
-    {356, "E Software Package with size greater than 2G bytes is not supported."},
-    {558, "E Cannot create a Device and Desktop mixed Package. \n"},
-    {559, "E Cannot distribute a Desktop package on a Device target. \n"},
-    {568, "W The User Variable (%1$s) is already present in znpis.var file. The value has not been "
-          "changed.\n"},
-    {571, "W Entry state inconsistent for package: '%1$s^%2$s', send it in error. \n\n"},
-    {602, "E Cannot access HOME path.\n"},
-    {788, "I The container '%2$s' is skipped because the condition '%1$s' is false.\n"},
-};
-
-constexpr const char* own_text(int key) {
-    for (const auto& row : rows)
-        if (row.key == key)
-            return row.text;
-    return nullptr;
+constexpr own_texts make_own() {
+    own_texts own;
+    const auto take = [&own](const auto& rows) {
+        for (const auto& row : rows) {
+            own.text[row.key] = row.text;
+            ++own.count;
+        }
+    };
+    take(low_rows);
+    take(high_rows);
+    return own;
 }
+
+constexpr own_texts own = make_own();
+static_assert(own.count == 646);
+
+constexpr const char* own_text(int key) { return own.text[key]; }
 
 struct reserved_names {
     char text[spcatalog_size][10] = {};
