@@ -3,6 +3,7 @@
 // invariant: a state that was given is the only place that is written to, beside the root
 #include "location.h"
 
+#include "base/msg_catalogs.h"
 #include "base_configuration.h"
 #include "file.h"
 #include "target_root.h"
@@ -84,6 +85,7 @@ bool enter_location(const location& where, outcome& result) {
     if (!enter_root(where.root.empty() ? "" : absolute(where.root), result))
         return false;
     ::setenv("SPEDITOR_LIB_PATH", data_directory().c_str(), 1);
+    km::my_set_default_path((data_directory() + "/nls/%l/%N.cat").c_str());
     const std::string state = state_directory(where);
     if (state.empty()) {
         if (::geteuid() == 0)

@@ -25,7 +25,8 @@ std::string state_directory(const location& where);
 // A setting, with "" for one that is not set.
 std::string setting(const char* name);
 
-// The file that lists the libraries with factories lies beside this program, below ../share/kmcore.
+// The file that lists the libraries with factories lies beside this program, below ../share/kmcore;
+// translated messages too, in nls/LANGUAGE.
 std::string data_directory();
 
 // A state of its own in a temporary directory, for work that keeps nothing; gone at the end.

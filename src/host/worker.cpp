@@ -44,6 +44,8 @@ void hear(const std::string& line, heard& so_far, const progress_watcher& watch)
         watch({event.value("done", 0L), event.value("total", 0L), event.value("what", "")});
     else if (kind == "ending")
         so_far.end.why = event.value("why", "");
+    else if (kind == "note")
+        so_far.end.note = event.value("text", "");
     else if (kind == "result")
         so_far.has_result = from_wire(event.value("outcome", ""), so_far.result);
 }
@@ -179,6 +181,11 @@ void worker_line::progress(const progress_report& report) {
 
 void worker_line::ending(int status, const std::string& why) {
     json event = {{"event", "ending"}, {"status", status}, {"why", why}};
+    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+void worker_line::note(const std::string& text) {
+    json event = {{"event", "note"}, {"text", text}};
     send(event.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 

@@ -20,13 +20,15 @@ struct progress_report {
 class worker_line {
   public:
     explicit worker_line(int descriptor) : descriptor_(descriptor) {}
-    // Whether a report would reach the parent now: at most about ten a second do, and the last of an
-    // operation (done == total). Ask before the report is put together.
+    // Whether a report would reach the parent now: at most about ten a second do, and the last of
+    // an operation (done == total). Ask before the report is put together.
     bool is_due(long done, long total) const;
     // Sends the report if it is due.
     void progress(const progress_report& report);
     // The library is about to end the process with `status`, and says why.
     void ending(int status, const std::string& why);
+    // Tells the parent something about this run, which worker_end hands out.
+    void note(const std::string& text);
     void result(const outcome& final);
 
   private:
@@ -44,6 +46,7 @@ struct worker_end {
     int signal = 0;           // the signal that killed it, 0: none
     int status = 0;           // its exit status
     std::string why;          // what the library said before it ended the process
+    std::string note;         // the worker's last note, also where an outcome came
 };
 
 // Runs `body` in a child process and gives its outcome. A child that dies, or that the library

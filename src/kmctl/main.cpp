@@ -8,6 +8,7 @@
 #include "options.h"
 #include "print.h"
 #include "queries.h"
+#include "run_log.h"
 #include "trace_option.h"
 
 #include <CLI/CLI.hpp>
@@ -264,7 +265,19 @@ bool is_missing(const kmhost::location& where) {
     return !state.empty() && ::access(state.c_str(), F_OK) != 0 && errno == ENOENT;
 }
 
-outcome carry_out(const global_options& options, const chosen& choice) {
+// What a change is about, for the log. Values of variables may be secrets: they are left out.
+std::string words_of(const chosen& choice, const arguments& given) {
+    std::string words = choice.command;
+    for (const auto* one :
+         {&given.operation.target, &given.life.operation.target, &given.life.newer, &given.key})
+        if (!one->empty())
+            words += " " + *one;
+    return words;
+}
+
+outcome carry_out(const global_options& options, const arguments& given, const chosen& choice) {
+    const bool is_logged = !choice.only_reads && !choice.only_answers;
+    const std::string words = words_of(choice, given);
     std::unique_ptr<kmhost::temporary_state> temporary;
     kmhost::location where{options.state, options.root, choice.only_reads};
     if ((choice.needs_no_state && where.state.empty()) ||
@@ -279,11 +292,19 @@ outcome carry_out(const global_options& options, const chosen& choice) {
         if (options.verbose)
             result.info("location", "State in " + kmhost::setting("product_dir") + ", root " +
                                         (where.root.empty() ? "/" : where.root) + ".");
+        // The parent, which may outlive this process, writes the last lines.
+        const std::string home = temporary ? "" : kmhost::setting("product_dir");
+        line.note(home);
+        if (is_logged)
+            kmhost::run_log(home, words).begins();
         choice.body(line, result);
     };
     const auto watch = kmctl::make_progress_line(options, choice.command);
-    outcome result = kmhost::run_worker(body, watch);
+    kmhost::worker_end end;
+    outcome result = kmhost::run_worker(body, watch, &end);
     kmctl::end_progress_line(options);
+    if (is_logged || end.ended_early)
+        kmhost::run_log(end.note, words).ended(result, end.ended_early);
     return result;
 }
 
@@ -302,7 +323,7 @@ int main(int count, char** texts) {
         return tell_usage_fault(app, fault, options, count, texts);
     }
     given.operation.wait_seconds = given.life.operation.wait_seconds = options.wait_seconds;
-    outcome result = carry_out(options, choice);
+    outcome result = carry_out(options, given, choice);
     if (options.quiet && !choice.only_answers)
         result.text.clear();
     if (result.exit == kmhost::exit_reboot && !options.reboot_exit_code)
