@@ -4,7 +4,8 @@
 //                             mail, writes it again, delivers the rest
 //   report_life deliver DIR   what the next process does; the first one makes the settings
 //
-// The channels hold what they got in DIR/held. Exit status 1: the message could not be written.
+// Each time a channel gets the report it adds a line to DIR/held. Exit status 1: the message could
+// not be written.
 #include "reports/report_fixture.h"
 
 #include <cstring>
@@ -20,7 +21,7 @@ void settle(const std::string& dir) {
     }
     ::setenv("SPEDITOR_LIB_PATH", dir.c_str(), 1);
     km::set_configuration_location(km::pathname(dir.c_str()));
-    keyed_protocol::held = dir + "/held";
+    holding_protocol::held = dir + "/held";
 }
 
 int live(const std::string& dir) {
@@ -42,7 +43,7 @@ int main(int count, char** words) {
     if (count != 3)
         return 2;
     settle(words[2]);
-    static keyed_factory factory;
+    static holding_factory factory;
     km::ZNPNotificationPolicy::set_factory(&factory);
     if (std::strcmp(words[1], "live") == 0)
         return live(words[2]);

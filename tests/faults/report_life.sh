@@ -1,22 +1,27 @@
 #!/bin/sh
-# A report killed, or refused a disk-changing call, anywhere in its life: each channel holds it once.
+# A report killed, or refused a disk-changing call, anywhere in its life: each channel gets it, and
+# none but the one that was struck between its answer and the note of it gets it again.
 set -eu
 faults=$1 life=$2
 top=$(mktemp -d)
 trap 'rm -rf "$top"' EXIT
 want=$(printf 'd7\ne7\nf7\nm7\nn7')
 
-# Two runs of a process that delivers; then each channel holds the report once, or none does where
-# nobody was promised anything, and nothing is left but names that were never written.
+# Behind two runs of a process that delivers. No channel has it where nobody was promised anything;
+# nothing is left but names that were never written.
 check() {
     "$life" deliver "$top/d"
-    held=$([ -e "$top/d/held" ] && sort "$top/d/held" || :)
+    "$life" deliver "$top/d"
+    [ -e "$top/d/held" ] || : > "$top/d/held"
+    held=$(sort -u "$top/d/held")
     if [ "$held" != "$want" ] && { [ -e "$top/d/written" ] || [ -n "$held" ]; }; then
-        echo "$1: the channels hold: $held"
+        echo "$1: the channels got: $held"
         exit 1
     fi
-    "$life" deliver "$top/d"
-    [ "$held" = "$([ -e "$top/d/held" ] && sort "$top/d/held" || :)" ] || { echo "$1: twice"; exit 1; }
+    [ "$(sort "$top/d/held" | uniq -d | wc -l)" -le 1 ] && [ "$(wc -l < "$top/d/held")" -le 6 ] || {
+        echo "$1: twice:" $(cat "$top/d/held")
+        exit 1
+    }
     left=$(find "$top/d/work/message" -mindepth 1 ! -empty ! -name '.*.new' 2> /dev/null || :)
     [ -z "$left" ] || { echo "$1: left $left"; exit 1; }
 }

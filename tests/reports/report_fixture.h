@@ -152,9 +152,8 @@ class noting_factory : public km::log_protocol_factory {
     km::log_protocol* make_discover_log_protocol() override { return make("discover"); }
 };
 
-// Channels that hold what they took in the file `held`: a line for each report, and none twice, as
-// channels with keys do.
-class keyed_protocol : public noting_protocol {
+// Channels that note what they took in the file `held`, a line for each time they took it.
+class holding_protocol : public noting_protocol {
   public:
     int do_file_log() override { return hold('f'); }
     int do_db_log() override { return hold('d'); }
@@ -162,16 +161,13 @@ class keyed_protocol : public noting_protocol {
     int do_event_log() override { return hold('e'); }
     int do_notice_log() override { return hold('n'); }
 
-    static inline std::string held, tried;
+    static inline std::string held;
 
   private:
     int hold(char channel) {
         if (broken.find(channel) != std::string::npos)
             return 0;
         const std::string line = std::string(1, channel) + distribution_id.mbcs_str() + "\n";
-        tried += channel;
-        if (get_file(held).find(line) != std::string::npos)
-            return 1;
         const int out = ::open(held.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         const bool done =
             ::write(out, line.data(), line.size()) == static_cast<ssize_t>(line.size());
@@ -180,9 +176,9 @@ class keyed_protocol : public noting_protocol {
     }
 };
 
-class keyed_factory : public noting_factory {
+class holding_factory : public noting_factory {
   public:
-    km::log_protocol* make_standard_log_protocol() override { return new keyed_protocol; }
+    km::log_protocol* make_standard_log_protocol() override { return new holding_protocol; }
 };
 
 // What a delivering process does.
