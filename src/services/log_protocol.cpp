@@ -34,6 +34,10 @@ void tell_failure(const file_handle& file) {
              file.get_path().mbcs_str());
 }
 
+int put(file_handle& file, const char* word) {
+    return file.start() && file.write(word, status_size) && file.flush();
+}
+
 // A distribution id of the form region.id, or id alone.
 struct distribution {
     explicit distribution(const ustring& text) {
@@ -71,8 +75,17 @@ void log_protocol::set_msg_status(file_handle* file, long status) {
     char bytes[status_size];
     for (unsigned long i = 0; i < status_size; ++i)
         bytes[i] = static_cast<char>(static_cast<std::uint32_t>(status) >> (8 * i) & 0xFF);
-    if (!file->start() || !file->write(bytes, status_size) || !file->flush())
-        tell_failure(*file);
+    if (put(*file, bytes))
+        return;
+    tell_failure(*file);
+    // A handle that failed once does nothing more. The older word on the disk would win over what
+    // this delivery knows, so a new handle gets a try, now and for the channels to come.
+    const pathname& path = file->get_path();
+    if (!path.is_valid())
+        return;
+    file_handle fresh(path);
+    if (!put(fresh, bytes))
+        tell_failure(fresh);
 }
 
 long log_protocol::get_msg_status(file_handle* file) {

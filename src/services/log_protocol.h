@@ -76,7 +76,7 @@ class log_protocol : public codable {
     virtual void get_listeners(long status, ustring& delivered, ustring& pending);
 
     // Four bytes, least significant first, at the start of the file, flushed. Nothing for a null
-    // handle; a failure is traced.
+    // handle. A failure is traced, and a new handle on the file gets one more try.
     static void set_msg_status(file_handle* file, long status);
     // 0 for a null handle, and, with a trace, for a file that cannot be read.
     static long get_msg_status(file_handle* file);

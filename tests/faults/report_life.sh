@@ -26,7 +26,7 @@ check() {
     [ -z "$left" ] || { echo "$1: left $left"; exit 1; }
 }
 
-for how in kill once; do
+for how in ${HOWS:-kill once}; do
     n=1
     while :; do
         rm -rf "$top/d"
