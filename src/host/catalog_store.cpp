@@ -9,6 +9,8 @@
 #include "decode_channel.h"
 #include "durable.h"
 #include "file_channel.h"
+#include "holders.h"
+#include "intent.h"
 #include "location.h"
 #include "lockfile.h"
 #include "command.h"
@@ -96,7 +98,7 @@ bool catalog_store::open(access_kind kind, long seconds, outcome& result) {
         counts_ = std::make_unique<km::cm_ref_count_table>(km::pathname(directory_.c_str()), 1);
         return true;
     }
-    km::file(km::pathname(directory_.c_str())).mk_tree();
+    km::make_directories_durably(km::pathname(directory_.c_str()));
     if (!lock(seconds, result) || !km::Persistent_Hashtable::recover(km::pathname(file_.c_str()))) {
         if (!result.failed())
             result.fail(exit_failed, "catalog", damaged_text(file_));
@@ -308,6 +310,17 @@ void catalog_store::hand_over_strays() {
     for (const auto& id : strays)
         km::hand_over_made_directories(id.name, id.version);
     km::prune_left_directories();
+    for (const auto& one : read_intents()) // its operation took the entry away, and was cut then
+        if (one.command != "install" && one.command != "upgrade" &&
+            !find(one.id.name, one.id.version))
+            drop_intent(one.id);
+    std::vector<package_id> lists;
+    for (const auto& one : fs::directory_iterator(setting("working_dir") + "/paths", error))
+        if (const package_id id = parse_id(one.path().filename().string());
+            !find(id.name, id.version))
+            lists.push_back(id);
+    for (const auto& id : lists)
+        forget_holders(id);
 }
 
 int catalog_store::flush() const {

@@ -5,9 +5,10 @@
 
 #include "base/msg_supp.h"
 #include "crc.h"
+#include "durable.h"
 #include "location.h"
 #include "lookup.h"
-#include "object_command.h"
+#include "object_commands.h"
 #include "package_file.h"
 #include "tree_walk.h"
 
@@ -122,7 +123,8 @@ void write_holders(const package_id& id, km::cm_package& tree) {
 
 void forget_holders(const package_id& id) {
     std::error_code error;
-    fs::remove(file_of(id), error);
+    if (fs::remove(file_of(id), error)) // for good: an old list must not be believed later
+        km::sync_directory(km::pathname(file_of(id).parent_path().c_str()));
 }
 
 void tell_held(long count, outcome& result) {
@@ -132,22 +134,25 @@ void tell_held(long count, outcome& result) {
                                 "('kmctl who-uses PATH' tells which).");
 }
 
-long keep_what_others_hold(const catalog_store& store, const package_id& id, km::cm_package& tree,
-                           outcome& result) {
+long keep_what_others_hold(const catalog_store& store, const package_id& id, km::cm_package& tree) {
     const auto held = held_by_others(store, id);
     if (held.empty())
         return 0;
     long kept = 0;
     each_leaf(tree, [&](km::cm_command& command) {
-        auto* add = dynamic_cast<km::cm_add_object*>(&command);
+        auto* add = dynamic_cast<km::km_add_command*>(&command);
         if (!add || !add->object || !add->is_effective ||
             !held.count(hash_of_path(add->object->get_name().mbcs_str())))
             return;
-        add->set_is_effective(0);
+        add->stays_for_others = true;
         ++kept;
     });
-    tell_held(kept, result);
     return kept;
+}
+
+void keep_and_tell_what_others_hold(const catalog_store& store, const package_id& id,
+                                    km::cm_package& tree, outcome& result) {
+    tell_held(keep_what_others_hold(store, id, tree), result);
 }
 
 } // namespace kmhost

@@ -7,6 +7,7 @@
 #include "continue_run.h"
 #include "difference.h"
 #include "file_object.h"
+#include "holders.h"
 #include "intent.h"
 #include "lookup.h"
 #include "messages.h"
@@ -69,6 +70,8 @@ bool verify_one(session& at, const package_id& id, outcome& result) {
     failed.catalog = package->catalog;
     failed.reference_table = package->reference_table;
     km::cm_package* comparison = &failed;
+    if (before.last_action == km::a_reverse)
+        keep_what_others_hold(at.store, id, *package);
     const auto answer = package->verify(comparison, 0, 0);
     result.package = facts_of(id, at.entry());
     result.package->result = km::result_text(answer);
@@ -76,6 +79,11 @@ bool verify_one(session& at, const package_id& id, outcome& result) {
     if (is_success(answer))
         return true;
     take_messages(at.messages, result);
+    if (package->internal_error == km::ie_catalog_update) {
+        result.fail(exit_failed, "catalog",
+                    "The state of " + id.text() + " cannot be written to the catalog.");
+        return true;
+    }
     if (!count && package->internal_error == km::ie_not_undoable)
         result.text +=
             id.text() + ": its backup " + before.undo_package_name.mbcs_str() + " is missing\n";
@@ -193,6 +201,7 @@ void tell_whole(session& at, outcome& result) {
         return;
     at.take(*profile);
     profile->verify(none, 0, 0); // heals an error that is none any more
+    drop_intent(at.id);          // of a repair that was cut behind its work
     result.word = "nothing";
     result.package = facts_of(at.id, at.entry());
     result.text = at.id.text() + " is as installed; nothing was to do";
@@ -213,6 +222,11 @@ void repair(const operation_request& request, const std::string& file, worker_li
     if (!package)
         return;
     at.take(*package);
+    const auto wanted = [&](const std::string& source) {
+        return intent{"repair", id, source, request.definitions, 0, 0};
+    };
+    if (!passes_cut(wanted(""), result))
+        return;
     constexpr unsigned mode = km::m_repair;
     if (!at.passes_gate(*package, km::o_execute, km::a_execute, mode, "repair"))
         return;
@@ -230,7 +244,7 @@ void repair(const operation_request& request, const std::string& file, worker_li
     }
     if (!is_same_package(opened, id, source, result) ||
         !has_the_data(*package, data_of(*opened.package), source, result) ||
-        !write_intent({"repair", id, source, request.definitions, 0, 0}, result))
+        !write_intent(wanted(source), result))
         return;
     at.take(*package); // decoding the file made it the package of the variables
     package->input_channel = opened.reader.get();

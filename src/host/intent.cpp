@@ -4,9 +4,9 @@
 #include "intent.h"
 
 #include "durable.h"
-#include "file.h"
 #include "kill_point.h"
 #include "location.h"
+#include "package.h"
 
 #include <cerrno>
 #include <cstring>
@@ -27,6 +27,8 @@ std::string directory() { return setting("working_dir") + "/intent"; }
 std::string file_of(const package_id& id) { return directory() + "/" + id.text(); }
 
 std::optional<intent> read(const fs::path& path) {
+    if (path.filename().string().find(".km~") != std::string::npos)
+        return std::nullopt; // half of one that was being replaced
     std::ifstream in(path, std::ios::binary);
     const std::string text(std::istreambuf_iterator<char>(in), {});
     const json object = json::parse(text, nullptr, false);
@@ -47,13 +49,14 @@ std::optional<intent> read(const fs::path& path) {
 } // namespace
 
 bool write_intent(const intent& what, outcome& result) {
-    const json object = {{"command", what.command},
-                         {"file", what.file},
-                         {"definitions", what.definitions},
-                         {"mode", what.mode},
-                         {"since", static_cast<long>(std::time(nullptr))}};
+    const json object = {
+        {"command", what.command},
+        {"file", what.file},
+        {"definitions", what.definitions},
+        {"mode", what.mode},
+        {"since", what.since ? what.since : static_cast<long>(std::time(nullptr))}};
     const std::string text = object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
-    km::file(km::pathname(directory().c_str())).mk_tree();
+    km::make_directories_durably(km::pathname(directory().c_str()));
     const std::string path = file_of(what.id);
     const auto write = [&text](int out) { return km::write_fully(out, text.data(), text.size()); };
     if (km::replace_durably(km::pathname(path.c_str()), 0600, write)) {
@@ -81,6 +84,67 @@ std::vector<intent> read_intents() {
 
 std::optional<intent> intent_of(const package_id& id) { return read(file_of(id)); }
 
+void put_back_intent(const package_id& id, const std::optional<intent>& before) {
+    outcome ignored; // the refusal is what is told
+    if (!before || !write_intent(*before, ignored))
+        drop_intent(id);
+}
+
+namespace {
+
+// Versions of one name hang together while one takes the place of others, or gives it back.
+bool concerns_all_versions(const intent& what) {
+    return what.command == "upgrade" || what.command == "undo";
+}
+
+bool is_in_the_way(const intent& cut, const intent& wanted) {
+    if (cut.id.name != wanted.id.name)
+        return false;
+    if (cut.id.version != wanted.id.version)
+        return concerns_all_versions(cut) || concerns_all_versions(wanted);
+    constexpr unsigned ways = ~static_cast<unsigned>(km::m_force | km::m_during_reboot);
+    return cut.command != wanted.command || (cut.mode & ways) != (wanted.mode & ways) ||
+           cut.definitions != wanted.definitions;
+}
+
+std::optional<intent> cut_in_the_way(const intent& wanted) {
+    for (const auto& cut : read_intents())
+        if (is_in_the_way(cut, wanted))
+            return cut;
+    return std::nullopt;
+}
+
+void tell_first(const intent& cut, outcome& result) {
+    result.messages.insert(result.messages.begin(), {"cut", severity::warning, cut_words(cut)});
+}
+
+} // namespace
+
+void tell_cut(const intent& wanted, outcome& result) {
+    if (const auto cut = cut_in_the_way(wanted))
+        tell_first(*cut, result);
+}
+
+bool passes_cut(const intent& wanted, outcome& result) {
+    const auto cut = cut_in_the_way(wanted);
+    if (!cut)
+        return true;
+    if (wanted.mode & km::m_force) {
+        tell_first(*cut, result);
+        return true;
+    }
+    result.fail(exit_refused, "cut",
+                cut_words(*cut) + " The " + wanted.command + " of " + wanted.id.text() +
+                    " is refused until then.",
+                "refused");
+    return false;
+}
+
+bool can_go_back(const intent& what) {
+    constexpr unsigned with_backup = km::m_undoable | km::m_preferably_undoable;
+    return what.command == "upgrade" || (what.command == "install" && (what.mode & with_backup));
+}
+
 std::string cut_words(const intent& what) {
     char clock[32] = "";
     const std::time_t seconds = what.since;
@@ -88,7 +152,9 @@ std::string cut_words(const intent& what) {
     if (::localtime_r(&seconds, &local))
         std::strftime(clock, sizeof clock, "%Y-%m-%d %H:%M:%S", &local);
     return "The " + what.command + " of " + what.id.text() + ", begun at " + clock +
-           ", was cut. 'kmctl resume " + what.id.text() + "' finishes it.";
+           ", was cut. 'kmctl resume " + what.id.text() + "' finishes it" +
+           (can_go_back(what) ? ", 'kmctl resume --back " + what.id.text() + "' takes it back."
+                              : ".");
 }
 
 } // namespace kmhost

@@ -28,6 +28,20 @@ void drop_intent(const package_id& id);
 std::vector<intent> read_intents();
 std::optional<intent> intent_of(const package_id& id);
 
+// The command was refused, and has changed nothing: what was cut in front of it still waits.
+void put_back_intent(const package_id& id, const std::optional<intent>& before);
+
+// Whether the command may begin as far as cut ones are concerned. Another command, or the same with
+// other options or values, waits until what was cut is finished: else nobody could go on with that.
+// `result` then refuses; by force it is told only, in front of all else.
+bool passes_cut(const intent& wanted, outcome& result);
+
+// Names the cut command in the first message, if it is another one; for what changes nothing.
+void tell_cut(const intent& wanted, outcome& result);
+
+// Whether it was begun with a backup, from which it can be taken back.
+bool can_go_back(const intent& what);
+
 // "The install of NAME^VERSION, begun at TIME, was cut ...".
 std::string cut_words(const intent& what);
 

@@ -11,6 +11,7 @@
 #include "plan.h"
 #include "reboot.h"
 #include "session.h"
+#include "status_words.h"
 #include "upgrade_record.h"
 
 namespace kmhost {
@@ -68,6 +69,26 @@ void follow_up(session& at, const kind& what) {
     km::hand_over_made_directories(at.id.name, at.id.version);
 }
 
+// A failed accept or rollback has touched only what it throws away, and can be run again. The gate
+// allows an undo alone of what failed.
+bool heal_for(const kind& what, session& at) {
+    const auto* now = at.entry();
+    const bool repeatable = what.operation == km::o_accept || what.operation == km::o_rollback;
+    if (!repeatable || !is_in_error(*now) || now->operation_requested != what.operation ||
+        now->cm_status == km::cs_error)
+        return true;
+    auto* healed = new km::cm_catalog_entry(*now);
+    healed->current_cm_status = healed->cm_status;
+    const km::cm_catalog_key key(km::ustring(at.id.name.c_str()),
+                                 km::ustring(at.id.version.c_str()));
+    return at.store.catalog().update(key.clone(), healed) && at.store.flush();
+}
+
+// An entry that is as before tells that the end could not be stored.
+bool was_stored(const km::cm_catalog_entry* now, const km::cm_catalog_entry& before) {
+    return !now || now->cm_status != before.cm_status || now->last_action != before.last_action;
+}
+
 void run(const kind& what, const operation_request& request, worker_line& line, outcome& result) {
     session at(line, result);
     if (!at.open(request.dry_run ? access_kind::read : access_kind::change, request.wait_seconds))
@@ -80,24 +101,40 @@ void run(const kind& what, const operation_request& request, worker_line& line, 
     if (!package)
         return;
     at.take(*package);
-    if (const auto cut = intent_of(id); cut && cut->command != what.word)
-        result.warn("cut", cut_words(*cut));
+    const intent wanted{what.word, id, "", {}, request.mode, 0};
     const unsigned mode = what.mode_of(before, request.mode);
     if (request.dry_run) {
+        tell_cut(wanted, result);
         if (at.would_pass_gate(*package, what.operation, km::a_execute, mode, what.word))
             plan_later(*package, at.id, before, what.operation, result);
         return;
     }
+    if (!passes_cut(wanted, result))
+        return;
+    if (!heal_for(what, at))
+        return result.fail(exit_failed, "catalog",
+                           "The state of " + id.text() + " cannot be written to the catalog.");
     // Behind a reboot the operation itself goes on; the gate is for operations that begin.
     const bool goes_on = (mode & km::m_during_reboot) && waits_for_reboot(before);
-    if ((!goes_on && !at.passes_gate(*package, what.operation, km::a_execute, mode, what.word)) ||
-        !write_intent({what.word, id, "", {}, request.mode, 0}, result))
+    if (!goes_on && !at.passes_gate(*package, what.operation, km::a_execute, mode, what.word)) {
+        if (at.had_ended(intent_of(id).has_value(),
+                         done_words(what.operation, before, at.entry()))) {
+            follow_up(at, what);
+            drop_intent(id);
+        }
         return;
-    const auto answer = (package.get()->*what.call)(static_cast<int>(mode), 0);
+    }
+    if (!write_intent(wanted, result))
+        return;
+    if (what.operation == km::o_commit && before.last_action == km::a_reverse)
+        keep_and_tell_what_others_hold(at.store, id, *package, result);
+    auto answer = (package.get()->*what.call)(static_cast<int>(mode), 0);
+    if (is_success(answer) && !was_stored(at.entry(), before))
+        answer = km::cm_command::fatal_failure;
     at.finish(*package, answer, done_words(what.operation, before, at.entry()), what.word);
     if (answer == km::cm_command::success_retry)
         return; // the intent stays: it goes on later
-    if (is_success(answer))
+    if (is_success(answer) && !result.failed())
         follow_up(at, what);
     drop_intent(id);
 }

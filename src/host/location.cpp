@@ -5,6 +5,7 @@
 
 #include "base/msg_catalogs.h"
 #include "base_configuration.h"
+#include "durable.h"
 #include "file.h"
 #include "target_root.h"
 
@@ -99,7 +100,7 @@ bool enter_location(const location& where, outcome& result) {
     }
     if (!is_state_at_home(state, result))
         return false;
-    km::file(km::pathname(setting("working_dir").c_str())).mk_tree();
+    km::make_directories_durably(km::pathname(setting("working_dir").c_str()));
     return true;
 }
 

@@ -39,20 +39,18 @@ bool passes_gate_of_install(session& at, km::cm_package& package, unsigned mode)
     return passes;
 }
 
-void tell_nothing_to_do(session& at) {
+void tell_nothing_to_do(session& at, km::cm_package& package, bool dry_run) {
     outcome& result = at.result();
+    if (!dry_run && intent_of(at.id)) { // of this very command, which was cut behind its work
+        write_holders(at.id, package);
+        drop_intent(at.id);
+    }
     result.word = "nothing";
     result.package = facts_of(at.id, at.entry());
     result.text = at.id.text() + " is installed already; nothing was to do ('--force' installs it "
                                  "again)";
 }
 
-// A cut operation of another kind stands in the way of nothing, but is named.
-void tell_cut_operation(const package_id& id, const char* command, outcome& result) {
-    const auto cut = intent_of(id);
-    if (cut && cut->command != command)
-        result.messages.insert(result.messages.begin(),
-                               {"cut", severity::warning, cut_words(*cut)});
 }
 
 // A chain of prepare, commit and accept that was cut behind its first link.
@@ -69,6 +67,8 @@ void finish_chain(session& at, unsigned mode, const char* word, const char* done
     if (!package)
         return;
     at.take(*package);
+    if (at.entry()->last_action == km::a_reverse)
+        keep_and_tell_what_others_hold(at.store, at.id, *package, at.result());
     auto answer = package->commit(static_cast<int>(mode & km::m_preferably_undoable), 0);
     const auto* now = at.entry();
     if (is_success(answer) && (mode & km::m_auto_accept) && now &&
@@ -82,6 +82,33 @@ void finish_chain(session& at, unsigned mode, const char* word, const char* done
     at.finish(*package, answer, done, word);
 }
 
+// False: it was refused, or could not begin, and changed nothing.
+bool run_install(session& at, km::cm_package& package, const intent& what, bool was_cut) {
+    const unsigned mode = what.mode | km::m_binary_file;
+    if (is_cut_chain(at.entry(), mode, km::a_execute)) {
+        finish_chain(at, mode, "install", "installed");
+        return true;
+    }
+    km::cm_result answer = km::cm_command::failure;
+    if (goes_on_from_profile(at.entry(), mode)) {
+        if (!continue_run(at, what.file, answer))
+            return false;
+    } else {
+        if (!passes_gate_of_install(at, package, mode)) {
+            if (!at.had_ended(was_cut, installed_words(at.entry())))
+                return false;
+            write_holders(at.id, package);
+            return true;
+        }
+        forget_holders(at.id); // an older list would be taken for that of this run
+        answer = package.execute(km::a_execute, static_cast<int>(mode), 0);
+    }
+    at.finish(package, answer, installed_words(at.entry()), "install");
+    if (at.entry())
+        write_holders(at.id, package);
+    return true;
+}
+
 } // namespace
 
 void install(const operation_request& request, worker_line& line, outcome& result) {
@@ -93,37 +120,29 @@ void install(const operation_request& request, worker_line& line, outcome& resul
     km::cm_package& package = *opened.package;
     package.source_path = km::pathname(absolute_path(request.target).c_str());
     at.take(package);
-    tell_cut_operation(at.id, "install", result);
+    const intent wanted{"install",           at.id,        absolute_path(request.target),
+                        request.definitions, request.mode, 0};
     const bool forced = request.mode & km::m_force;
+    if (request.dry_run)
+        tell_cut(wanted, result);
+    else if (!passes_cut(wanted, result))
+        return;
     if (at.entry() && stands_installed(*at.entry()) && !forced &&
-        !(request.mode & (km::m_repair | km::m_source))) {
-        drop_intent(at.id);
-        return tell_nothing_to_do(at);
-    }
+        !(request.mode & (km::m_repair | km::m_source)))
+        return tell_nothing_to_do(at, package, request.dry_run);
     if (request.dry_run) {
         if (at.would_pass_gate(package, km::o_execute, km::a_execute, request.mode, "install"))
             plan_install(package, at.id, at.entry(), result);
         take_messages(at.messages, result);
         return;
     }
-    const unsigned mode = request.mode | km::m_binary_file;
-    if (!write_intent(
-            {"install", at.id, absolute_path(request.target), request.definitions, request.mode, 0},
-            result))
+    const auto cut = intent_of(at.id);
+    if (!write_intent(wanted, result))
         return;
-    if (is_cut_chain(at.entry(), mode, km::a_execute)) {
-        finish_chain(at, mode, "install", "installed");
-    } else if (goes_on_from_profile(at.entry(), mode)) {
-        km::cm_result answer = km::cm_command::failure;
-        if (continue_run(at, absolute_path(request.target), answer))
-            at.finish(package, answer, installed_words(at.entry()), "install");
-    } else if (passes_gate_of_install(at, package, mode)) {
-        const auto answer = package.execute(km::a_execute, static_cast<int>(mode), 0);
-        at.finish(package, answer, installed_words(at.entry()), "install");
-        if (at.entry())
-            write_holders(at.id, package);
-    }
-    drop_intent(at.id);
+    if (run_install(at, package, wanted, cut.has_value()))
+        drop_intent(at.id);
+    else
+        put_back_intent(at.id, cut);
 }
 
 namespace {
@@ -197,6 +216,49 @@ void drop_removed_entry(session& at, km::cm_package& package, km::cm_result answ
         package.delete_package_reference(1, 1);
 }
 
+// What follows beside the engine's own work.
+void end_remove(session& at, const km::cm_catalog_entry& before) {
+    if (at.result().failed() || at.entry())
+        return forget_failed_install(at.store, at.id, before);
+    if (is_in_error(before))
+        km::remove_empty_made_directories(at.id.name, at.id.version);
+    km::hand_over_made_directories(at.id.name, at.id.version);
+    forget_holders(at.id);
+}
+
+// False: it was refused, and changed nothing.
+bool run_remove(session& at, std::unique_ptr<km::cm_package> package,
+                const km::cm_catalog_entry& before, unsigned asked, bool was_cut) {
+    outcome& result = at.result();
+    const bool accepts_first =
+        (asked & km::m_intelligent_remove) && before.cm_status == km::cs_committed_undoable;
+    if (accepts_first) {
+        if (!accept_before_remove(at, *package))
+            return true;
+        package = open_profile(at.entry()->profile_name.mbcs_str(), at.messages, result);
+        if (!package)
+            return true;
+        at.take(*package);
+    }
+    if (is_cut_chain(&before, asked, km::a_reverse)) {
+        finish_chain(at, asked, "remove", "removed");
+        end_remove(at, before);
+        return true;
+    }
+    if (!at.passes_gate(*package, km::o_execute, km::a_reverse, asked, "remove"))
+        return at.had_ended(was_cut, removed_words(at.entry())) || accepts_first;
+    if (failed_in_install(before))
+        switch_off_unreached(*package);
+    keep_and_tell_what_others_hold(at.store, at.id, *package, result);
+    forget_upgrade(at.id); // what it replaced must not come back behind a removal
+    const int mode = static_cast<int>(asked & ~km::m_intelligent_remove);
+    const auto answer = package->execute(km::a_reverse, mode, 0);
+    drop_removed_entry(at, *package, answer);
+    at.finish(*package, answer, removed_words(at.entry()), "remove");
+    end_remove(at, before);
+    return true;
+}
+
 } // namespace
 
 void remove(const operation_request& request, worker_line& line, outcome& result) {
@@ -215,45 +277,22 @@ void remove(const operation_request& request, worker_line& line, outcome& result
     if (!package)
         return;
     at.take(*package);
-    tell_cut_operation(id, "remove", result);
+    const intent wanted{"remove", id, "", {}, request.mode, 0};
     if (request.dry_run) {
+        tell_cut(wanted, result);
         if (at.would_pass_gate(*package, km::o_execute, km::a_reverse, request.mode, "remove"))
             plan_remove(*package, at.id, before, held_by_others(at.store, id), result);
         return;
     }
-    const bool accepts_first =
-        (request.mode & km::m_intelligent_remove) && before.cm_status == km::cs_committed_undoable;
-    if (!write_intent({"remove", id, "", {}, request.mode, 0}, result))
+    if (!passes_cut(wanted, result))
         return;
-    if (accepts_first && accept_before_remove(at, *package)) {
-        package = open_profile(at.entry()->profile_name.mbcs_str(), at.messages, result);
-        if (package)
-            at.take(*package);
-    }
-    const int mode = static_cast<int>(request.mode & ~km::m_intelligent_remove);
-    if (package && !result.failed() && is_cut_chain(&before, request.mode, km::a_reverse)) {
-        finish_chain(at, request.mode, "remove", "removed");
-        if (!result.failed() && !at.entry())
-            km::hand_over_made_directories(id.name, id.version);
-    } else if (package && !result.failed() &&
-               at.passes_gate(*package, km::o_execute, km::a_reverse, request.mode, "remove")) {
-        if (failed_in_install(before))
-            switch_off_unreached(*package);
-        keep_what_others_hold(at.store, id, *package, result);
-        forget_upgrade(id); // what it replaced must not come back behind a removal
-        const auto answer = package->execute(km::a_reverse, mode, 0);
-        drop_removed_entry(at, *package, answer);
-        at.finish(*package, answer, removed_words(at.entry()), "remove");
-        if (!result.failed() && !at.entry()) {
-            if (is_in_error(before))
-                km::remove_empty_made_directories(id.name, id.version);
-            km::hand_over_made_directories(id.name, id.version);
-            forget_holders(id);
-        } else {
-            forget_failed_install(at.store, id, before);
-        }
-    }
-    drop_intent(id);
+    const auto cut = intent_of(id);
+    if (!write_intent(wanted, result))
+        return;
+    if (run_remove(at, std::move(package), before, request.mode, cut.has_value()))
+        drop_intent(id);
+    else
+        put_back_intent(id, cut);
 }
 
 } // namespace kmhost

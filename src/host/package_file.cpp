@@ -219,8 +219,10 @@ bool open_package(const std::string& path, const std::vector<std::string>& defin
         fault_of_name(id.name).empty() ? fault_of_version(id.version) : fault_of_name(id.name);
     if (!fault.empty())
         return invalid(result, path, "it is called " + id.text() + ", and " + fault);
+    if (opened.reader->current_entry() && !opened.reader->close_entry())
+        return invalid(result, path, "its first entry is not whole");
     opened.package->set_error_message(&messages);
-    opened.package->input_channel = opened.reader.get();
+    opened.package->input_channel = opened.reader.get(); // at a border: an offset is noted of it
     opened.package->source_path = km::pathname(path.c_str());
     opened.package->connected = 0;
     return true;

@@ -49,6 +49,10 @@ operation operation_of(const std::string& command) {
     return nullptr;
 }
 
+void tell_ended(const intent& cut, outcome& result) {
+    result.text = "The " + cut.command + " of " + cut.id.text() + " had ended";
+}
+
 void go_on(const intent& cut, const operation_request& request, worker_line& line,
            outcome& result) {
     operation_request again;
@@ -71,15 +75,13 @@ void go_on(const intent& cut, const operation_request& request, worker_line& lin
     if (result.exit == exit_not_found && !needs_file) {
         drop_intent(cut.id);
         result = outcome();
-        result.text = "The " + cut.command + " of " + cut.id.text() + " had ended";
+        tell_ended(cut, result);
     }
 }
 
 void go_back(const intent& cut, const operation_request& request, worker_line& line,
              outcome& result) {
-    const bool undoable =
-        cut.command == "upgrade" || (cut.command == "install" && (cut.mode & 0x30));
-    if (!undoable) {
+    if (!can_go_back(cut)) {
         result.fail(exit_refused, "no_backup",
                     "The " + cut.command + " of " + cut.id.text() +
                         " was begun without a backup and cannot be taken back. 'kmctl resume " +
@@ -147,18 +149,21 @@ void tell_waiting(const operation_request& request, worker_line& line, outcome& 
 } // namespace
 
 void resume(const operation_request& request, bool back, worker_line& line, outcome& result) {
-    { // mends what a kill left in the stores
+    const auto all = read_intents();
+    { // mends what a kill left in the stores, and ends what needs no more than that
         catalog_store store;
         if (!store.open(access_kind::change, request.wait_seconds, result))
             return;
     }
     bool any = !back && go_on_behind_reboot(request, line, result);
-    for (const auto& cut : read_intents()) {
+    for (const auto& cut : all) {
         if (!is_meant(cut.id, request.target))
             continue;
         any = true;
         outcome one;
-        if (back)
+        if (!intent_of(cut.id))
+            tell_ended(cut, one);
+        else if (back)
             go_back(cut, request, line, one);
         else
             go_on(cut, request, line, one);

@@ -76,6 +76,16 @@ bool session::would_pass_gate(km::cm_package& package, int operation, int action
     return false;
 }
 
+bool session::had_ended(bool was_cut, const char* done) {
+    const auto* now = entry();
+    if (!was_cut || !now || is_in_error(*now) || is_interrupted(*now) || now->current_result != 0)
+        return false;
+    result_ = outcome();
+    result_.package = facts_of(id, now);
+    result_.text = id.text() + " is " + done + "; an earlier run had been cut at its end";
+    return true;
+}
+
 namespace {
 
 // Whether the run ended in front of the first change.
@@ -106,6 +116,12 @@ bool was_taken_back(const km::cm_package& package, const km::cm_catalog_entry* n
     return failed_in_work && (!now || !is_in_error(*now));
 }
 
+// The work was done, and its last step was not: a backup or a profile could not go. (An undo may
+// lead to an install that was in error before.)
+bool ended_in_error(const km::cm_catalog_entry* now) {
+    return now && is_in_error(*now) && now->cm_status != km::cs_committed;
+}
+
 } // namespace
 
 void session::finish(const km::cm_package& package, km::cm_result engine_result, const char* done,
@@ -121,6 +137,8 @@ void session::finish(const km::cm_package& package, km::cm_result engine_result,
         wait_for_reboot(id);
     else
         forget_reboot(id);
+    if (is_success(engine_result) && ended_in_error(entry()))
+        return tell_failure(package, word);
     if (is_success(engine_result)) {
         result_.text = id.text() + " is " + done;
         if (engine_result == km::cm_command::warning)
@@ -167,6 +185,8 @@ void session::tell_failure(const km::cm_package& package, const char* word) {
     const auto* now = entry();
     if (was_refused(package))
         text += " before anything was changed";
+    else if (!now && package.internal_error == km::ie_commit_failed)
+        text += ", and everything was taken back; it is not installed any more";
     else if (was_taken_back(package, now))
         text += ", and what it had done was taken back";
     else if (!now)

@@ -30,6 +30,10 @@ class session {
     // Tells what the engine's result means: `done` is what the package is then ("installed").
     void finish(const km::cm_package& package, km::cm_result engine_result, const char* done,
                 const char* word);
+    // Behind a gate that refused what a cut run of this very command had begun: a settled entry is
+    // what that run led to, and only its last steps were cut. The refusal is taken back then, and
+    // the end told as by `finish`.
+    bool had_ended(bool was_cut, const char* done);
     outcome& result() { return result_; }
 
     km::spmessage messages;

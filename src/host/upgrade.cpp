@@ -82,7 +82,10 @@ class upgrader {
     void take_out(km::cm_object& old, std::vector<km::cm_command*>& into);
     int counted_by_others(km::cm_object& old) const;
     bool keep_user_files();
+    bool has_old_left() const;
+    void tell_nothing_to_do();
     bool execute();
+    bool go_on();
     void finish(km::cm_result answer);
     void plan();
 
@@ -298,50 +301,76 @@ void upgrader::finish(km::cm_result answer) {
     result_.data["replaced"] = replaced.empty() ? "" : replaced.substr(1);
 }
 
+// The engine's run has ended, and taking out the older versions was cut, or failed.
+bool upgrader::has_old_left() const {
+    upgrade_record record;
+    if (!has_upgrade(at_.id, record))
+        return false;
+    return intent_of(at_.id) ||
+           std::any_of(record.old.begin(), record.old.end(), [this](const package_id& old) {
+               return at_.store.find(old.name, old.version) != nullptr;
+           });
+}
+
+void upgrader::tell_nothing_to_do() {
+    if (!request_.dry_run)
+        drop_intent(at_.id);
+    result_.word = "nothing";
+    result_.package = facts_of(at_.id, at_.entry());
+    result_.text = at_.id.text() + " is installed already; nothing was to do";
+}
+
+// False: it was refused, or could not begin; nothing was changed.
 bool upgrader::execute() {
     const unsigned mode = km::m_binary_file | km::m_undoable; // --force means an older version only
     if (!at_.passes_gate(package_, km::o_execute_undoable, km::a_execute, mode, "upgrade"))
         return false;
+    if (!keep_user_files() || !write_upgrade(record_, at_.store, result_))
+        return false;
+    forget_holders(at_.id); // an older list would be taken for that of this run
     finish(package_.execute(km::a_execute, static_cast<int>(mode), 0));
     return true;
 }
 
+// False: as execute.
+bool upgrader::go_on() {
+    km::cm_result answer = km::cm_command::failure;
+    if (!continue_run(at_, request_.target, answer))
+        return false;
+    finish(answer);
+    return true;
+}
+
 void upgrader::run() {
+    const intent wanted{"upgrade", at_.id, request_.target, request_.definitions, request_.mode, 0};
+    if (request_.dry_run)
+        tell_cut(wanted, result_);
+    else if (!passes_cut(wanted, result_))
+        return;
     const auto* entry = at_.entry();
-    if (entry && stands_installed(*entry)) {
-        upgrade_record record;
-        if (has_upgrade(at_.id, record) && intent_of(at_.id)) { // cut behind the engine's run
-            finish(km::cm_command::success);
-            drop_intent(at_.id);
+    const bool stands = entry && stands_installed(*entry);
+    if (stands && (request_.dry_run || !has_old_left()))
+        return tell_nothing_to_do();
+    const bool goes_on = !stands && goes_on_from_profile(entry, 0);
+    if (!stands && !goes_on) {
+        if (entry && is_in_error(*entry))
+            return tell_refusal(1, "upgrade", at_.id, entry, result_);
+        if (!find_old() || !load_old())
             return;
-        }
-        result_.word = "nothing";
-        result_.package = facts_of(at_.id, entry);
-        result_.text = at_.id.text() + " is installed already; nothing was to do";
-        return;
+        merge();
     }
-    if (goes_on_from_profile(entry, 0)) {
-        km::cm_result answer = km::cm_command::failure;
-        if (continue_run(at_, request_.target, answer))
-            finish(answer);
-        drop_intent(at_.id);
-        return;
-    }
-    if (entry && is_in_error(*entry))
-        return tell_refusal(1, "upgrade", at_.id, entry, result_);
-    if (!find_old() || !load_old())
-        return;
-    merge();
     if (request_.dry_run)
         return at_.would_pass_gate(package_, km::o_execute_undoable, km::a_execute,
                                    km::m_binary_file, "upgrade")
                    ? plan()
                    : void();
-    if (!write_intent({"upgrade", at_.id, request_.target, request_.definitions, request_.mode, 0},
-                      result_))
+    const auto cut = intent_of(at_.id);
+    if (!write_intent(wanted, result_))
         return;
-    if (keep_user_files() && write_upgrade(record_, at_.store, result_))
-        execute();
+    if (stands)
+        finish(km::cm_command::success);
+    else if (!(goes_on ? go_on() : execute()))
+        return put_back_intent(at_.id, cut);
     drop_intent(at_.id);
 }
 

@@ -10,12 +10,14 @@
 #include "encode_channel.h"
 #include "file_channel.h"
 #include "holders.h"
+#include "intent.h"
 #include "kill_point.h"
 #include "location.h"
 #include "made_directories.h"
 #include "package.h"
 #include "target_root.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -113,7 +115,8 @@ json read_record(const fs::path& directory) {
 bool write_upgrade(const upgrade_record& record, const catalog_store& store, outcome& result) {
     const fs::path directory = directory_of(record.id);
     std::error_code error;
-    fs::create_directories(directory, error);
+    if (!km::make_directories_durably(km::pathname(directory.c_str())))
+        error.assign(errno, std::generic_category());
     json object = {{"old", json::array()}, {"kept", record.kept}};
     for (size_t i = 0; i < record.old.size() && !error; ++i) {
         json told;
@@ -232,20 +235,45 @@ void restore_after_undo(catalog_store& store, const package_id& id, outcome& res
         result.info("restored", "Installed again:" + names + ".");
 }
 
+namespace {
+// A record whose upgrade never began, or was taken back: the older versions stand as before.
+bool came_to_nothing(const catalog_store& store, const upgrade_record& record) {
+    const auto cut = intent_of(record.id);
+    return !(cut && cut->command == "upgrade") &&
+           std::all_of(record.old.begin(), record.old.end(), [&store](const package_id& old) {
+               return old.name.empty() || store.find(old.name, old.version);
+           });
+}
+
+void forget_with_kept(const upgrade_record& record) {
+    for (const auto& path : record.kept)
+        km::remove_name_unseen(path);
+    forget_upgrade(record.id);
+}
+} // namespace
+
 void heal_upgrades(catalog_store& store, outcome& result) {
     std::error_code error;
-    std::vector<package_id> gone;
+    std::vector<package_id> gone, halves;
+    std::vector<upgrade_record> idle;
     for (const auto& one : fs::directory_iterator(records_directory(), error)) {
         const package_id id = parse_id(one.path().filename().string());
         upgrade_record record;
-        if (store.find(id.name, id.version) || !has_upgrade(id, record))
+        if (!fs::exists(one.path() / "record.json", error) && !error) // written last, goes first
+            halves.push_back(id);
+        else if (store.find(id.name, id.version) || !has_upgrade(id, record))
             continue;
-        for (const auto& old : record.old)
-            if (!old.name.empty() && !store.find(old.name, old.version)) {
-                gone.push_back(id);
-                break;
-            }
+        else if (came_to_nothing(store, record))
+            idle.push_back(record);
+        else if (std::any_of(record.old.begin(), record.old.end(), [&store](const auto& old) {
+                     return !old.name.empty() && !store.find(old.name, old.version);
+                 }))
+            gone.push_back(id);
     }
+    for (const auto& id : halves)
+        forget_upgrade(id);
+    for (const auto& record : idle)
+        forget_with_kept(record);
     for (const auto& id : gone)
         restore_after_undo(store, id, result);
 }

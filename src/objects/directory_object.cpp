@@ -19,6 +19,8 @@ const char* km_directory::codable_name() const { return "com.ombrel.sd.cmObjects
 cm_result km_directory::check_target(const place&, const struct stat* present) {
     if (present && !S_ISDIR(present->st_mode))
         return fail("make the directory", path_bytes(), EEXIST);
+    if (!present && package)
+        expect_made_directory(*package, path_bytes());
     return cm_command::success;
 }
 
@@ -90,8 +92,11 @@ cm_result km_directory::finish_add() {
         !S_ISDIR(about.st_mode) || (!put_here && !same_rights(about)))
         return cm_command::success; // gone again, or changed by somebody
     const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
-    if (::utimensat(where.directory, name, times, AT_SYMLINK_NOFOLLOW) != 0 &&
-        (is_privileged() || about.st_uid == ::geteuid()))
+    const auto set_time = [&] {
+        return ::utimensat(where.directory, name, times, AT_SYMLINK_NOFOLLOW) == 0;
+    };
+    // Nobody comes back to a cleanup: what fails for a moment is tried twice.
+    if (!set_time() && !set_time() && (is_privileged() || about.st_uid == ::geteuid()))
         return fail("set the time of", bytes, errno);
     touched(where.directory);
     return give_rights();

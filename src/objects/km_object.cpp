@@ -255,6 +255,16 @@ void km_object::drop_temporary() {
 }
 
 // Whether the object could be put in place: the nearest parent that is there must take names.
+namespace {
+// Parents that the run will make, from the missing one that is nearest to what is there.
+void expect_parents(const cm_package& package, std::string parent, const std::string& nearest) {
+    while (parent.size() > nearest.size()) {
+        parent.erase(parent.find_last_of('/'));
+        expect_made_directory(package, parent);
+    }
+}
+} // namespace
+
 cm_result km_object::check_add(int phase) {
     result = cm_command::success;
     if (phase == p_commit_before_reboot || is_quiet_phase(phase))
@@ -271,6 +281,8 @@ cm_result km_object::check_add(int phase) {
         return fail("reach", where.parent.empty() ? path_bytes() : where.parent, where.error);
     if (!may_write_in(where))
         return fail("write in", where.parent, errno);
+    if (package)
+        expect_parents(*package, path_bytes(), nearest);
     struct stat about {};
     const bool present = nearest == path_bytes() && look_at(path_bytes(), about);
     return check_target(where, present ? &about : nullptr);

@@ -58,7 +58,9 @@ cm_result km_link::make(const place& where, const std::string& shown) {
                                       static_cast<gid_t>(group), AT_SYMLINK_NOFOLLOW) != 0)
         return give_up("give an owner to", errno);
     const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
-    ::utimensat(where.directory, name.c_str(), times, AT_SYMLINK_NOFOLLOW);
+    if (::utimensat(where.directory, name.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0 &&
+        errno != ENOSYS && errno != EOPNOTSUPP)
+        return give_up("set the time of", errno);
     if (!replace_name(where, name))
         return give_up("put in place", errno);
     temporary_may_be_left = false;

@@ -5,7 +5,6 @@
 
 #include "base_configuration.h"
 #include "durable.h"
-#include "file.h"
 #include "object_command.h"
 #include "package.h"
 #include "target_root.h"
@@ -19,6 +18,7 @@
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace km {
 
@@ -38,6 +38,7 @@ struct notes {
     std::string file;
     note_list own;
     note_list left;
+    paths expected; // directories that are not noted yet
     bool read = false;
 };
 
@@ -105,7 +106,7 @@ notes& notes_of(const cm_package& package) {
     notes& known = cached();
     std::string path = file_of(package);
     if (!known.read || known.file != path)
-        known = {path, read_notes(path), read_notes(left_file()), true};
+        known = {path, read_notes(path), read_notes(left_file()), {}, true};
     return known;
 }
 
@@ -133,26 +134,38 @@ bool file_stands(const std::pair<const std::string, std::string>& text) {
     return look_at(text.first.substr(0, text.first.find(": ")), about);
 }
 
-int append_note(notes& known, const std::string& note, bool flushed) {
-    const int open_flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
-    int out = ::open(known.file.c_str(), open_flags, 0600);
-    if (out < 0 && errno == ENOENT) {
-        file(pathname(known.file.c_str()).get_parent()).mk_tree();
-        out = ::open(known.file.c_str(), open_flags, 0600);
-    }
-    if (out < 0)
-        return 0;
-    // The NUL in front closes a note that was cut.
-    std::string line(1, '\0');
-    line.append(note).push_back('\0');
-    int done = write_fully(out, line.data(), line.size());
-    if (done && flushed)
-        done = sync_descriptor(out) && sync_directory(pathname(known.file.c_str()).get_parent());
+// Opens the notes of a package for more; a new file lasts in its directory.
+int open_notes(const std::string& name) {
+    const int flags = O_WRONLY | O_APPEND | O_CLOEXEC;
+    int out = ::open(name.c_str(), flags);
+    if (out >= 0 || errno != ENOENT)
+        return out;
+    const pathname directory = pathname(name.c_str()).get_parent();
+    make_directories_durably(directory);
+    out = ::open(name.c_str(), flags | O_CREAT, 0600);
+    if (out < 0 || sync_directory(directory))
+        return out;
     const int error = errno;
     ::close(out);
     errno = error;
-    if (done)
-        take_note(note, known.own);
+    return -1;
+}
+
+int append_notes(notes& known, const std::vector<std::string>& more, bool flushed) {
+    std::string text;
+    for (const auto& note : more) // the NUL in front closes a note that was cut
+        text.append(1, '\0').append(note).push_back('\0');
+    const int out = open_notes(known.file);
+    if (out < 0)
+        return 0;
+    const int done =
+        write_fully(out, text.data(), text.size()) && (!flushed || sync_descriptor(out));
+    const int error = errno;
+    ::close(out);
+    errno = error;
+    for (const auto& note : more)
+        if (done)
+            take_note(note, known.own);
     return done;
 }
 
@@ -162,9 +175,23 @@ std::string made_file_of(const std::string& name, const std::string& version) {
     return directory_of_notes() + name + "^" + version;
 }
 
+void expect_made_directory(const cm_package& package, const std::string& path) {
+    notes& known = notes_of(package);
+    if (!known.own.directories.count(path))
+        known.expected.insert(path);
+}
+
 int note_made_directory(const cm_package& package, const std::string& path) {
     notes& known = notes_of(package);
-    return known.own.directories.count(path) || append_note(known, path, false);
+    if (known.own.directories.count(path))
+        return 1;
+    known.expected.insert(path);
+    if (!append_notes(known, {known.expected.begin(), known.expected.end()}, true)) {
+        known.expected.erase(path);
+        return 0;
+    }
+    known.expected.clear();
+    return 1;
 }
 
 bool made_by(const cm_package& package, const std::string& path) {
@@ -175,7 +202,7 @@ bool made_by(const cm_package& package, const std::string& path) {
 // On disk before the file is: the former text is nowhere else.
 int note_text(const cm_package& package, const std::string& key, const std::string& former) {
     return text_noted_by(package, key, nullptr) ||
-           append_note(notes_of(package), put_note(key, former), true);
+           append_notes(notes_of(package), {put_note(key, former)}, true);
 }
 
 bool text_noted_by(const cm_package& package, const std::string& key, std::string* former) {
@@ -191,7 +218,7 @@ bool text_noted_by(const cm_package& package, const std::string& key, std::strin
 
 int drop_text_note(const cm_package& package, const std::string& key) {
     notes& known = notes_of(package);
-    if (known.own.put.count(key) && !append_note(known, "-" + key, false))
+    if (known.own.put.count(key) && !append_notes(known, {"-" + key}, false))
         return 0;
     return !known.left.put.erase(key) || write_notes(left_file(), known.left);
 }

@@ -7,8 +7,13 @@ namespace km {
 
 class cm_package;
 
+// A check found that the package will have to make the directory: it is noted, and flushed, with
+// the first that is made, since a flush for each would cost more than the directories.
+void expect_made_directory(const cm_package& package, const std::string& path);
+
 // Notes, in a file of the package below the working directory, that the package is about to make
-// the directory. 1, or 0 with errno: then it must not be made, or it would stay for ever.
+// the directory, and flushes the note. 1, or 0 with errno: then it must not be made, or it would
+// stay for ever.
 int note_made_directory(const cm_package& package, const std::string& path);
 
 // Whether the package noted that directory, or a package that is gone left it behind because others

@@ -49,6 +49,22 @@ void km_add_command::can_execute(int action, int phase) {
 namespace {
 // Between two commands of the phases that do the work. What was begun ends, and cleanup always
 // runs.
+// What a command is switched off for stays out of its profile.
+class switched_off {
+  public:
+    switched_off(cm_add_object& of, bool off) : of_(of), kept_(of.is_effective) {
+        if (off)
+            of.is_effective = 0;
+    }
+    ~switched_off() { of_.is_effective = kept_; }
+    switched_off(const switched_off&) = delete;
+    switched_off& operator=(const switched_off&) = delete;
+
+  private:
+    cm_add_object& of_;
+    std::int32_t kept_;
+};
+
 bool stops_here(int action, int phase) {
     const bool works = phase == p_do || phase == p_prepare || phase == p_commit;
     return works && (action == a_execute || action == a_reverse) && stop_requested();
@@ -70,6 +86,7 @@ void km_add_command::do_execute(int action, int phase) {
         set_to_be_logged(0);
         return;
     }
+    const switched_off off(*this, is_left(action));
     cm_add_object::do_execute(action, phase);
 }
 
@@ -78,6 +95,10 @@ void km_add_command::do_execute(int action, int phase) {
 bool km_add_command::leaves_existing(int action, int phase) {
     return object && action == a_execute && phase == p_prepare && !replace_if_existing &&
            !object->is_shared && object->exists(p_do);
+}
+
+bool km_add_command::is_left(int action) const {
+    return stays_for_others && (action == a_reverse || action == a_verify_reverse);
 }
 
 // What was only prepared has put nothing in place: what stands there is somebody else's, also for
@@ -95,7 +116,8 @@ bool km_add_command::takes_back_prepared(int phase) {
 // The engine passes over such an object in silence; a person would take it for the package's.
 void km_add_command::tell_what_stays(int action, int phase) {
     auto* on = dynamic_cast<km_object*>(object);
-    if (!on || !is_effective || phase != p_do || !on->exists(phase) || on->is_identical(phase))
+    if (!on || !is_effective || is_left(action) || phase != p_do || !on->exists(phase) ||
+        on->is_identical(phase))
         return;
     if (action == a_execute && !replace_if_newer && on->is_newer())
         tell(package, om_newer, on->path_bytes());
@@ -114,6 +136,7 @@ void km_add_command::skip_data() {
 // The undo is written as classes of this library, so that it is read back by them.
 cm_command* km_add_command::get_undo_command(int action) {
     tell_index(object, command_index);
+    const switched_off off(*this, is_left(action));
     return cm_add_object::get_undo_command(action);
 }
 

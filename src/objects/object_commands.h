@@ -22,10 +22,15 @@ class km_add_command : public cm_add_object {
     cm_command* get_undo_command(int action) override;
     void do_sharing_control(int action, int phase) override;
 
+    // In this run another package holds the object, too: a removal leaves it where it is. Not
+    // coded, since who holds what may be another the next time.
+    bool stays_for_others = false;
+
   protected:
     virtual const char* stanza() const = 0;
 
   private:
+    bool is_left(int action) const;
     void tell_what_stays(int action, int phase);
     bool takes_back_prepared(int phase);
     bool leaves_existing(int action, int phase);

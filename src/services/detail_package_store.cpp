@@ -9,6 +9,7 @@
 #include "kill_point.h"
 #include "package.h"
 #include "refcounttable.h"
+#include "status_words.h"
 #include "trclog.h"
 
 namespace km {
@@ -47,6 +48,42 @@ int store_entry(cm_package& package, const cm_catalog_entry& entry) {
 int store_entry_now(cm_package& package) {
     package.catalog_entry->update_installed_filepack_time();
     return store_entry(package, *package.catalog_entry);
+}
+
+void forget_run_of_backup(cm_package& package, const pathname& backup) {
+    if (!package.catalog || !backup.is_valid())
+        return;
+    const cm_catalog_key key(backup.get_text(), u"1.0.0");
+    const auto* stale = package.catalog->get_as<cm_catalog_entry>(key);
+    if (!stale)
+        return;
+    const pathname profile = stale->profile_name;
+    if (package.catalog->remove(&key))
+        remove_profile(profile);
+}
+
+int store_without_backup(cm_package& package, const cm_catalog_entry& promising) {
+    auto& entry = *package.catalog_entry;
+    const pathname& backup = promising.undo_package_name;
+    if (entry.undo_package_name == backup) {
+        entry.undo_package_name = pathname();
+        entry.backup_availability = 0;
+    }
+    forget_run_of_backup(package, backup); // once it is promised no more, nobody finds it
+    if (!store_entry_now(package))
+        return 0;
+    KM_KILL_POINT("store.before_backup");
+    const pathname kept = entry.undo_package_name;
+    entry.undo_package_name = backup;
+    if (package.delete_package_reference(0, 1) == cm_command::success) {
+        entry.undo_package_name = kept;
+        return 1;
+    }
+    entry = promising;
+    entry.current_cm_status = cs_error;
+    if (!store_entry_now(package))
+        KM_TRACE(trace_error, "common", "Error updating the catalog entry for the package");
+    return 1;
 }
 
 void remove_profile(const pathname& path) {

@@ -19,6 +19,16 @@ int store_entry(cm_package& package, const cm_catalog_entry& entry);
 // The same with the working entry, whose time of installation becomes now.
 int store_entry_now(cm_package& package);
 
+// Forgets what the catalog knows of a run of that backup package: it was begun on an older state of
+// the package, and believed later it would make an undo run from the wrong place.
+void forget_run_of_backup(cm_package& package, const pathname& backup);
+
+// Stores the working entry, which promises no backup any more, and removes the backup that
+// `promising`, the entry before it, names: in this order, so that no kill leaves a promise without
+// its file. Only where the file cannot go does `promising` come back, in error. 1, or 0 with a
+// trace: the entry cannot be stored.
+int store_without_backup(cm_package& package, const cm_catalog_entry& promising);
+
 // Removes a profile that no entry names any more; an empty path is none.
 void remove_profile(const pathname& path);
 

@@ -49,6 +49,22 @@ int sync_directory(const pathname& directory) {
     return done;
 }
 
+int make_directories_durably(const pathname& directory) {
+    const std::string name = directory.mbcs_str();
+    struct stat about {};
+    if (::stat(name.c_str(), &about) == 0) {
+        errno = ENOTDIR;
+        return S_ISDIR(about.st_mode);
+    }
+    const pathname parent = directory.get_parent();
+    const bool has_parent = parent.is_valid() && !(parent == directory);
+    if (has_parent && !make_directories_durably(parent))
+        return 0;
+    if (::mkdir(name.c_str(), 0777) != 0 && errno != EEXIST)
+        return 0;
+    return !has_parent || sync_directory(parent);
+}
+
 int rename_file(const char* from, const char* to) { return ::rename(from, to) == 0; }
 
 int rename_durably(const pathname& temporary, const pathname& target, int sync) {

@@ -27,6 +27,10 @@ int rename_file(const char* from, const char* to);
 // EROFS) counts as done. 1, or 0 with errno.
 int sync_directory(const pathname& directory);
 
+// Makes a directory and its missing parents, each flushed into the one that holds it: what is
+// flushed in it later is found after a power cut, too. 1, or 0 with errno.
+int make_directories_durably(const pathname& directory);
+
 // Flushes a descriptor; a pipe or terminal counts as done. 1, or 0 with errno.
 int sync_descriptor(int descriptor);
 

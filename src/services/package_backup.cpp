@@ -76,18 +76,8 @@ void cm_package::make_backup(int action, int phase) {
     }
 }
 
-// An entry of the backup package tells of an undo that was begun on an older state of this package:
-// believed later, it would make an undo run from the wrong place.
 void cm_package::drop_stale_undo() {
-    if (!catalog || !catalog_entry->undo_package_name.is_valid())
-        return;
-    const cm_catalog_key key(catalog_entry->undo_package_name.get_text(), backup_version);
-    const auto* stale = catalog->get_as<cm_catalog_entry>(key);
-    if (!stale)
-        return;
-    const pathname profile = stale->profile_name;
-    if (catalog->remove(&key))
-        remove_profile(profile);
+    forget_run_of_backup(*this, catalog_entry->undo_package_name);
 }
 
 void cm_package::build_undo_package(int action, int phase) {
@@ -144,7 +134,7 @@ void cm_package::make_undo_package(int action, int phase) {
         result = failure;
         return;
     }
-    file(backup_dir).mk_tree();
+    make_directories_durably(backup_dir);
     const std::unique_ptr<file> name(file::get_temp_name(backup_dir, u"UP", 1, nullptr));
     if (!name) {
         KM_TRACE(trace_error, "common", "Error: obtaining backup_temp_file");
@@ -184,7 +174,7 @@ void cm_package::describe_undo(cm_package& undo, const pathname& path) const {
 // Written to the file and flushed. The data are stored, not compressed: a backup is made while
 // somebody waits, and mostly thrown away.
 bool cm_package::save_undo(cm_package& undo, const pathname& path, int phase) {
-    file(path.get_parent()).mk_tree();
+    make_directories_durably(path.get_parent());
     file_output_channel out(path, 0);
     zipping_channel zip(&out);
     if (out.get_error()) {

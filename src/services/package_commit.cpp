@@ -439,10 +439,11 @@ cm_result cm_package::store_commit() {
             if (result == success)
                 return result = outcome;
             entry.current_cm_status = cs_error;
-        } else if (delete_package_reference(0, 1) == success) {
-            reset_to_committed(entry);
         } else {
-            entry.current_cm_status = cs_error;
+            const cm_catalog_entry promising(entry);
+            reset_to_committed(entry);
+            if (store_without_backup(*this, promising))
+                return result;
         }
         store_entry_now(*this);
         return result;

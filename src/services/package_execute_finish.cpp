@@ -223,21 +223,20 @@ bool cm_package::drop_failed_run(run&) {
         entry.operation_requested != o_prepare_undoable && entry.current_cm_status != cs_initial)
         return true;
     KM_TRACE(trace_info, "common", "there is a backup package done");
-    if (delete_package_reference(0, 1) != success) {
-        store_as_error();
-        return true;
-    }
+    const cm_catalog_entry promising(entry);
     restore_previous_entry();
-    if (!store_entry_now(*this)) {
+    if (!store_without_backup(*this, promising)) {
         KM_TRACE(trace_error, "common", "Error updating the catalog entry");
         internal_error = ie_catalog_update;
         return false;
     }
+    if (!(promising.profile_name == entry.profile_name))
+        remove_profile(promising.profile_name);
     return true;
 }
 
-// The entry as it was before an inverted action. Its profile may have gone at a checkpoint; the
-// present one holds the same tree.
+// The entry as it was before an inverted action, in memory. Its profile may have gone at a
+// checkpoint; the present one holds the same tree.
 void cm_package::restore_previous_entry() {
     if (!_previous_catalog_entry)
         return;
@@ -245,8 +244,6 @@ void cm_package::restore_previous_entry() {
     *catalog_entry = *_previous_catalog_entry;
     if (!check_package_existence(catalog_entry->profile_name))
         catalog_entry->profile_name = present;
-    else if (!(catalog_entry->profile_name == present))
-        remove_profile(present);
 }
 
 } // namespace km

@@ -44,7 +44,7 @@ int cm_package::download_list(const pathname& path, int as_zip) {
         KM_TRACE(trace_error, "common", "Error opening profile %s", path.mbcs_str());
         return 0;
     }
-    file(path.get_parent()).mk_tree();
+    make_directories_durably(path.get_parent());
     const pathname temporary(path.get_text() + ustring(u".new"));
     file_output_channel out(temporary, 0);
     if (out.get_error()) {
@@ -180,6 +180,8 @@ int cm_package::load_list(const pathname& path, cm_package*& package_out) {
         KM_TRACE(trace_error, "common", "Error decoding Software Package '%s'", path.mbcs_str());
         return 0;
     }
+    if (zip->current_entry())
+        zip->close_entry(); // an offset inside the tree would be none to go on from
     read->reference_table = reference_table;
     read->catalog = catalog;
     read->adopt_input_channel(zip.release());

@@ -187,10 +187,11 @@ bool cm_package::store_rolled_back(int next) {
         if (delete_package_reference(1, 1) == success)
             return true;
         entry.current_cm_status = cs_error;
-    } else if (delete_package_reference(0, 1) == success) {
-        reset_to_committed(entry);
     } else {
-        entry.current_cm_status = cs_error;
+        const cm_catalog_entry promising(entry);
+        reset_to_committed(entry);
+        if (store_without_backup(*this, promising))
+            return true;
     }
     if (!store_entry_now(*this))
         KM_TRACE(trace_error, "common", "Error updating the catalog entry for the package");

@@ -218,16 +218,18 @@ cm_result cm_package::undone_to_beginning(cm_result outcome, std::int32_t starte
         if (delete_package_reference(1, 1) == success)
             return outcome;
         entry.current_cm_status = cs_error;
-    } else if (delete_package_reference(0, 1) == success) {
-        reset_to_committed(entry);
-        if (started & cs_error)
-            entry.current_cm_status = cs_error;
-    } else {
-        entry.current_cm_status = cs_error;
+        if (!store_entry_now(*this))
+            KM_TRACE(trace_error, "common", "Error updating the catalog entry for the package");
+        return outcome;
     }
-    if (!store_entry_now(*this))
-        KM_TRACE(trace_error, "common", "Error updating the catalog entry for the package");
-    return outcome;
+    const cm_catalog_entry promising(entry);
+    reset_to_committed(entry);
+    if (started & cs_error)
+        entry.current_cm_status = cs_error;
+    if (store_without_backup(*this, promising))
+        return outcome;
+    internal_error = ie_catalog_update;
+    return fatal_failure;
 }
 
 cm_result cm_package::undone_to(int next, cm_result outcome) {
