@@ -51,8 +51,6 @@ void tell_nothing_to_do(session& at, km::cm_package& package, bool dry_run) {
                                  "again)";
 }
 
-}
-
 // A chain of prepare, commit and accept that was cut behind its first link.
 bool is_cut_chain(const km::cm_catalog_entry* entry, unsigned mode, int action) {
     return entry && (mode & km::m_auto_commit) && entry->last_action == action &&
