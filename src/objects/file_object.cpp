@@ -193,6 +193,7 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
         return written != cm_command::success ? written : fail("put in place", target, error);
     }
     temporary_may_be_left = false;
+    wrote_file(where.directory, size);
     return cm_command::success;
 }
 
@@ -242,6 +243,7 @@ cm_result km_file::stage() {
         remove_name(base + name, false);
         return written != cm_command::success ? written : fail("prepare", final_name, error);
     }
+    wrote_file(staging.directory, size);
     note_staged(final_name);
     return cm_command::success;
 }

@@ -6,6 +6,7 @@
 #include "accounts.h"
 #include "base/msg_supp.h"
 #include "codec.h"
+#include "early_flush.h"
 #include "exporter.h"
 #include "importer.h"
 #include "made_directories.h"
@@ -320,9 +321,11 @@ cm_result km_object::add(int phase) {
     case p_commit_before_reboot:
         return result; // the second pass does it all
     case p_do_cleanup:
+        flush_early();
         drop_temporary();
         return result = finish_add();
     case p_prepare_cleanup:
+        flush_early();
         drop_temporary(); // a staged copy that is whole waits for the commit
         return result;
     case p_commit_cleanup:

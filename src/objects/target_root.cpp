@@ -3,6 +3,8 @@
 // invariant: every path is resolved by the kernel below the root; no path is put together by text
 #include "target_root.h"
 
+#include "early_flush.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -395,6 +397,12 @@ void touched(int directory, int open_file) {
         state().changed[device] = twin;
     else
         state().beyond_reach = true;
+}
+
+void wrote_file(int directory, long bytes) {
+    dev_t device = 0;
+    if (device_of(directory, device))
+        note_change(device, directory, bytes);
 }
 
 int flush_touched() {

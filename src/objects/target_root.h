@@ -85,6 +85,10 @@ int room_in(int directory, unsigned long long& bytes, dev_t& device);
 // Notes that the file system of `directory` was changed, so that flush_touched() reaches it.
 void touched(int directory, int open_file = -1);
 
+// Notes that a file of `bytes` came into `directory`: much of that is flushed early, in the
+// background.
+void wrote_file(int directory, long bytes);
+
 // One flush per file system that was changed since the last call. 1, or 0 with errno of the first
 // that failed; what failed is tried again by the next call.
 int flush_touched();
