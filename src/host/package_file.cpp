@@ -170,13 +170,16 @@ int stamp_package_file(const std::string& path) {
            static_cast<ssize_t>(digest.size());
 }
 
-bool check_package_file(const std::string& path, outcome& result) {
+namespace {
+// As below; the entries of the file go to `directory`.
+bool check_and_list(const std::string& path, std::unique_ptr<km::vector>& directory,
+                    outcome& result) {
     if (!is_readable_file(path, result))
         return false;
     km::zip_file zip(path.c_str());
     if (!zip.readCEN())
         return invalid(result, path, "it has no whole directory at its end");
-    const std::unique_ptr<km::vector> directory(zip.getCEN());
+    directory.reset(zip.getCEN());
     const auto* first = directory->at<km::zip_entry>(0);
     if (!first || !first->get_name() || std::strcmp(first->get_name(), "SoftwarePackage") != 0)
         return invalid(result, path, "its first entry is not a package");
@@ -189,15 +192,23 @@ bool check_package_file(const std::string& path, outcome& result) {
     }
     return entries_are_whole(path, *directory, result);
 }
+} // namespace
+
+bool check_package_file(const std::string& path, outcome& result) {
+    std::unique_ptr<km::vector> directory;
+    return check_and_list(path, directory, result);
+}
 
 bool open_package(const std::string& path, const std::vector<std::string>& definitions,
                   km::spmessage& messages, opened_package& opened, outcome& result,
                   int substitute) {
-    if (!check_package_file(path, result))
+    std::unique_ptr<km::vector> directory;
+    if (!check_and_list(path, directory, result))
         return false;
     opened.reader = std::make_unique<km::unzipping_channel>(
         new km::file_input_channel(km::pathname(path.c_str())));
     opened.reader->set_skip_tail(0);
+    opened.reader->set_helper(std::make_unique<km::inflate_ahead>(path.c_str(), *directory));
     if (!opened.reader->get_next_entry())
         return invalid(result, path, "its first entry cannot be read");
     km::spmessage of_decoding;

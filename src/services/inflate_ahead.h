@@ -1,0 +1,34 @@
+// inflate_ahead: entries of a local container, inflated on a second processor
+#pragma once
+
+#include "vector.h"
+
+#include <memory>
+#include <string>
+
+namespace km {
+
+// Inflates the smaller entries of a container in a thread of its own, while its reader is at work
+// with those before them. It gives what it found whole and in agreement with checksum, sizes and
+// descriptor, and nothing else: of everything that it does not give the reader finds the faults
+// itself. Never more than a few MiB wait.
+class inflate_ahead {
+  public:
+    // `directory` holds the container's zip_entries; they are copied as far as they are needed.
+    inflate_ahead(const char* path, const vector& directory);
+    ~inflate_ahead();
+    inflate_ahead(const inflate_ahead&) = delete;
+    inflate_ahead& operator=(const inflate_ahead&) = delete;
+
+    // The data of the entry whose local header stands at `offset`, and in `packed` how many bytes
+    // it takes in the container; null for an entry that is not to be had. Waits for one that comes.
+    // What lies in front of it is dropped: readers go forward.
+    std::unique_ptr<std::string> take(long offset, long& packed);
+
+    struct shared;
+
+  private:
+    std::unique_ptr<shared> shared_;
+};
+
+} // namespace km
