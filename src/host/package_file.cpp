@@ -4,6 +4,7 @@
 // what a file claims
 #include "package_file.h"
 
+#include "data_entry.h"
 #include "digest.h"
 #include "file_channel.h"
 #include "messages.h"
@@ -153,6 +154,7 @@ class sequence {
 
 opened_package::~opened_package() {
     package.reset(); // it lends the reader
+    km::set_data_ahead(nullptr, nullptr);
     if (reader)
         reader->set_skip_tail(0);
 }
@@ -208,7 +210,8 @@ bool open_package(const std::string& path, const std::vector<std::string>& defin
     opened.reader = std::make_unique<km::unzipping_channel>(
         new km::file_input_channel(km::pathname(path.c_str())));
     opened.reader->set_skip_tail(0);
-    opened.reader->set_helper(std::make_unique<km::inflate_ahead>(path.c_str(), *directory));
+    km::set_data_ahead(opened.reader.get(),
+                       std::make_unique<km::inflate_ahead>(path.c_str(), *directory));
     if (!opened.reader->get_next_entry())
         return invalid(result, path, "its first entry cannot be read");
     km::spmessage of_decoding;

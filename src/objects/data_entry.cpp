@@ -14,6 +14,11 @@ namespace km {
 namespace {
 std::int32_t last_sequence = 0;
 
+struct {
+    const unzipping_channel* of = nullptr;
+    std::unique_ptr<inflate_ahead> helper;
+} ahead;
+
 // The number of an entry; 0 for what is no data of an object.
 long number_of(const char* name) {
     if (std::strncmp(name, "d/", 2) != 0)
@@ -58,6 +63,23 @@ alignment align(unzipping_channel& in, std::int32_t sequence) {
         if (number > sequence)
             return alignment::not_ahead;
     }
+}
+
+void set_data_ahead(const unzipping_channel* in, std::unique_ptr<inflate_ahead> helper) {
+    ahead.of = in;
+    ahead.helper = std::move(helper);
+}
+
+std::unique_ptr<std::string> take_data_ahead(unzipping_channel& in) {
+    if (&in != ahead.of || !ahead.helper || !in.current_entry() || in.is_touched())
+        return nullptr;
+    long packed = 0;
+    auto data = ahead.helper->take(in.get_bytes_read(), packed);
+    if (!data)
+        return nullptr;
+    in.current_entry()->csize = packed; // so that it is not inflated again
+    in.close_entry();
+    return data;
 }
 
 } // namespace km

@@ -16,6 +16,7 @@
 #include "zip_time.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -50,11 +51,14 @@ const char* km_file::codable_name() const { return "com.ombrel.sd.cmObjects.KmFi
 
 void km_file::encode_object(encoder& to) const {
     km_object::encode_object(to);
+    if (!placed.empty())
+        to.encode_string_field(219, placed);
     to.encode_boolean_field(221, in_base);
 }
 
 codable* km_file::decode_object(decoder& from, long stream_version) {
     km_object::decode_object(from, stream_version);
+    from.decode_string_field(219, placed);
     from.decode_boolean_field(221, in_base);
     return this;
 }
@@ -91,6 +95,10 @@ cm_result km_file::pass_over_data(cm_result with) {
 
 cm_result km_file::write_from(unzipping_channel& in, int out, const std::string& name,
                               bool& consumed) {
+    if (const auto data = take_data_ahead(in)) {
+        consumed = true;
+        return write_ahead(in, *data, out, name);
+    }
     sha256 sum;
     long written = 0;
     for (;;) {
@@ -109,15 +117,29 @@ cm_result km_file::write_from(unzipping_channel& in, int out, const std::string&
         }
     }
     consumed = true;
+    return check_written(in, written, sum.finish());
+}
+
+cm_result km_file::check_written(unzipping_channel& in, long written, const std::string& sum) {
     if (in.get_error() == channel_network)
         return result = cm_command::success_retry;
     if (in.get_error()) {
         fail(om_stream, path_bytes());
         return result = cm_command::fatal_failure;
     }
-    if (written != size || ustring(sum.finish().c_str()) != digest)
+    if (written != size || ustring(sum.c_str()) != digest)
         return fail(om_digest, path_bytes());
     return cm_command::success;
+}
+
+cm_result km_file::write_ahead(unzipping_channel& in, const std::string& data, int out,
+                               const std::string& name) {
+    const auto length = static_cast<long>(data.size());
+    if (length <= size && !write_fully(out, data.data(), data.size()))
+        return fail("write", name, errno);
+    sha256 sum;
+    sum.add(data.data(), data.size());
+    return check_written(in, length, sum.finish());
 }
 
 // Owner first: a change of owner takes set-id bits away. What fits already is not set again: a look
@@ -126,6 +148,7 @@ cm_result km_file::give_attributes(int descriptor, const std::string& name) {
     struct stat about {};
     if (::fstat(descriptor, &about) != 0)
         return fail("look at", name, errno);
+    written_inode_ = about.st_ino;
     const auto user = static_cast<uid_t>(owner);
     const auto users = static_cast<gid_t>(group);
     const auto rights = static_cast<mode_t>(mode) & 07777;
@@ -194,7 +217,42 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
     }
     temporary_may_be_left = false;
     wrote_file(where.directory, size);
+    if (target == path_bytes())
+        note_placed(where);
     return cm_command::success;
+}
+
+namespace {
+ustring state_of_inode(const struct stat& about) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%llu %lld.%09ld",
+                  static_cast<unsigned long long>(about.st_ino),
+                  static_cast<long long>(about.st_ctim.tv_sec), about.st_ctim.tv_nsec);
+    return ustring(text);
+}
+
+bool is_time(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+} // namespace
+
+// Behind the rename, which is a change of the inode, too. Whoever got hold of the file in between
+// and wrote to it changed its time of modification, which is the package's.
+void km_file::note_placed(const place& where) {
+    struct stat about {};
+    placed = ustring();
+    if (::fstatat(where.directory, where.name.c_str(), &about, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISREG(about.st_mode) && about.st_ino == written_inode_ && about.st_size == size &&
+        is_time(about.st_mtim, modification_time()))
+        placed = state_of_inode(about);
+}
+
+// Every write, and every change of the times, sets the time of change to the present. A verify
+// looks at the bytes themselves: disks forget, too.
+bool km_file::is_as_placed(const struct stat& about) const {
+    return !placed.empty() && is_time(about.st_mtim, modification_time()) &&
+           placed == state_of_inode(about) &&
+           !(package && package->operation_name == ustring(u"verify"));
 }
 
 // The content stands already; owner, mode and time may differ.
@@ -282,7 +340,7 @@ bool km_file::stands_as_described(const std::string& at, bool with_rights) {
     if (!look_at(at, about) || !S_ISREG(about.st_mode) || about.st_size != size ||
         (with_rights && !same_rights(about)))
         return false;
-    if (compared_.is(about))
+    if (compared_.is(about) || (at == path_bytes() && is_as_placed(about)))
         return true;
     timespec before{};
     ::clock_gettime(CLOCK_REALTIME, &before);
@@ -332,6 +390,7 @@ cm_result km_file::load(int) {
         return fail(om_special, shown);
     take_metadata(about);
     compared_ = {};
+    placed = ustring();
     size = about.st_size;
     const std::string sum = digest_of_open_file(in.get());
     if (sum.empty())

@@ -1,6 +1,7 @@
 // file_object: a regular file
 //
-// Coded form behind that of km_object: boolean field 221 in_base.
+// Coded form behind that of km_object: string field 219 placed (only where it is known), boolean
+// field 221 in_base.
 #pragma once
 
 #include "data_entry.h"
@@ -21,6 +22,9 @@ class km_file : public km_object {
     std::int32_t in_base = 0;
     // Checksum of the data in the package that a delta is made from, -1 unknown; not coded.
     long data_crc = -1;
+    // "inode seconds.nanoseconds" of the file as it was put in place here: while its inode and the
+    // time of its last change are these nobody wrote to it since. Empty: not known.
+    ustring placed;
 
     long get_size() override { return size; }
     // Looks at the source: size and digest are known before the tree is coded.
@@ -54,15 +58,21 @@ class km_file : public km_object {
         void set(const struct stat& about);
     };
     compared_file compared_;
+    ino_t written_inode_ = 0;
 
     // Where the data come from: opens this file's entry.
     cm_result open_data(unzipping_channel*& in);
+    cm_result write_ahead(unzipping_channel& in, const std::string& data, int out,
+                          const std::string& name);
+    cm_result check_written(unzipping_channel& in, long written, const std::string& sum);
     cm_result write_from(unzipping_channel& in, int out, const std::string& name, bool& consumed);
     cm_result write_temporary(unzipping_channel& in, const place& where, const std::string& name);
     mode_t mode_while_written() const;
     cm_result give_attributes(int descriptor, const std::string& name);
     bool has_no_data();
     int open_source();
+    void note_placed(const place& where);
+    bool is_as_placed(const struct stat& about) const;
 };
 
 } // namespace km

@@ -37,8 +37,8 @@ struct inflated {
 bool read_at(int file, std::string& to, long length, long at) {
     to.resize(static_cast<size_t>(length));
     for (long done = 0; done < length;) {
-        const ssize_t got = ::pread(file, to.data() + done, static_cast<size_t>(length - done),
-                                    at + done);
+        const ssize_t got =
+            ::pread(file, to.data() + done, static_cast<size_t>(length - done), at + done);
         if (got <= 0)
             return false;
         done += got;

@@ -136,8 +136,6 @@ zip_entry* unzipping_channel::get_next_entry() {
     engine_->reset();
     touched_ = false;
     ahead_at_ = ahead_end_ = 0;
-    asked_helper_ = false;
-    taken_.reset();
     if (!readLOC()) {
         entry_.clear_name();
         return nullptr;
@@ -228,57 +226,11 @@ int unzipping_channel::take_ahead(unsigned char* buffer, int length) {
     return got;
 }
 
-// Asked once per entry, in front of its first byte.
-bool unzipping_channel::has_taken() {
-    if (!asked_helper_ && helper_) {
-        taken_ = helper_->take(header_offset_, taken_packed_);
-        taken_at_ = 0;
-    }
-    asked_helper_ = true;
-    return taken_ != nullptr;
-}
-
-int unzipping_channel::read_taken(unsigned char* buffer, int length) {
-    const size_t got = std::min(static_cast<size_t>(length), taken_->size() - taken_at_);
-    if (got == 0) {
-        const auto size = static_cast<long>(taken_->size());
-        taken_.reset();
-        if (pass_over_packed() && readEXT()) {
-            if (entry_.size != size || entry_.csize != taken_packed_)
-                corrupted("corrupted 1");
-            end_of_entry();
-        }
-        return -1;
-    }
-    std::memcpy(buffer, taken_->data() + taken_at_, got);
-    taken_at_ += got;
-    return static_cast<int>(got);
-}
-
-// The packed data that the helper has inflated. Blocks are read whole: what follows the data is
-// asked for next.
-int unzipping_channel::pass_over_packed() {
-    for (long left = taken_packed_; left > 0;) {
-        const bool has_some = source()->pushed_back() > 0;
-        const int wanted = has_some ? static_cast<int>(std::min<long>(left, in_size_)) : in_size_;
-        const int got = inner_->read(in_buffer_.get(), wanted);
-        if (got < 1)
-            return cut_short("corrupted 2");
-        const int used = static_cast<int>(std::min<long>(left, got));
-        source()->unread(in_buffer_.get(), got - used, used);
-        left -= used;
-        total_read_ += used;
-    }
-    return 1;
-}
-
 // A tree is decoded byte by byte, and a call of the engine costs more than many bytes: small reads
 // take from a block that was inflated ahead. What stands in front of a fault is still given.
 int unzipping_channel::read_deflated(unsigned char* buffer, int length) {
     if (ahead_at_ < ahead_end_)
         return take_ahead(buffer, length);
-    if (has_taken())
-        return read_taken(buffer, length);
     const bool is_small = length < ahead_size;
     unsigned char* const target = is_small ? ahead_.get() : buffer;
     const int got = decompressing_channel::read(target, is_small ? ahead_size : length);
@@ -367,6 +319,26 @@ int unzipping_channel::close_entry() {
     }
     if (entry_.method != zip_entry::deflated)
         return corrupted("an entry of an unknown method cannot be passed over");
+    // Where a descriptor follows, the length of the packed data is known only if the caller, who
+    // has read the directory, told the open entry. What nobody read is then not inflated either.
+    const long packed = entry_.flag & zip::flag_descriptor ? entry_.csize : 0;
+    for (long left = touched_ ? 0 : packed; left > 0;) {
+        const int wanted =
+            source()->pushed_back() ? static_cast<int>(std::min<long>(left, in_size_)) : in_size_;
+        const int got = inner_->read(in_buffer_.get(), wanted);
+        if (got < 1)
+            return cut_short("corrupted: an entry ends early");
+        const int used = static_cast<int>(std::min<long>(left, got));
+        source()->unread(in_buffer_.get(), got - used, used);
+        total_read_ += used;
+        left -= used;
+        if (left > 0)
+            continue;
+        if (!readEXT() || (entry_.csize != packed && !corrupted("corrupted 2")))
+            return 0;
+        end_of_entry();
+        return 1;
+    }
     while (read(scratch_.get(), scratch_size) > 0) {
     }
     return status_ == 0 && get_error() == 0;

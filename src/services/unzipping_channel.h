@@ -3,7 +3,6 @@
 
 #include "compressing_channel.h"
 #include "crc.h"
-#include "inflate_ahead.h"
 #include "zip_entry.h"
 
 namespace km {
@@ -49,9 +48,6 @@ class unzipping_channel : public decompressing_channel {
     long get_bytes_read() const { return current_untouched() ? header_offset_ : total_read_; }
     // For a reader that was opened at an offset.
     void set_bytes_read(long offset) { total_read_ = offset; }
-    // Somebody who inflates entries of the same container ahead of this reader; offsets are those of
-    // the container. What is read, and what fails, stays the same.
-    void set_helper(std::unique_ptr<inflate_ahead> helper) { helper_ = std::move(helper); }
     void set_skip_tail(int skip) { skip_tail_ = skip; }
     // Checksum of the entry that ended last.
     long get_last_crc() const { return last_crc_; }
@@ -74,9 +70,6 @@ class unzipping_channel : public decompressing_channel {
     int read_deflated(unsigned char* buffer, int length);
     int end_of_deflated(int got);
     int take_ahead(unsigned char* buffer, int length);
-    bool has_taken();
-    int read_taken(unsigned char* buffer, int length);
-    int pass_over_packed();
     int pass_over_stored();
     void skipTAIL();
     int skipCEN(int have);
@@ -95,11 +88,6 @@ class unzipping_channel : public decompressing_channel {
     std::unique_ptr<unsigned char[]> ahead_; // inflated, not asked for yet
     int ahead_at_ = 0;
     int ahead_end_ = 0;
-    std::unique_ptr<inflate_ahead> helper_;
-    bool asked_helper_ = false;           // for the open entry
-    std::unique_ptr<std::string> taken_;  // data of the open entry, from the helper
-    size_t taken_at_ = 0;
-    long taken_packed_ = 0;
     int skip_tail_ = 1;
 };
 

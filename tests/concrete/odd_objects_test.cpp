@@ -52,6 +52,7 @@ km::cm_command* made(const std::string& name) {
 
 class Definitions : public OddTest {};
 class HardLink : public OddTest {};
+class WrittenFile : public OddTest {};
 class KeptFile : public OddTest {};
 class Container : public OddTest {};
 class Restart : public OddTest {};
@@ -164,6 +165,46 @@ TEST_F(Definitions, AttributesStandAgainstTheSource) {
     file.path = u"/opt/f";
     EXPECT_EQ(file.load(1), 9);
     EXPECT_NE(text_of(messages).find("/opt/f has no source"), std::string::npos);
+}
+
+// A remove does not read what nobody wrote to; whoever did, however he hid it, keeps his file.
+TEST_F(WrittenFile, IsKeptHoweverItWasHidden) {
+    dir_.write("source/file", "new");
+    const struct {
+        const char* what;
+        std::function<void(const std::string&)> change;
+        bool stays;
+    } cases[] = {
+        {"nothing", [](const std::string&) {}, false},
+        {"the time alone",
+         [](const std::string& at) { fs::last_write_time(at, fs::file_time_type::clock::now()); },
+         false},
+        {"a second name", [](const std::string& at) { fs::create_hard_link(at, at + "2"); }, false},
+        {"other bytes, the old time",
+         [this](const std::string& at) {
+             const auto before = fs::last_write_time(at);
+             dir_.write("target/file", "old");
+             fs::last_write_time(at, before);
+         },
+         true},
+        {"another file, the old time",
+         [this](const std::string& at) {
+             dir_.write("target/other", "old");
+             fs::last_write_time(dir_.at("target/other"), fs::last_write_time(at));
+             fs::rename(dir_.at("target/other"), at);
+         },
+         true},
+    };
+    for (const auto& one : cases) {
+        fresh_stores();
+        pack({km::new_add_file(object_at<km::km_file>("file"))});
+        ASSERT_EQ(go("install"), 0) << told_;
+        one.change(dir_.at("target/file"));
+        EXPECT_EQ(go("remove"), 0) << told_;
+        EXPECT_EQ(text("file"), one.stays ? "old" : "none") << one.what;
+        fs::remove_all(dir_.at("target"));
+        fs::create_directory(dir_.at("target"));
+    }
 }
 
 TEST_F(HardLink, LivesBesideItsFile) {

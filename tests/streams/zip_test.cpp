@@ -1,4 +1,5 @@
 // The zip container: bytes, round trips, damaged archives.
+#include "inflate_ahead.h"
 #include "zip_file.h"
 #include "zip_time.h"
 #include "zipping_channel.h"
@@ -7,11 +8,13 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
 
 using namespace std::string_literals;
+namespace fs = std::filesystem;
 using km::pathname;
 
 namespace {
@@ -186,6 +189,100 @@ TEST(Zip, FlippedBytesNeverCrashAndDeflatedOnesNeverPass) {
                     << at;
             }
         }
+}
+
+namespace {
+// What the helper gives of a container whose directory says what `good` says; "-" for nothing.
+std::string inflated(const km_test::scratch_dir& dir, const std::string& good, long csize_error) {
+    km::zip_file read(dir.at("good").c_str());
+    EXPECT_EQ(read.readCEN(), 1);
+    const std::unique_ptr<km::vector> entries(read.getCEN());
+    entries->at<km::zip_entry>(1)->csize += csize_error;
+    km::inflate_ahead helper(dir.at("bent").c_str(), *entries);
+    std::string all;
+    for (int i = 0; i < entries->size(); ++i) {
+        const long offset = entries->at<km::zip_entry>(i)->offset;
+        long packed = 0;
+        EXPECT_EQ(helper.take(offset + 1, packed), nullptr); // where no entry begins
+        const auto data = helper.take(offset, packed);
+        all += data ? *data : "-";
+        if (data) {
+            EXPECT_EQ(good.compare(offset + 30 + 1 + packed, 4, "PK\7\x08"), 0);
+        }
+    }
+    return all;
+}
+} // namespace
+
+TEST(InflateAhead, GivesWhatIsWholeAndNothingElse) {
+    km_test::scratch_dir dir;
+    km::array_output_channel out(1024);
+    km::zipping_channel zip(&out);
+    for (const char* name : {"a", "b", "c"})
+        put(zip, name, 8, name == "b"s ? "twice twice twice" : "once");
+    put(zip, "s", 0, "stored");
+    zip.finish();
+    const std::string good = text_of(out);
+    dir.write("good", good);
+    dir.write("bent", good);
+    EXPECT_EQ(inflated(dir, good, 0), "oncetwice twice twiceonce-");
+    for (const long error : {-1L, 1L, 1000L, -1000L})
+        EXPECT_EQ(inflated(dir, good, error), "once-once-") << error;
+    const size_t begin = good.find("PK\3\4", 1), end = good.find("PK\3\4", begin + 1);
+    for (size_t at = begin; at < end; ++at)
+        for (int bit = 0; bit < 8; ++bit) {
+            std::string bent = good;
+            bent[at] = static_cast<char>(bent[at] ^ (1 << bit));
+            dir.write("bent", bent);
+            const std::string all = inflated(dir, good, 0);
+            EXPECT_TRUE(all == "once-once-" || all == "oncetwice twice twiceonce-") << at;
+        }
+    dir.write("bent", good.substr(0, begin + 40));
+    EXPECT_EQ(inflated(dir, good, 0), "once---");
+    fs::remove(dir.at("bent"));
+    EXPECT_EQ(inflated(dir, good, 0), "----");
+}
+
+// Far more than may wait; what is passed over is dropped, and the helper may go in the middle.
+TEST(InflateAhead, WaitsForItsReader) {
+    km_test::scratch_dir dir;
+    km::array_output_channel out(1024);
+    km::zipping_channel zip(&out);
+    for (int i = 0; i < 60; ++i)
+        put(zip, ("e" + std::to_string(i)).c_str(), 8, words + std::to_string(i));
+    zip.finish();
+    dir.write("x", text_of(out));
+    km::zip_file read(dir.at("x").c_str());
+    ASSERT_EQ(read.readCEN(), 1);
+    const std::unique_ptr<km::vector> entries(read.getCEN());
+    for (const int last : {0, 30, 60}) {
+        km::inflate_ahead helper(dir.at("x").c_str(), *entries);
+        long packed = 0;
+        for (int i = 0; i < last; i += 7) {
+            const auto data = helper.take(entries->at<km::zip_entry>(i)->offset, packed);
+            ASSERT_TRUE(data && *data == words + std::to_string(i)) << i;
+        }
+    }
+}
+
+// Who knows the packed length of an entry passes over it without inflating; a wrong one is a fault.
+TEST(Zip, AnEntryOfKnownLengthIsPassedOver) {
+    const std::string bytes = archive();
+    for (const int step : {7, 32768}) {
+        km::unzipping_channel zip(new stepped(bytes, step));
+        ASSERT_NE(zip.get_next_entry(), nullptr);
+        const size_t packed = bytes.find("PK\7\x08") - 30 - std::string("SoftwarePackage").size();
+        zip.current_entry()->csize = static_cast<long>(packed);
+        EXPECT_EQ(zip.close_entry(), 1);
+        EXPECT_EQ(static_cast<size_t>(zip.get_bytes_read()), bytes.find("PK\3\4", 1));
+        ASSERT_NE(zip.get_next_entry(), nullptr);
+        EXPECT_TRUE(rest_of(zip) == noise);
+        km::unzipping_channel wrong(new stepped(bytes, step));
+        ASSERT_NE(wrong.get_next_entry(), nullptr);
+        wrong.current_entry()->csize = static_cast<long>(packed) + 1;
+        EXPECT_EQ(wrong.close_entry(), 0);
+        EXPECT_EQ(wrong.get_error(), km::channel_corrupted);
+    }
 }
 
 TEST(Zip, AbsurdNumbersAndNamesAreRefused) {
