@@ -224,6 +224,8 @@ bool cm_package::drop_failed_run(run&) {
         return true;
     KM_TRACE(trace_info, "common", "there is a backup package done");
     const cm_catalog_entry promising(entry);
+    // First: its profile may have taken the name of the one that the previous entry had.
+    forget_run_of_backup(*this, promising.undo_package_name);
     restore_previous_entry();
     if (!store_without_backup(*this, promising)) {
         KM_TRACE(trace_error, "common", "Error updating the catalog entry");
