@@ -342,6 +342,7 @@ INSTANTIATE_TEST_SUITE_P(
         "pack 1 a; install -; user mine; remove u; is mine none; undo -; is mine none"),
     case_name);
 
+#ifdef KM_KILL_POINTS
 TEST_F(KeptFile, ARunBehindAKillDecidesAlike) {
     for (const char* before : {"", "a", "mine"}) {
         fresh_stores();
@@ -369,6 +370,7 @@ TEST_F(KeptFile, ARunBehindAKillDecidesAlike) {
         fs::create_directory(dir_.at("target"));
     }
 }
+#endif
 
 TEST_F(Container, IsPassedOverWithItsData) {
     for (const char* holds : {"1 == 1", "1 == 2"}) {
