@@ -9,6 +9,7 @@
 #include "engine_types.h"
 #include "location.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -39,21 +40,25 @@ std::string boot_id() {
     return first_line(file && *file ? file : "/proc/sys/kernel/random/boot_id");
 }
 
-void wait_for_reboot(const package_id& id) {
+bool wait_for_reboot(const package_id& id) {
     std::error_code error;
     const fs::path note = note_of(id);
     fs::create_directories(note.parent_path(), error);
     const std::string fresh = note.string() + ".new";
-    {
-        std::ofstream out(fresh, std::ios::trunc);
-        out << boot_id() << "\n";
-    }
-    km::rename_durably(km::pathname(fresh.c_str()), km::pathname(note.c_str()));
+    const std::string now = boot_id();
+    std::ofstream out(fresh, std::ios::trunc);
+    out << now << "\n";
+    out.close();
+    const bool noted = !now.empty() && out &&
+                       km::rename_durably(km::pathname(fresh.c_str()), km::pathname(note.c_str()));
+    const int why = errno;
     long timeout = -1;
     int force = 0;
     km::is_in_booting_list(wide(id.name), wide(id.version), nullptr, nullptr);
     km::overwrite_reboot_parameters(&force, &timeout);
     km::handle_booting_list(wide(id.name), wide(id.version), 1, timeout, force);
+    errno = why;
+    return noted;
 }
 
 void forget_reboot(const package_id& id) {

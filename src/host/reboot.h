@@ -14,8 +14,9 @@ namespace kmhost {
 std::string boot_id();
 
 // The package waits for the next boot, and stands in the boot list. A later call for a package that
-// waits changes nothing but the boot.
-void wait_for_reboot(const package_id& id);
+// waits changes nothing but the boot. False, with errno: the note cannot be written, and nobody
+// will know when the machine was booted.
+bool wait_for_reboot(const package_id& id);
 // It waits no more.
 void forget_reboot(const package_id& id);
 // The machine was booted since. False for a package without a note.

@@ -15,6 +15,9 @@
 
 #include <sys/statvfs.h>
 
+#include <cerrno>
+#include <cstring>
+
 namespace kmhost {
 
 bool is_success(km::cm_result result) {
@@ -133,10 +136,12 @@ void session::finish(const km::cm_package& package, km::cm_result engine_result,
                          engine_result <= km::cm_command::success_retry;
     if (!goes_on)
         km::forget_programs(id.name, id.version);
-    if (const auto* now = entry(); now && waits_for_reboot(*now))
-        wait_for_reboot(id);
-    else
+    if (const auto* now = entry(); !now || !waits_for_reboot(*now))
         forget_reboot(id);
+    else if (!wait_for_reboot(id))
+        result_.warn("reboot", "The id of this boot could not be noted: " +
+                                   std::string(std::strerror(errno)) +
+                                   ". 'kmctl resume' will not know that the machine was booted.");
     if (is_success(engine_result) && ended_in_error(entry()))
         return tell_failure(package, word);
     if (is_success(engine_result)) {

@@ -126,7 +126,8 @@ std::string advice(const package_id& id, const km::cm_catalog_entry& entry) {
     if ((entry.cm_status | entry.current_cm_status) & km::cs_error)
         return advice_on_error(id, entry);
     if (entry.current_result >= 1 && entry.current_result <= 5)
-        return "It goes on after a reboot of this machine.";
+        return "It waits for a reboot of this machine; 'kmctl resume " + id.text() +
+               "' goes on behind it.";
     if (entry.current_result == 6)
         return "Run the same command again: it goes on where it stopped.";
     return "";

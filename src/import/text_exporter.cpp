@@ -84,7 +84,8 @@ void text_exporter::close() {
             break;
         done += count > 0 ? static_cast<size_t>(count) : 0;
     }
-    good_ = descriptor >= 0 && done == text_.size() && ::close(descriptor) == 0 &&
+    const bool closed = descriptor >= 0 && ::close(descriptor) == 0;
+    good_ = closed && done == text_.size() &&
             rename_durably(pathname(beside.c_str()), pathname(path_.c_str()));
     if (!good_ && descriptor >= 0) {
         const int error = errno;

@@ -3,6 +3,7 @@
 // invariant: a command always has an object of its class
 #include "object_commands.h"
 
+#include "command_on.h"
 #include "directory_object.h"
 #include "exporter.h"
 #include "file_object.h"
@@ -173,31 +174,19 @@ cm_command* km_remove_command::get_undo_command(int action) {
 }
 
 namespace {
-struct names {
-    const char* coded;
-    const char* stanza;
-};
-
-template <class Base, class Object, const names& Names> class command_on : public Base {
-  public:
-    explicit command_on(cm_object* of) : Base(of ? of : new Object) {}
-    codable* clone() const override { return new command_on(*this); }
-    const char* codable_name() const override { return Names.coded; }
-
-  protected:
-    const char* stanza() const override { return Names.stanza; }
-};
-
-constexpr names add_file{"com.ombrel.sd.cmObjects.KmAddFile", "add_file"};
-constexpr names add_directory{"com.ombrel.sd.cmObjects.KmAddDirectory", "add_directory"};
-constexpr names add_link{"com.ombrel.sd.cmObjects.KmAddLink", "add_link"};
-constexpr names add_hard_link{"com.ombrel.sd.cmObjects.KmAddHardLink", "add_hard_link"};
-constexpr names add_kept_file{"com.ombrel.sd.cmObjects.KmAddKeptFile", "add_kept_file"};
-constexpr names remove_file{"com.ombrel.sd.cmObjects.KmRemoveFile", "remove_file"};
-constexpr names remove_directory{"com.ombrel.sd.cmObjects.KmRemoveDirectory", "remove_directory"};
-constexpr names remove_link{"com.ombrel.sd.cmObjects.KmRemoveLink", "remove_link"};
-constexpr names remove_hard_link{"com.ombrel.sd.cmObjects.KmRemoveHardLink", "remove_hard_link"};
-constexpr names remove_kept_file{"com.ombrel.sd.cmObjects.KmRemoveKeptFile", "remove_kept_file"};
+constexpr command_names add_file{"com.ombrel.sd.cmObjects.KmAddFile", "add_file"};
+constexpr command_names add_directory{"com.ombrel.sd.cmObjects.KmAddDirectory", "add_directory"};
+constexpr command_names add_link{"com.ombrel.sd.cmObjects.KmAddLink", "add_link"};
+constexpr command_names add_hard_link{"com.ombrel.sd.cmObjects.KmAddHardLink", "add_hard_link"};
+constexpr command_names add_kept_file{"com.ombrel.sd.cmObjects.KmAddKeptFile", "add_kept_file"};
+constexpr command_names remove_file{"com.ombrel.sd.cmObjects.KmRemoveFile", "remove_file"};
+constexpr command_names remove_directory{"com.ombrel.sd.cmObjects.KmRemoveDirectory",
+                                         "remove_directory"};
+constexpr command_names remove_link{"com.ombrel.sd.cmObjects.KmRemoveLink", "remove_link"};
+constexpr command_names remove_hard_link{"com.ombrel.sd.cmObjects.KmRemoveHardLink",
+                                         "remove_hard_link"};
+constexpr command_names remove_kept_file{"com.ombrel.sd.cmObjects.KmRemoveKeptFile",
+                                         "remove_kept_file"};
 } // namespace
 
 cm_add_object* new_add_file(cm_object* of) {

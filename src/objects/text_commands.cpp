@@ -3,6 +3,7 @@
 // invariant: a command always has an object of its class
 #include "text_commands.h"
 
+#include "command_on.h"
 #include "ini_object.h"
 #include "line_object.h"
 #include "package.h"
@@ -104,27 +105,13 @@ cm_command* km_text_remove_command::get_undo_command(int action) {
 }
 
 namespace {
-struct names {
-    const char* coded;
-    const char* stanza;
-};
-
-template <class Base, class Object, const names& Names> class command_on : public Base {
-  public:
-    explicit command_on(cm_object* of) : Base(of ? of : new Object) {}
-    codable* clone() const override { return new command_on(*this); }
-    const char* codable_name() const override { return Names.coded; }
-
-  protected:
-    const char* stanza() const override { return Names.stanza; }
-};
-
-constexpr names add_line{"com.ombrel.sd.cmObjects.KmAddLine", "add_line"};
-constexpr names add_token{"com.ombrel.sd.cmObjects.KmAddToken", "add_token"};
-constexpr names add_ini_item{"com.ombrel.sd.cmObjects.KmAddIniItem", "add_ini_item"};
-constexpr names remove_line{"com.ombrel.sd.cmObjects.KmRemoveLine", "remove_line"};
-constexpr names remove_token{"com.ombrel.sd.cmObjects.KmRemoveToken", "remove_token"};
-constexpr names remove_ini_item{"com.ombrel.sd.cmObjects.KmRemoveIniItem", "remove_ini_item"};
+constexpr command_names add_line{"com.ombrel.sd.cmObjects.KmAddLine", "add_line"};
+constexpr command_names add_token{"com.ombrel.sd.cmObjects.KmAddToken", "add_token"};
+constexpr command_names add_ini_item{"com.ombrel.sd.cmObjects.KmAddIniItem", "add_ini_item"};
+constexpr command_names remove_line{"com.ombrel.sd.cmObjects.KmRemoveLine", "remove_line"};
+constexpr command_names remove_token{"com.ombrel.sd.cmObjects.KmRemoveToken", "remove_token"};
+constexpr command_names remove_ini_item{"com.ombrel.sd.cmObjects.KmRemoveIniItem",
+                                        "remove_ini_item"};
 } // namespace
 
 cm_add_object* new_add_line(cm_object* of) {

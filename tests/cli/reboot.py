@@ -94,6 +94,14 @@ class Reboot(KmctlCase):
         self.assertEqual(self.there(), ["one", "two"])
         self.km("verify", "rb")
 
+    def test_a_note_that_cannot_be_written_is_told(self):
+        self.boot()
+        package = self.built(install="after")
+        os.makedirs(os.path.join(self.state, "work"))
+        open(os.path.join(self.state, "work", "reboot"), "w").close()
+        ended = self.km("install", package, "--reboot-exit-code", code=4)
+        self.assertIn("could not be noted", ended.err)
+
     def test_a_lost_note_lets_it_wait(self):
         self.boot()
         self.km("install", self.built(install="after"), "--reboot-exit-code", code=4)
