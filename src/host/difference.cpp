@@ -3,30 +3,13 @@
 // invariant: what is_identical() finds different is named here
 #include "difference.h"
 
-#include "digest.h"
+#include "file_object.h"
 #include "hard_link_object.h"
 #include "kept_file_object.h"
 #include "link_object.h"
 #include "text_object.h"
 
-#include <unistd.h>
-
 namespace kmhost {
-
-namespace {
-
-bool content_differs(const km::km_object& object, const struct stat& about) {
-    if (about.st_size != object.size)
-        return true;
-    const int in = km::open_for_reading(object.path_bytes());
-    if (in < 0)
-        return true;
-    const std::string digest = km::digest_of_open_file(in);
-    ::close(in);
-    return km::ustring(digest.c_str()) != object.digest;
-}
-
-} // namespace
 
 std::vector<std::string> differences_of(km::cm_object& object) {
     const auto* on = dynamic_cast<km::km_object*>(&object);
@@ -49,7 +32,7 @@ std::vector<std::string> differences_of(km::cm_object& object) {
         return object.is_identical(km::p_do) ? std::vector<std::string>{}
                                              : std::vector<std::string>{"other file"};
     std::vector<std::string> all;
-    if (dynamic_cast<const km::km_file*>(on) && content_differs(*on, about))
+    if (auto* file = dynamic_cast<km::km_file*>(&object); file && file->has_other_content())
         all.push_back("content");
     if (const auto* link = dynamic_cast<const km::km_link*>(on)) {
         std::string text;

@@ -15,9 +15,11 @@
 #include "object_words.h"
 #include "package_file.h"
 #include "session.h"
+#include "text_object.h"
 #include "tree_walk.h"
 
 #include <map>
+#include <set>
 
 namespace kmhost {
 
@@ -151,6 +153,41 @@ data_of_file data_of(km::cm_package& in_file) {
     return all;
 }
 
+// Where a file is put in place again the texts that the package put into it go with it, and are put
+// in again, too.
+class what_differs : public km::detect_any_change {
+  public:
+    explicit what_differs(km::cm_package& profile) {
+        std::set<std::string> edited;
+        each_object(profile, [&edited](km::cm_object& object) {
+            if (auto* text = dynamic_cast<km::text_object*>(&object))
+                edited.insert(text->path_bytes());
+        });
+        each_object(profile, [&](km::cm_object& object) {
+            auto* file = dynamic_cast<km::km_file*>(&object);
+            if (file && edited.contains(file->path_bytes()) && !file->is_identical(km::p_do))
+                put_again_.insert(file->path_bytes());
+        });
+    }
+    using km::detect_any_change::operator();
+    int operator()(km::cm_object& object) override {
+        auto* text = dynamic_cast<km::text_object*>(&object);
+        return km::detect_any_change::operator()(object) ||
+               (text && put_again_.contains(text->path_bytes()));
+    }
+
+  private:
+    template <class Visit> static void each_object(km::cm_package& profile, const Visit& visit) {
+        each_leaf(profile, [&visit](km::cm_command& command) {
+            auto* add = dynamic_cast<km::cm_add_object*>(&command);
+            if (add && add->object)
+                visit(*add->object);
+        });
+    }
+
+    std::set<std::string> put_again_;
+};
+
 // A repair walks the tree as it was installed: its profile knows the values of variables of that
 // day, and what the install left alone. Only the data come from the file.
 bool select_what_differs(km::cm_package& profile, long& count) {
@@ -159,7 +196,7 @@ bool select_what_differs(km::cm_package& profile, long& count) {
         if (auto* add = dynamic_cast<km::cm_add_object*>(&command))
             removes_modified[add] = add->remove_if_modified;
     });
-    km::detect_any_change changed;
+    what_differs changed(profile);
     if (!profile.select_commands(changed, 1))
         return false;
     each_leaf(profile, [&](km::cm_command& command) {

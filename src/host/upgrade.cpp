@@ -148,8 +148,8 @@ int upgrader::counted_by_others(km::cm_object& old) const {
     return table->get_ref_count(old.get_name()) - own;
 }
 
-// What both hold: it counts for the new version where it counted, and a directory that the old one
-// made is the new one's to remove.
+// What both hold: it counts for the new version where it counted, and what the old one made, or put
+// into a file, is the new one's to remove.
 void upgrader::merge_common(km::cm_object& mine, km::cm_object& old) {
     auto* table = at_.store.counts();
     if (old.is_shared || (table && table->get_ref_count(old.get_name()) > 0)) {
@@ -160,6 +160,10 @@ void upgrader::merge_common(km::cm_object& mine, km::cm_object& old) {
          *old_place = dynamic_cast<km::km_object*>(&old);
     if (my_place && old_place)
         merge_placed(*my_place, *old_place);
+    auto *my_text = dynamic_cast<km::text_object*>(&mine),
+         *old_text = dynamic_cast<km::text_object*>(&old);
+    if (my_text && old_text)
+        my_text->takes_place_of(*old_text);
 }
 
 void upgrader::merge_placed(km::km_object& mine, km::km_object& old) {

@@ -45,8 +45,8 @@ const char* const import_catalog[] = {
     "W %1$s: The variable '%2$s' has no value: references go round in a circle.\n%3$s",
     "E %1$s: '%2$s' is no condition: %3$s\n%4$s",
     "W %1$s: When the package is removed, nothing puts back what this '%2$s' takes away.\n%3$s",
-    "W %1$s: When the package is removed, nothing takes back what this '%2$s' does: it has no "
-    "remove_path.\n%3$s",
+    ("W %1$s: When the package is removed, nothing takes back what this '%2$s' does: it has no "
+     "remove_path.\n%3$s"),
 };
 
 static_assert(std::size(import_catalog) == import_messages_end);

@@ -51,6 +51,12 @@ std::string sha256::finish() {
     return text;
 }
 
+std::string digest_of(const std::string& bytes) {
+    sha256 sum;
+    sum.add(bytes.data(), bytes.size());
+    return sum.finish();
+}
+
 std::string digest_of_open_file(int descriptor, long most) {
     sha256 digest;
     static char block[65536];

@@ -23,6 +23,8 @@ class sha256 {
     std::unique_ptr<state> state_;
 };
 
+std::string digest_of(const std::string& bytes);
+
 // Digest of what an open file holds from its present position on, of `most` bytes at most (-1:
 // all). Empty, with errno, on failure.
 std::string digest_of_open_file(int descriptor, long most = -1);

@@ -10,6 +10,7 @@
 #include "durable.h"
 #include "kill_point.h"
 #include "object_messages.h"
+#include "own_texts.h"
 #include "package.h"
 #include "room.h"
 #include "trclog.h"
@@ -337,9 +338,10 @@ cm_result km_file::check_target(const place& where, const struct stat* present) 
 
 bool km_file::stands_as_described(const std::string& at, bool with_rights) {
     struct stat about {};
-    if (!look_at(at, about) || !S_ISREG(about.st_mode) || about.st_size != size ||
-        (with_rights && !same_rights(about)))
+    if (!look_at(at, about) || !S_ISREG(about.st_mode) || (with_rights && !same_rights(about)))
         return false;
+    if (about.st_size != size)
+        return differs_by_own_texts(at);
     if (compared_.is(about) || (at == path_bytes() && is_as_placed(about)))
         return true;
     timespec before{};
@@ -352,7 +354,7 @@ bool km_file::stands_as_described(const std::string& at, bool with_rights) {
                about.st_mtim.tv_nsec == told.tv_nsec;
     }
     if (ustring(digest_of_open_file(in.get(), size).c_str()) != digest)
-        return false;
+        return differs_by_own_texts(at);
     // The check and the run behind it ask the same. A file that changed a moment ago may change
     // again within the same tick of its clock, and is read again.
     constexpr long moment = 2;
@@ -360,6 +362,15 @@ bool km_file::stands_as_described(const std::string& at, bool with_rights) {
     if (::fstat(in.get(), &behind) == 0 && before.tv_sec - behind.st_ctim.tv_sec > moment)
         compared_.set(behind);
     return true;
+}
+
+// Lines and other texts that the package itself put into the file belong to it.
+bool km_file::differs_by_own_texts(const std::string& at) const {
+    std::string bytes;
+    if (!package || at != path_bytes() || !read_without_own_texts(*package, at, bytes) ||
+        bytes.size() != static_cast<size_t>(size))
+        return false;
+    return ustring(digest_of(bytes).c_str()) == digest;
 }
 
 bool km_file::compared_file::is(const struct stat& about) const {

@@ -26,6 +26,8 @@ class km_file : public km_object {
     // time of its last change are these nobody wrote to it since. Empty: not known.
     ustring placed;
 
+    // What stands there is no file with these data.
+    bool has_other_content() { return !stands_as_described(path_bytes(), false); }
     long get_size() override { return size; }
     // Looks at the source: size and digest are known before the tree is coded.
     cm_result load(int load) override;
@@ -73,6 +75,7 @@ class km_file : public km_object {
     int open_source();
     void note_placed(const place& where);
     bool is_as_placed(const struct stat& about) const;
+    bool differs_by_own_texts(const std::string& at) const;
 };
 
 } // namespace km

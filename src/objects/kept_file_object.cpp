@@ -8,6 +8,7 @@
 #include "digest.h"
 #include "object_messages.h"
 #include "offered_files.h"
+#include "own_texts.h"
 #include "package.h"
 #include "present_object.h"
 
@@ -39,6 +40,8 @@ std::string km_kept_file::present_digest() {
     struct stat about {};
     if (!look_at(path_bytes(), about) || !S_ISREG(about.st_mode))
         return "";
+    if (std::string bytes; package && read_without_own_texts(*package, path_bytes(), bytes))
+        return digest_of(bytes);
     const int in = open_for_reading(path_bytes());
     if (in < 0)
         return "";

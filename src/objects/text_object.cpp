@@ -24,6 +24,21 @@ namespace {
 constexpr char was_absent[] = "+"; // of `former` and of the notes
 }
 
+namespace {
+std::set<text_object*>& all_texts() {
+    static std::set<text_object*> all;
+    return all;
+}
+} // namespace
+
+text_object::text_object() { all_texts().insert(this); }
+text_object::text_object(const text_object& other) : cm_object(other) {
+    *this = other;
+    all_texts().insert(this);
+}
+text_object::~text_object() { all_texts().erase(this); }
+const std::set<text_object*>& text_object::living() { return all_texts(); }
+
 void text_object::encode_object(encoder& to) const {
     cm_object::encode_object(to);
     to.encode_string_field(200, path);
@@ -142,6 +157,8 @@ bool text_object::takes_place_of(text_object& old) {
         return false;
     old.settle();
     former = old.former;
+    created = created || old.created;
+    made = made || old.made;
     return true;
 }
 
@@ -174,7 +191,9 @@ int text_object::is_identical(int phase) {
     text_bytes text;
     if (!read_quietly(text))
         return absent && !exists(phase);
-    return stands(text) != (absent != 0);
+    // What comes back with its file must be noted as the package's again.
+    const bool is_to_be_noted = restores && !absent && !former.empty() && !noted(key());
+    return stands(text) != (absent != 0) && !is_to_be_noted;
 }
 
 cm_result text_object::can_read() {
@@ -194,9 +213,7 @@ cm_object* text_object::get_undo_object() {
     auto* copy = static_cast<text_object*>(clone());
     copy->restores = 1;
     copy->absent = 1;
-    std::string was;
-    if (noted(key(), &was))
-        copy->former = ustring(was.c_str());
+    copy->settle();
     remember(text, *copy);
     return copy;
 }
@@ -371,6 +388,13 @@ cm_result text_object::note_surroundings(const text_target& at, const text_bytes
     return cm_command::success;
 }
 
+// What it had made by then it has made again, whoever puts the file back.
+cm_result text_object::note_own_surroundings() {
+    if (created && note(key_of_file(), was_absent) != cm_command::success)
+        return result;
+    return made && !frame().empty() ? note(key_of_frame(), was_absent) : cm_command::success;
+}
+
 cm_result text_object::put(text_target& at, text_bytes& text) {
     if (stands(text))
         return cm_command::success; // it was there, or a run that was cut did it
@@ -398,7 +422,8 @@ cm_result text_object::put_back(text_target& at, text_bytes& text) {
     if (absent)
         return take_all(at, text);
     const std::string was = former.mbcs_str();
-    if (!was.empty() && note(key(), was) != cm_command::success)
+    if (!was.empty() &&
+        (note(key(), was) != cm_command::success || note_own_surroundings() != cm_command::success))
         return result;
     if (!stands(text)) {
         std::string replaced;
@@ -421,12 +446,27 @@ cm_result text_object::take(text_target& at, text_bytes& text) {
     return take_all(at, text);
 }
 
-cm_result text_object::take_all(text_target& at, text_bytes& text) {
+std::string text_object::what_it_replaced() const {
     std::string was = former.mbcs_str();
     noted(key(), &was);
-    const bool own_frame = !frame().empty() && (made || noted(key_of_frame()));
+    return was;
+}
+
+bool text_object::has_own_frame() const {
+    return !frame().empty() && (made || noted(key_of_frame()));
+}
+
+void text_object::take_out_own(text_bytes& in) { take_out(in, what_it_replaced()); }
+
+void text_object::take_out_own_frame(text_bytes& in) {
+    if (has_own_frame())
+        take_frame(in);
+}
+
+cm_result text_object::take_all(text_target& at, text_bytes& text) {
+    const bool own_frame = has_own_frame();
     bool frame_goes = false, file_goes = false;
-    if (at.is_there() && take_out(text, was)) {
+    if (at.is_there() && take_out(text, what_it_replaced())) {
         if (own_frame) {
             take_frame(text);
             frame_goes = !frame_stands(text);

@@ -17,12 +17,20 @@
 #include "text_bytes.h"
 #include "text_target.h"
 
+#include <set>
 #include <string>
 
 namespace km {
 
 class text_object : public cm_object {
   public:
+    text_object();
+    text_object(const text_object& other);
+    text_object& operator=(const text_object&) = default;
+    ~text_object() override;
+    // All that there are.
+    static const std::set<text_object*>& living();
+
     codable* decode_object(decoder& from, long stream_version) override;
     void encode_object(encoder& to) const override;
     long codable_version() const override { return 1; }
@@ -65,13 +73,19 @@ class text_object : public cm_object {
     bool is_own();
     // Takes what the notes tell into the fields, for a copy that another package carries.
     void settle();
-    // An older version's text is replaced by this one, which is to bring back what that one
-    // replaced. False: it stands elsewhere.
+    // An older version's text is this one, or is replaced by it, which is to bring back what that
+    // one replaced. False: it stands elsewhere, or was not put there by the package.
     bool takes_place_of(text_object& old);
     // Drops the note of a text that does not stand any more. 1, or 0 with errno.
     int forget_if_gone();
     // Tells the package's messages that the text does not stand any more.
     void tell_gone();
+    // Takes a text that is_own() out of a copy of the file; then what the package made around it,
+    // where that is empty.
+    void take_out_own(text_bytes& in);
+    void take_out_own_frame(text_bytes& in);
+    // The bytes of the file, quietly. False: it is not there, or cannot be edited.
+    bool read_quietly(text_bytes& out) const;
 
     ustring path;
     std::int32_t create = 0;   // a file that is missing is made
@@ -105,9 +119,6 @@ class text_object : public cm_object {
     // Putting this former state in place would take the package's own text out.
     virtual bool takes_own_out(const text_bytes&) const { return absent; }
 
-    // The bytes of the file, quietly. False: it is not there, or cannot be edited.
-    bool read_quietly(text_bytes& out) const;
-
   private:
     cm_result edit(bool puts);
     cm_result put(text_target& at, text_bytes& text);
@@ -124,6 +135,9 @@ class text_object : public cm_object {
     bool noted(const std::string& of, std::string* what = nullptr) const;
     cm_result note(const std::string& of, const std::string& what);
     cm_result drop_note(const std::string& of);
+    std::string what_it_replaced() const;
+    bool has_own_frame() const;
+    cm_result note_own_surroundings();
     cm_result note_surroundings(const text_target& at, const text_bytes& text);
     std::string key() const;
     std::string key_of_file() const { return path_bytes() + ": file"; }
