@@ -12,6 +12,7 @@ km_missing_packages() {
     need zlib1g-dev "header zlib.h"
     need libicu-dev "header unicode/uchar.h"
     need libssl-dev "header openssl/evp.h"
+    need libcurl4-openssl-dev "header curl/curl.h"
     need libcli11-dev "header CLI/CLI.hpp"
     need nlohmann-json3-dev "header nlohmann/json.hpp"
     need libgtest-dev "header gtest/gtest.h"

@@ -42,9 +42,11 @@ report_settings read_report_settings() {
     all.mail_to = text_of("mail_to");
     all.mail_spool = text_of("mail_spool");
     all.mail_ca_file = text_of("mail_ca_file");
+    all.mail_again = is_yes(text_of("mail_again"));
     all.event_syslog = text_of("event_syslog") == "no" ? "" : text_of("event_syslog");
     all.event_url = text_of("event_url");
     all.event_ca_file = text_of("event_ca_file");
+    all.event_token_file = text_of("event_token_file");
     all.notice = is_yes(text_of("notice"));
     all.timeout = number_of("timeout", 1, 3600, all.timeout);
     return all;

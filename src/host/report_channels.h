@@ -59,9 +59,11 @@ struct report_settings {
     std::string mail_to;    // addresses separated by ','; "": no such channel
     std::string mail_spool; // directory; "": WORKING_DIRECTORY/mail
     std::string mail_ca_file;
+    bool mail_again = false;  // when nobody knows whether a server took a mail: send it again
     std::string event_syslog; // "yes", or a socket's path; "" or "no": none
     std::string event_url;    // http or https; "": none
     std::string event_ca_file;
+    std::string event_token_file; // first line: the token of "Authorization: Bearer"
     bool notice = false;
     long timeout = 10; // seconds that one delivery to one channel may take
 };

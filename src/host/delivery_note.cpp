@@ -1,0 +1,55 @@
+// delivery_note: how far the delivery of a report to a side that cannot be asked has come
+// format: docs/formats/delivery-notes.md
+// invariant: a note is whole, and on the disk before the step that it tells of
+#include "delivery_note.h"
+
+#include "durable.h"
+
+#include <cerrno>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kmhost {
+
+namespace {
+
+constexpr const char* channels[] = {"mail", "spool", "syslog"};
+
+std::string directory_in(const std::string& working_directory) {
+    return working_directory + "/deliveries";
+}
+
+} // namespace
+
+delivery_note::delivery_note(const std::string& working_directory, const std::string& key,
+                             const char* channel)
+    : file_(directory_in(working_directory) + "/" + key + "." + channel) {}
+
+delivery_note::progress delivery_note::read() const {
+    std::ifstream in(file_, std::ios::binary);
+    if (!in)
+        return ::access(file_.c_str(), F_OK) == 0 ? progress::begun : progress::none;
+    std::string word;
+    std::getline(in, word);
+    return word == "taken" ? progress::taken : progress::begun;
+}
+
+bool delivery_note::write(const std::string& text) const {
+    const km::pathname file(file_.c_str());
+    const std::string directory = file_.substr(0, file_.rfind('/'));
+    if (::access(directory.c_str(), F_OK) != 0 &&
+        !km::make_directories_durably(km::pathname(directory.c_str())))
+        return false;
+    return km::replace_durably(
+        file, 0600, [&text](int out) { return km::write_fully(out, text.data(), text.size()); });
+}
+
+void delivery_note::withdraw() const { ::unlink(file_.c_str()); }
+
+void delivery_note::forget(const std::string& working_directory, const std::string& key) {
+    for (const char* channel : channels)
+        delivery_note(working_directory, key, channel).withdraw();
+}
+
+} // namespace kmhost
