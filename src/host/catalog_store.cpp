@@ -16,6 +16,7 @@
 #include "command.h"
 #include "lookup.h"
 #include "made_directories.h"
+#include "program_files.h"
 #include "object_command.h"
 #include "package_file.h"
 #include "status_words.h"
@@ -321,6 +322,9 @@ void catalog_store::hand_over_strays() {
             lists.push_back(id);
     for (const auto& id : lists)
         forget_holders(id);
+    km::sweep_private_directories([this](const std::string& name, const std::string& version) {
+        return find(name, version) != nullptr;
+    });
 }
 
 int catalog_store::flush() const {

@@ -78,13 +78,9 @@ bool builder::name_package() {
 void builder::find_sources() {
     const fs::path base =
         request_.base.empty() ? fs::path(request_.file).parent_path() : fs::path(request_.base);
-    each_leaf(*package_, [&](km::cm_command& command) {
-        auto* on = dynamic_cast<km::cm_object_command*>(&command);
-        auto* object = on ? dynamic_cast<km::km_object*>(on->object) : nullptr;
-        if (!object || object->source_text.empty())
-            return;
-        const km::ustring text = resolved(object->source_text);
-        object->set_source((base / text.mbcs_str()).string());
+    each_placed_object(*package_, [&](km::km_object& object) {
+        if (!object.source_text.empty())
+            object.set_source((base / resolved(object.source_text).mbcs_str()).string());
     });
 }
 

@@ -107,9 +107,8 @@ bool write_data(km::cm_package& package, km::unzipping_channel& reader,
     if (!writer.make_directory())
         return false;
     bool good = true;
-    each_leaf(package, [&](km::cm_command& command) {
-        auto* on = dynamic_cast<km::cm_add_object*>(&command);
-        auto* file = on ? dynamic_cast<km::km_file*>(on->object) : nullptr;
+    each_placed_object(package, [&](km::km_object& object) {
+        auto* file = dynamic_cast<km::km_file*>(&object);
         if (good && file && file->sequence > 0)
             good = writer.write(*file, reader);
     });

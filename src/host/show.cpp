@@ -12,6 +12,7 @@
 #include "object_words.h"
 #include "package_file.h"
 #include "program_command.h"
+#include "tree_walk.h"
 #include "queries.h"
 #include "room.h"
 #include "variable_builder.h"
@@ -93,6 +94,15 @@ json programs_json(const km::program_command& command) {
     return all;
 }
 
+// The paths of the files that come with it.
+json corequisites_json(const km::program_command& command) {
+    json all = json::array();
+    if (command.files.tree())
+        each_placed_object(*command.files.tree(),
+                           [&all](const km::km_object& file) { all.push_back(file.path_bytes()); });
+    return all;
+}
+
 void show_tree(const km::cm_package& package, outcome& result) {
     result.data["tree"] = json::array();
     walk(package, 0, [&result](const km::cm_command& command, int depth) {
@@ -107,6 +117,12 @@ void show_tree(const km::cm_package& package, outcome& result) {
             one["programs"] = programs_json(*program);
             for (const auto& [word, text] : one["programs"].items())
                 line += "  " + word + ": " + text.get<std::string>();
+            const json files = corequisites_json(*program);
+            if (!files.empty()) {
+                one["corequisite_files"] = files;
+                line += "  with " + std::to_string(files.size()) +
+                        (files.size() == 1 ? " file" : " files");
+            }
         }
         if (!command.caption.empty()) {
             one["caption"] = command.caption.mbcs_str();

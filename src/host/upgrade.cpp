@@ -17,6 +17,7 @@
 #include "package_file.h"
 #include "package_version.h"
 #include "planned_step.h"
+#include "program_command.h"
 #include "session.h"
 #include "status_words.h"
 #include "text_commands.h"
@@ -27,6 +28,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <set>
 
 namespace kmhost {
 
@@ -79,6 +81,7 @@ class upgrader {
     void merge_common(km::cm_object& mine, km::cm_object& old);
     void merge_placed(km::km_object& mine, km::km_object& old);
     bool is_replaced(km::cm_object& old, const objects_by_name& mine) const;
+    void take_out_programs(std::vector<km::cm_command*>& into);
     void take_out(km::cm_object& old, std::vector<km::cm_command*>& into);
     int counted_by_others(km::cm_object& old) const;
     bool keep_user_files();
@@ -206,6 +209,28 @@ void upgrader::take_out(km::cm_object& old, std::vector<km::cm_command*>& into) 
     into.push_back(command);
 }
 
+// A program that only an older version has stays no more than its files do. One that both have is
+// the new version's from now on.
+void upgrader::take_out_programs(std::vector<km::cm_command*>& into) {
+    std::set<std::string> names;
+    each_leaf(package_, [&names](km::cm_command& command) {
+        if (dynamic_cast<km::program_command*>(&command))
+            names.insert(command.get_name().mbcs_str());
+    });
+    for (size_t i = 0; i < old_.size(); ++i) {
+        std::vector<km::cm_command*> of_one;
+        each_leaf(*old_[i], [&](km::cm_command& command) {
+            const auto* program = dynamic_cast<km::program_command*>(&command);
+            if (!program || !command.get_executed() ||
+                names.contains(command.get_name().mbcs_str()))
+                return;
+            if (auto* removal = program->removal_for(km::ustring(record_.old[i].text().c_str())))
+                of_one.push_back(removal);
+        });
+        into.insert(into.end(), of_one.rbegin(), of_one.rend());
+    }
+}
+
 void upgrader::merge() {
     objects_by_name mine, theirs;
     collect_due(package_, mine);
@@ -213,6 +238,7 @@ void upgrader::merge() {
         collect_installed(*one, theirs);
     std::vector<km::cm_command*> removals;
     held_ = held_by_others(at_.store, {at_.id.name, ""});
+    take_out_programs(removals);
     for (auto one = theirs.rbegin(); one != theirs.rend(); ++one) { // contents before directories
         const auto same = mine.find(one->first);
         if (same != mine.end())

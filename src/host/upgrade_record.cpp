@@ -15,6 +15,7 @@
 #include "location.h"
 #include "made_directories.h"
 #include "package.h"
+#include "program_files.h"
 #include "target_root.h"
 
 #include <algorithm>
@@ -97,7 +98,10 @@ bool keep_version(const fs::path& directory, size_t index, const package_id& id,
     if (!entry)
         return true; // dropped already, in an earlier run
     const std::string stem = std::to_string(index);
-    told = {{"name", id.name}, {"version", id.version}, {"counts", counts_of(store, id)}};
+    told = {{"name", id.name},
+            {"version", id.version},
+            {"counts", counts_of(store, id)},
+            {"directories", km::private_directories_of(id.name, id.version)}};
     return write_entry(directory / (stem + ".entry"), *entry) &&
            keep_file(entry->profile_name.mbcs_str(), directory / (stem + ".profile")) &&
            keep_file(entry->undo_package_name.mbcs_str(), directory / (stem + ".undo"));
@@ -149,9 +153,38 @@ bool has_upgrade(const package_id& id, upgrade_record& record) {
     return true;
 }
 
+namespace {
+
+std::vector<std::string> directories_of(const json& told) {
+    std::vector<std::string> all;
+    for (const auto& one : told.value("directories", json::array()))
+        if (one.is_string())
+            all.push_back(one.get<std::string>());
+    return all;
+}
+
+// What programs of the older versions had brought, unless it is theirs again.
+void remove_private_directories(const json& record) {
+    for (const auto& told : record.value("old", json::array())) {
+        if (!told.is_object())
+            continue;
+        const auto noted =
+            km::private_directories_of(told.value("name", ""), told.value("version", ""));
+        std::error_code error;
+        for (const auto& one : directories_of(told))
+            if (one.find("corequisites") != std::string::npos &&
+                std::find(noted.begin(), noted.end(), one) == noted.end())
+                fs::remove_all(one, error);
+    }
+}
+
+} // namespace
+
 void forget_upgrade(const package_id& id) {
     const fs::path directory = directory_of(id);
     std::error_code error;
+    if (const json record = read_record(directory); record.is_object())
+        remove_private_directories(record);
     fs::remove(directory / "record.json", error); // without it the rest means nothing
     fs::remove_all(directory, error);
 }
@@ -166,6 +199,10 @@ bool drop_old_versions(const upgrade_record& record, catalog_store& store, outco
         gone.catalog = &store.catalog();
         gone.catalog_key = km::cm_catalog_key(gone.name, gone.version);
         KM_KILL_POINT("upgrade.before_drop");
+        if (!km::forget_private_directories(id.name, id.version)) // they wait in the record
+            return fail(result,
+                        "The notes of the directories of " + id.text() + " cannot be put aside",
+                        std::strerror(errno));
         if (!gone.find_catalog_entry(0) ||
             gone.delete_package_reference(1, 0) != km::cm_command::success)
             return fail(result, id.text() + " cannot be taken out of the catalog",
@@ -182,7 +219,12 @@ namespace {
 bool restore_version(const fs::path& directory, size_t index, const json& told,
                      catalog_store& store) {
     const package_id id{told.value("name", ""), told.value("version", "")};
-    if (id.name.empty() || store.find(id.name, id.version))
+    if (id.name.empty())
+        return true;
+    for (const auto& one : directories_of(told))
+        if (!km::note_private_directory(id.name, id.version, one))
+            return false;
+    if (store.find(id.name, id.version))
         return true;
     const std::string stem = std::to_string(index);
     const auto entry = read_entry(directory / (stem + ".entry"));

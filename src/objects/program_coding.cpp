@@ -32,6 +32,14 @@ void program_command::encode_object(encoder& to) const {
     to.encode_string_field(251, environment);
     to.encode_string_field(252, user);
     to.encode_string_field(253, exit_codes);
+    if (files.tree())
+        to.encode_object_field(254, files.tree());
+    if (!directory.empty())
+        to.encode_string_field(255, directory);
+    if (!acts_for.empty()) {
+        to.encode_string_field(256, acts_for);
+        to.encode_boolean_field(257, is_removal);
+    }
 }
 
 codable* program_command::decode_object(decoder& from, long stream_version) {
@@ -45,6 +53,10 @@ codable* program_command::decode_object(decoder& from, long stream_version) {
     from.decode_string_field(251, environment);
     from.decode_string_field(252, user);
     from.decode_string_field(253, exit_codes);
+    files.take(from.take_owned<cm_composite_command>(254));
+    from.decode_string_field(255, directory);
+    from.decode_string_field(256, acts_for);
+    from.decode_boolean_field(257, is_removal);
     return this;
 }
 
@@ -80,7 +92,28 @@ void program_command::import(importer& from) {
     if (from.get_string("exit_codes", &exit_codes) &&
         !program_exit_codes().read(exit_codes.mbcs_str(), fault))
         refuse(from, "exit_codes", fault);
+    import_files(from);
     cm_command::import(from);
+}
+
+void program_command::import_files(importer& from) {
+    codable* block = nullptr;
+    from.get_object("corequisite_files", &block);
+    auto* tree = dynamic_cast<cm_composite_command*>(block);
+    if (!tree)
+        delete block;
+    files.take(tree);
+    if (const auto path = files.refused_path(); !path.empty())
+        refuse(from, "corequisite_files",
+               "the path '" + path +
+                   "' is not below the directory of "
+                   "the program, or comes twice");
+    for (size_t i = 0; i < programs.size(); ++i) {
+        const std::string path = programs[i].path.mbcs_str();
+        if (!path.empty() && path[0] != '/' && path.compare(0, 2, "$(") != 0 && !files.brings(path))
+            refuse(from, prefixes[i] + std::string("path"),
+                   "'" + path + "' is neither absolute nor one of its corequisite_files");
+    }
 }
 
 void program_command::export_(exporter& to) const {
@@ -101,6 +134,7 @@ void program_command::export_(exporter& to) const {
     put("environment", environment);
     put("user", user);
     put("exit_codes", exit_codes);
+    to.put_object("corequisite_files", files.tree());
     cm_command::export_(to);
     if (scope == 2)
         to.put_boolean("is_per_user", 1);

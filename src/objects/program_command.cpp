@@ -104,6 +104,28 @@ bool program_command::take_user(program_request& request) {
     return true;
 }
 
+// The directory of its files is that of the package that brought them, also in an undo.
+std::string program_command::own_directory() const {
+    if (!directory.empty() || !package)
+        return bytes_of(directory);
+    ustring name, version;
+    set_package_name_and_version(*package, name, version);
+    return program_directory(bytes_of(name), bytes_of(version), command_index);
+}
+
+std::string program_command::place_of(const ustring& path) const {
+    const std::string bytes = bytes_of(path);
+    const bool is_brought =
+        !bytes.empty() && bytes[0] != '/' && (files.tree() || !directory.empty());
+    return is_brought ? own_directory() + "/" + bytes : bytes;
+}
+
+bool program_command::lay_files() {
+    directory = ustring(own_directory().c_str());
+    result = files.unpack(*package, bytes_of(directory));
+    return result == success;
+}
+
 namespace {
 std::string fault_of_path(const std::string& path) {
     if (path.empty() || path[0] != '/')
@@ -127,7 +149,7 @@ void set_variable(std::vector<std::string>& all, const std::string& text) {
 
 // Everything that a run needs, but for what differs from run to run. False: told.
 bool program_command::fill(const program& one, int action, int phase, program_request& request) {
-    request.path = bytes_of(one.path);
+    request.path = place_of(one.path);
     if (const auto fault = fault_of_path(request.path); !fault.empty()) {
         fail(om_program, request.path, fault);
         return false;
@@ -160,20 +182,24 @@ bool program_command::fill(const program& one, int action, int phase, program_re
     const std::string operation =
         package->operation_name.empty() ? "verify" : bytes_of(package->operation_name);
     const bool rerun = program_noted(bytes_of(name), bytes_of(version), command_index, operation);
-    const bool takes_away = action == a_reverse || action == a_verify_reverse;
-    for (const auto& text :
-         {"KM_OPERATION=" + operation, "KM_PHASE=" + bytes_of(package->operation_phase),
-          "KM_PACKAGE=" + bytes_of(name) + "^" + bytes_of(version),
-          std::string("KM_ACTION=") + (takes_away ? "remove" : "install"),
-          std::string("KM_RERUN=") + (rerun ? "1" : "0")})
+    const bool takes_away = is_removal || action == a_reverse || action == a_verify_reverse;
+    const std::string of =
+        acts_for.empty() ? bytes_of(name) + "^" + bytes_of(version) : bytes_of(acts_for);
+    for (const auto& text : {"KM_OPERATION=" + (is_removal ? std::string("remove") : operation),
+                             "KM_PHASE=" + bytes_of(package->operation_phase), "KM_PACKAGE=" + of,
+                             std::string("KM_ACTION=") + (takes_away ? "remove" : "install"),
+                             std::string("KM_RERUN=") + (rerun ? "1" : "0")})
         set_variable(request.environment, text);
+    if (files.tree() || !directory.empty())
+        set_variable(request.environment, "KM_FILES=" + own_directory());
     return phase != 0;
 }
 
 // What is not there yet may be one that the package puts there first.
 void program_command::check(const program& one, int action, int phase) {
     program_request request;
-    if (!fill(one, action, phase, request))
+    if (!fill(one, action, phase, request) ||
+        (action == a_execute && files.brings(bytes_of(one.path))))
         return;
     struct stat about {};
     if (!look_at(request.path, about)) {
@@ -209,11 +235,14 @@ void program_command::do_execute(int action, int phase) {
     if (!package || is_quiet_phase(phase) || phase == p_backup_finish)
         return;
     const program* one = program_for(action, phase);
+    const bool lays = files.tree() && action == a_execute && (phase == p_do || phase == p_prepare);
+    if (!verifies && (lays || (one && does_work(phase))) && stop_requested()) {
+        result = success_retry;
+        return;
+    }
+    if (lays && !lay_files())
+        return;
     if (one && (does_work(phase) || verifies)) {
-        if (!verifies && stop_requested()) {
-            result = success_retry;
-            return;
-        }
         run(*one, action, phase);
     } else if (one && !verifies) {
         check(*one, action, phase);
@@ -324,7 +353,29 @@ cm_command* program_command::get_undo_command(int action) {
     undo->execute_in_commit = 0;
     undo->programs = {};
     undo->programs[of_install] = programs[static_cast<size_t>(of)];
+    if (undo->files.tree()) // they lie there already, or will by then
+        undo->directory = ustring(own_directory().c_str());
+    undo->files.take(nullptr);
+    undo->is_removal = 0;
     return undo;
+}
+
+program_command* program_command::removal_for(const ustring& version) const {
+    const auto& remove = programs[of_remove];
+    if (remove.path.empty())
+        return nullptr;
+    auto* command = new program_command;
+    command->caption = caption;
+    command->programs[of_install] = remove;
+    command->programs[of_undo] = programs[of_install];
+    command->working_directory = working_directory;
+    command->environment = environment;
+    command->user = user;
+    command->exit_codes = exit_codes;
+    command->directory = directory;
+    command->acts_for = version;
+    command->is_removal = 1;
+    return command;
 }
 
 int program_command::get_timeout(int* count, int action, bool undo, bool) {
@@ -364,6 +415,51 @@ int program_command::is_to_be_reexecuted() {
     const bool differs = result != success;
     result = kept;
     return differs;
+}
+
+long program_command::get_size() { return files.size(); }
+
+// No base package has them at a path.
+void program_command::delta_save_command(pathname*, unzipping_channel* in, zipping_channel* out) {
+    return in ? save_command(in, out) : save_command(out);
+}
+
+void program_command::save_command(unzipping_channel* in, zipping_channel* out) {
+    result = success;
+    if (auto* tree = files.tree()) {
+        tree->save_command(in, out);
+        result = static_cast<cm_result>(tree->result);
+    }
+}
+
+void program_command::save_command(zipping_channel* out) {
+    result = success;
+    if (auto* tree = files.tree()) {
+        tree->save_command(out);
+        result = static_cast<cm_result>(tree->result);
+    }
+}
+
+void program_command::load_command(const int load) {
+    result = success;
+    if (auto* tree = files.tree()) {
+        tree->load_command(load);
+        result = static_cast<cm_result>(tree->result);
+    }
+}
+
+void program_command::skip_data() {
+    result = success;
+    if (auto* tree = files.tree()) {
+        tree->skip_data();
+        result = static_cast<cm_result>(tree->result);
+    }
+}
+
+void program_command::set_package(cm_package* of) {
+    cm_command::set_package(of);
+    if (auto* tree = files.tree())
+        tree->set_package(of);
 }
 
 ustring program_command::get_name() {

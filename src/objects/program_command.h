@@ -3,7 +3,9 @@
 // Up to five programs: for install, remove, undo, commit and verify. Coded form behind that of
 // every command: for each of the five, in this order and at the ids 200, 210, 220, 230 and 240:
 // string path, string arguments (id + 1), integer time limit in seconds, -1 none (id + 2). Then
-// string fields 250 working directory, 251 environment, 252 user, 253 exit codes.
+// string fields 250 working directory, 251 environment, 252 user, 253 exit codes; only where they
+// are not empty object field 254 files, string field 255 directory; only in an upgrade string field
+// 256 acts_for, boolean field 257 is_removal.
 //
 // Which program runs:
 //   a_execute, p_do                          install
@@ -14,6 +16,9 @@
 // The undo of an install is this command with the undo program as its install program; none if
 // there is no undo program. The undo of a remove is the install program. An undo runs only where
 // the command that it undoes was carried out.
+//
+// A path that is not absolute names a file that the package brings for the program alone (see
+// program_files.h). KM_FILES tells the directory of these.
 //
 // Arguments are split at blanks, with the quoting of a shell ('...', "...", \), without a shell.
 // The program runs in a session of its own, with standard input empty, the signals as they are by
@@ -32,6 +37,7 @@
 
 #include "command.h"
 #include "program_exit_codes.h"
+#include "program_files.h"
 
 #include <array>
 #include <string>
@@ -53,8 +59,9 @@ class program_command : public cm_command {
     // Stanza "user_program". Keys "install_path", "install_arguments", "install_timeout" and the
     // same with "remove_", "undo_", "commit_", "verify_"; "working_directory" (default "/"),
     // "environment" (NAME=VALUE apart by blanks, quoted as arguments are), "user" (name or number),
-    // "exit_codes" (see program_exit_codes.h), "caption". A text that cannot be split or read is a
-    // message.
+    // "exit_codes" (see program_exit_codes.h), "caption", the block "corequisite_files" with the
+    // files that come with it. A text that cannot be split or read is a message, and so is a path
+    // that none of those files has.
     void import(importer& from) override;
     void export_(exporter& to) const override;
 
@@ -73,6 +80,13 @@ class program_command : public cm_command {
     int is_to_be_executed() override;
     // The verify program says that it is not as it should be; so a repair installs it again.
     int is_to_be_reexecuted() override;
+    long get_size() override;
+    void delta_save_command(pathname* base, unzipping_channel* in, zipping_channel* out) override;
+    void save_command(unzipping_channel* in, zipping_channel* out) override;
+    void save_command(zipping_channel* out) override;
+    void load_command(const int load) override;
+    void skip_data() override;
+    void set_package(cm_package* of) override;
     ustring get_name() override;
     ustring get_log(int action) override;
     // Empty where no program was to run, so that the log tells of none.
@@ -91,8 +105,21 @@ class program_command : public cm_command {
     ustring environment;
     ustring user;
     ustring exit_codes;
+    program_files files;
+    // An upgrade runs what only the older version has: the NAME^VERSION of that one, and whether
+    // its remove program is what this command installs.
+    ustring acts_for;
+    std::int32_t is_removal = 0;
+    // Such a command, the caller's: its install program is the remove program of this one, and its
+    // undo program the install program. Null without a remove program.
+    program_command* removal_for(const ustring& name_and_version) const;
+    ustring directory; // where an install laid them, in the target root; empty: not yet
 
   private:
+    std::string place_of(const ustring& path) const;
+    std::string own_directory() const;
+    bool lay_files();
+    void import_files(importer& from);
     bool fill(const program& one, int action, int phase, program_request& request);
     bool take_user(program_request& request);
     void check(const program& one, int action, int phase);

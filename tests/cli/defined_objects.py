@@ -76,5 +76,81 @@ class TextsInOwnFiles(DefinedObjects):
         self.assertEqual(os.listdir(self.root), [])
 
 
+class ProgramsOfThePackage(DefinedObjects):
+    def program(self, caption, more=""):
+        """A script of the package, which writes what it is told into "log"."""
+        words = ["caption = %s" % caption]
+        for part in ("install", "remove", "undo"):
+            words += ["%s_path = bin/run.sh" % part, '%s_arguments = "%s $(v)"' % (part, caption)]
+        return """user_program { %s %s corequisite_files {
+          add_file { path = bin/run.sh source = run.sh mode = 0755 }
+          add_file { path = word source = word } } }""" % (" ".join(words), more)
+
+    def made(self, version, *programs):
+        script = "#!/bin/sh\necho $1 $2 $KM_OPERATION $KM_ACTION $KM_PACKAGE $(cat $KM_FILES/word) >> %s\n"
+        return self.defined("\n".join(programs), version,
+                            {"run.sh": script % self.path("log"), "word": "w" + version})
+
+    def command(self, *words):  # without a root of its own, which a shell would have to be in
+        return [support.KMCTL, "--state", self.state, *words]
+
+    def told(self):
+        """What ran since the last call; in the end nothing may be left."""
+        if not os.path.exists(self.path("log")):
+            return []
+        with open(self.path("log")) as log:
+            lines = log.read().splitlines()
+        os.unlink(self.path("log"))
+        return lines
+
+    def files(self):
+        top = os.path.join(self.state, "work", "corequisites")
+        return sorted(name for name in (os.listdir(top) if os.path.isdir(top) else []))
+
+    def test_a_script_of_the_package_lives_as_long_as_the_package(self):
+        package = self.made("1", self.program("one"))
+        self.km("install", package, "--undoable")
+        self.assertEqual(self.told(), ["one 1 install install p^1 w1"])
+        self.km("undo", "p")
+        self.assertEqual(self.told(), ["one 1 undo install p^1 w1"])
+        self.assertEqual(self.files(), [])
+        self.km("install", package, "--transactional")
+        self.assertEqual((self.told(), self.files()), ([], ["p^1"]))
+        self.km("commit", "p")
+        self.assertEqual(self.told(), ["one 1 commit install p^1 w1"])
+        self.km("remove", "p", "--undoable")
+        self.km("undo", "p")
+        self.km("remove", "p")
+        self.assertEqual(self.told(), ["one 1 remove remove p^1 w1", "one 1 undo install p^1 w1",
+                                       "one 1 remove remove p^1 w1"])
+        self.assertEqual(self.files(), [])
+
+    def test_an_upgrade_runs_the_remove_programs_of_what_goes(self):
+        first = self.made("1", self.program("both"), self.program("only"))
+        second = self.made("2", self.program("both"))
+        self.km("install", first)
+        self.told()
+        self.assertIn("run bin/run.sh only 1 (only)", self.km("upgrade", second, "-n").out)
+        self.km("upgrade", second)
+        upgraded = ["both 2 install install p^2 w2", "only 1 remove remove p^1 w1"]
+        self.assertEqual(self.told(), upgraded)
+        self.km("undo", "p")
+        self.assertEqual(self.told(), ["only 1 undo install p^1 w1", "both 2 undo install p^2 w2"])
+        self.assertEqual(self.files(), ["p^1"])
+        self.km("upgrade", second)
+        self.assertEqual((self.told(), self.files()), (upgraded, ["p^1", "p^2"]))
+        self.km("accept", "p")
+        self.assertEqual(self.files(), ["p^2"])
+        self.km("remove", "p")
+        self.assertEqual((self.told(), self.files()), (["both 2 remove remove p^2 w2"], []))
+
+    def test_what_a_definition_must_not_say(self):
+        for block in ("install_path = run.sh",
+                      "install_path = run.sh corequisite_files { add_file { path = ../run.sh } }",
+                      "install_path = a corequisite_files { add_file { path = a } add_file { path = a } }",
+                      "corequisite_files { add_file { path = /a } }"):
+            self.defined("user_program { %s }" % block, code=6)
+
+
 if __name__ == "__main__":
     support.main()

@@ -6,6 +6,7 @@
 #include "codec.h"
 #include "encode_channel.h"
 #include "package.h"
+#include "program_command.h"
 #include "support/scratch.h"
 #include "text_exporter.h"
 #include "text_importer.h"
@@ -67,6 +68,11 @@ class Definition : public ::testing::Test {
             command->set_command_index(command->get_command_index() - first);
             if (auto* inner = dynamic_cast<km::cm_composite_command*>(command))
                 count_from(*inner, first);
+            auto* program = dynamic_cast<km::program_command*>(command);
+            if (auto* files = program ? program->files.tree() : nullptr) {
+                files->set_command_index(files->get_command_index() - first);
+                count_from(*files, first);
+            }
         }
     }
 

@@ -169,7 +169,11 @@ class Chance {
             if (rule->type == km::attribute_descriptor::t_object)
                 text += block(one, name, depth + 1);
             else
-                text += one + " = " + quoted(value(one, *rule)) + "\n";
+                text += one + " = " +
+                        quoted(key == "add_file.corequisite_files" && one == "path"
+                                   ? "d/" + std::to_string(++files_)
+                                   : value(one, *rule)) +
+                        "\n";
         }
         if (stanza && book_.is_free(key))
             for (size_t i = below(5); i > 0; --i)
@@ -199,8 +203,8 @@ class Chance {
         static const char* const accounts[] = {"0", "1000", "65534"};
         if (name == "condition")
             return one_of(conditions);
-        if (name.starts_with("qep_") && name.ends_with("_path"))
-            return "/a/b c"; // what belongs to it is written only with it
+        if (name != "spb_path" && name != "log_path" && name.ends_with("_path"))
+            return "/a/b c"; // of programs, and what belongs to it is written only with it
         if (name == "owner" || name == "group" || name == "user")
             return one_of(accounts);
         if (name.ends_with("_arguments") && !name.starts_with("qep_"))
@@ -241,6 +245,7 @@ class Chance {
 
     std::mt19937 random_;
     const km::rule_book& book_;
+    int files_ = 0;
     // Texts with a form of their own.
     const std::map<std::string, std::string> usable_ = {
         {"unix_attributes", "rw,r"},
