@@ -19,7 +19,7 @@ namespace kmhost {
 
 namespace {
 
-using lint_definition_t = int (*)(const km::pathname*, km::spmessage*);
+using lint_definition_t = int (*)(const km::pathname*, const char*, km::spmessage*);
 
 // Null without the library.
 lint_definition_t linter() {
@@ -55,7 +55,7 @@ void tell(const std::string& path, outcome& result) {
 
 } // namespace
 
-void lint(const std::string& path, outcome& result) {
+void lint(const std::string& path, const std::string& base, outcome& result) {
     if (::access(path.c_str(), R_OK) != 0) {
         result.fail(errno == ENOENT ? exit_usage : exit_failed, "definition",
                     "The definition " + path + " cannot be read: " + std::strerror(errno) + ".");
@@ -70,7 +70,7 @@ void lint(const std::string& path, outcome& result) {
     }
     km::spmessage messages;
     const km::pathname file(path.c_str());
-    look(&file, &messages);
+    look(&file, base.c_str(), &messages);
     take_faults(messages, path, result);
     tell(path, result);
 }

@@ -3,8 +3,10 @@
 // invariant: every call takes at least one character, or tells the end
 #include "definition_lexer.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <sstream>
 
 namespace km {
 
@@ -61,10 +63,31 @@ void definition_lexer::skip_line() {
         advance();
 }
 
+// Of all comments those count that speak to lint.
+void definition_lexer::read_comment() {
+    constexpr size_t most = 1000;
+    const size_t from = at_;
+    definition_comment comment;
+    comment.place = place();
+    skip_line();
+    const size_t line = from ? text_.rfind('\n', from - 1) + 1 : 0;
+    comment.is_alone = text_.find_first_not_of(" \t", line) == from;
+    std::string words = text_.substr(from + 1, std::min(at_ - from - 1, most));
+    std::replace(words.begin(), words.end(), ',', ' ');
+    std::istringstream all(words);
+    std::string word;
+    if (!(all >> word) || word != "lint:" || !(all >> word) || word != "allow")
+        return;
+    while (all >> word)
+        comment.allowed.push_back(word);
+    if (comments_.size() < most)
+        comments_.push_back(std::move(comment));
+}
+
 void definition_lexer::skip_blanks() {
     while (!at_end()) {
         if (here() == '#')
-            skip_line();
+            read_comment();
         else if (std::strchr(" \t\r\n", here()) && here())
             advance();
         else

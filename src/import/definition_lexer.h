@@ -7,6 +7,9 @@
 
 #include "definition_problems.h"
 
+#include <utility>
+#include <vector>
+
 namespace km {
 
 struct definition_token {
@@ -18,6 +21,13 @@ struct definition_token {
     bool is_value() const { return what == word || what == quoted; }
     // For messages.
     std::string shown() const;
+};
+
+// A comment "lint: allow NAME, NAME".
+struct definition_comment {
+    text_place place;
+    bool is_alone = false; // nothing stands in front of it on its line
+    std::vector<std::string> allowed;
 };
 
 class definition_lexer {
@@ -32,10 +42,13 @@ class definition_lexer {
     void unread(const definition_token& token);
     // Passes over the rest of the line.
     void skip_line();
+    // Those that were passed over.
+    std::vector<definition_comment> take_comments() { return std::move(comments_); }
 
   private:
     void advance();
     void skip_blanks();
+    void read_comment();
     bool at_end() const { return at_ >= text_.size(); }
     char here() const { return text_[at_]; }
     text_place place() const { return {line_, column_}; }
@@ -52,6 +65,7 @@ class definition_lexer {
     int column_ = 1;
     definition_token unread_;
     bool has_unread_ = false;
+    std::vector<definition_comment> comments_;
 };
 
 } // namespace km

@@ -36,6 +36,7 @@ class parser {
         token = lexer_.next();
         if (file.root && token.what != definition_token::end)
             problems_.add(im_behind_end, token.place, {token.shown()});
+        file.comments = lexer_.take_comments();
         return file;
     }
 

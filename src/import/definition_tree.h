@@ -34,6 +34,7 @@ struct definition_file {
     std::string signature; // its two words with one blank between them
     text_place signature_place;
     std::unique_ptr<definition_block> root; // null without one
+    std::vector<definition_comment> comments;
 };
 
 constexpr int deepest_block = 128;

@@ -41,12 +41,18 @@ const char* const import_catalog[] = {
     "E %1$s: Nothing on this machine can build '%2$s'.\n%3$s",
     "E %1$s: '%2$s' cannot be '%3$s'.\n%4$s",
     "E %1$s: %2$s more faults are not listed.\n",
-    "W %1$s: Nothing defines the variable '%2$s'; default_variables could.%3$s\n%4$s",
-    "W %1$s: The variable '%2$s' has no value: references go round in a circle.\n%3$s",
+    ("W %1$s: Nothing defines the variable '%2$s'; default_variables could.%3$s "
+     "(undefined-variable)\n%4$s"),
+    "W %1$s: The variable '%2$s' has no value: references go in a circle. (circle)\n%3$s",
     "E %1$s: '%2$s' is no condition: %3$s\n%4$s",
-    "W %1$s: When the package is removed, nothing puts back what this '%2$s' takes away.\n%3$s",
+    ("W %1$s: When the package is removed, nothing puts back what this '%2$s' takes away. "
+     "(not-put-back)\n%3$s"),
     ("W %1$s: When the package is removed, nothing takes back what this '%2$s' does: it has no "
-     "remove_path.\n%3$s"),
+     "remove_path. (program-stays)\n%3$s"),
+    "W %1$s: '%2$s' names no source, so there is nothing to pack. (no-source)\n%3$s",
+    "W %1$s: The source '%2$s' cannot be packed: %3$s. (no-source)\n%4$s",
+    "W %1$s: '%2$s' in line %3$s replaces the file, and this with it. (replaced-text)\n%4$s",
+    "W %1$s: Lint has no finding '%2$s' that could be allowed.%3$s\n%4$s",
 };
 
 static_assert(std::size(import_catalog) == import_messages_end);

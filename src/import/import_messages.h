@@ -41,6 +41,10 @@ enum import_message : long {
     im_no_condition,      // name, why
     im_not_put_back,      // name of the block
     im_program_stays,     // name of the block
+    im_no_source,         // name of the block
+    im_bad_source,        // file, why
+    im_text_before,       // name of the block that follows, its line
+    im_no_finding,        // name, hint
     import_messages_end
 };
 

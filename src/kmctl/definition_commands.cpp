@@ -103,9 +103,10 @@ void add_init(CLI::App& app, definition_arguments& given, const definition_choic
 void add_lint(CLI::App& app, definition_arguments& given, const definition_choice& choose) {
     auto* one = app.add_subcommand("lint", "Look for faults of a definition");
     one->add_option("FILE", given.file, "Definition")->required();
+    one->add_option("--base", given.lint_base, "Where relative sources are")->type_name("DIR");
     one->callback([&given, choose] {
         choose("lint", false, [&given](kmhost::worker_line&, kmhost::outcome& result) {
-            kmhost::lint(given.file, result);
+            kmhost::lint(given.file, given.lint_base, result);
         });
     });
 }

@@ -19,6 +19,7 @@ struct definition_arguments {
     kmhost::init_request init;
     kmhost::export_request to_text;
     std::string file;
+    std::string lint_base;
 };
 
 // What carries a chosen command out, and whether it looks at the state of this machine.

@@ -59,7 +59,16 @@ class FirstDefinition(KmctlCase):
             told = json.loads(self.km("--json", "lint", "l.spd", code=code).out)
             return [(one["severity"], one["place"]) for one in told["messages"]]
 
-        self.assertEqual(lint("add_file { path = /f source = none }", 0), [])
+        self.assertEqual(
+            lint("add_file { path = /f source = none }", 100), [("warning", "l.spd:4:31")]
+        )
+        support.make_tree(self.path("tree"), {"there": "x"})
+        with open(self.path("b.spd"), "w") as file:
+            file.write(
+                "kmspd 1.0\npackage { name = p version = 1\nadd_file { path = /f source = there } }"
+            )
+        self.km("lint", "b.spd", code=100)
+        self.km("lint", "b.spd", "--base", self.path("tree"))
         self.assertEqual(
             lint("titel = x\nadd_file { }", 100),
             [("error", "l.spd:4:1"), ("error", "l.spd:5:1")],

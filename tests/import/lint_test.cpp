@@ -14,7 +14,7 @@ class Lint : public Definition {
         const km::pathname path(
             scratch_.write("l.spd", "kmspd 1.0\npackage {\nname = p version = 1\n" + body + "}\n")
                 .c_str());
-        const int good = lint_definition(&path, &messages_);
+        const int good = lint_definition(&path, base_.c_str(), &messages_);
         std::string all;
         for (int i = 0; i < messages_.get_count(); ++i)
             all +=
@@ -22,13 +22,18 @@ class Lint : public Definition {
         EXPECT_EQ(good != 0, all.empty());
         return all;
     }
+
+    std::string base_;
 };
 } // namespace
 
 TEST_F(Lint, TellsWhatIsDoubtfulAtItsPlace) {
     const auto key = [](long number) { return std::to_string(number) + " "; };
     const std::string circle = key(km::im_circle), variable = key(km::im_no_variable),
-                      put_back = key(km::im_not_put_back), stays = key(km::im_program_stays);
+                      put_back = key(km::im_not_put_back), stays = key(km::im_program_stays),
+                      no_source = key(km::im_no_source), bad_source = key(km::im_bad_source),
+                      no_finding = key(km::im_no_finding);
+    scratch_.write("there", "x");
     const struct {
         std::string body, keys, told;
     } cases[] = {
@@ -36,23 +41,45 @@ TEST_F(Lint, TellsWhatIsDoubtfulAtItsPlace) {
         {"title = \"$(os_name) $(operation_name) $(port)\"\ndefault_variables { port = 1 }\n", "",
          ""},
         {"title = $(prt)\ndefault_variables { port = 1 }\n", variable,
-         ":4:9: Nothing defines the variable 'prt'; default_variables could. Did you mean 'port'?\n"
+         ":4:9: Nothing defines the variable 'prt'; default_variables could. Did you mean 'port'? "
+         "(undefined-variable)\n"
          "    title = $(prt)\n            ^"},
         {"title = \"$(a) $(b) $(a)$(a$(b))\"\n", variable + variable, "variable 'b'"},
         {"default_variables { a = $(b) b = $(a) c = x$(b) d = $(e) e = 1 }\n",
          circle + circle + circle, ":4:21: The variable 'a' has no value"},
-        {"add_file { path = /f condition = \"$(none) == 1\" }\n", variable, ":4:34: "},
+        {"add_file { path = /f source = there condition = \"$(none) == 1\" }\n", variable,
+         ":4:49: "},
         {"dependency = \"(1 == 1\"\n", key(km::im_no_condition), ":4:14: 'dependency' is no"},
         {"dependency = \"$(installed_software) CONTAINS x\"\n", "", ""},
-        {"add_file { path = /f condition = \"1 ==\" }\ntitle = $(x)\n", "185 " + variable, ""},
+        {"add_file { path = /f source = there condition = \"1 ==\" }\ntitle = $(x)\n",
+         "185 " + variable, ""},
         {"title = $(x)\ntitel = y\n", key(km::im_unknown_attribute), ""}, // faults come first
-        {"remove_file { path = /f }\nadd_file { path = /g }\nadd_directory { path = /f }\n",
+        {"remove_file { path = /f }\nadd_file { path = /g source = there }\nadd_directory { path = "
+         "/f }\n",
          put_back, ":4:1: When the package is removed, nothing puts back"},
-        {"generic_container { add_file { path = /f } }\nremove_file { path = /f mode = 1 }\n", "",
-         ""},
+        {"generic_container { add_file { path = /f source = there } }\nremove_file { path = /f "
+         "mode = 1 }\n",
+         "", ""},
         {"user_program { install_path = /p remove_path = /p }\n", "", ""},
         {"generic_container { user_program { install_path = /p } }\n", stays,
          ":4:21: When the package is removed, nothing takes back"},
+        {"add_file { path = /f }\n", no_source, ":4:1: 'add_file' names no source"},
+        {"add_kept_file { path = /f source = $(d)/no }\ndefault_variables { d = sub }\n",
+         bad_source, "/sub/no' cannot be packed: No such file"},
+        {"add_file { path = /f source = $(from_outside)/no }\n", variable, ""},
+        {"add_line { path = /f text = x }\nadd_file { path = /f source = there }\n",
+         key(km::im_text_before), ":4:1: 'add_file' in line 5 replaces the file"},
+        {"add_file { path = /f source = there }\nadd_line { path = /f text = x }\n", "", ""},
+        {"# lint: allow undefined-variable\ntitle = $(x)\n", "", ""},
+        {"title = $(x) # lint: allow undefined-variable\ndescription = $(x)\n", variable, ":5:"},
+        {"# lint: allow no-source, undefined-variable\nadd_file {\npath = $(x)\n}\n"
+         "add_file { path = /f }\n",
+         no_source, ":8:1"},
+        {"# Lint: allow no-source\n# lint: deny\nadd_file { path = /f }\n", no_source, ""},
+        {"# lint: allow no-sorce\nadd_file { path = /f }\n", no_finding + no_source,
+         "has no finding 'no-sorce' that could be allowed. Did you mean 'no-source'?"},
+        {"# lint: allow\n", no_finding, ""},
+        {"title = \"# lint: allow no-source\"\nadd_file { path = /f }\n", no_source, ""},
         {"remove_link { path = /l target = a }\nadd_link { path = /l target = b }\n", put_back, ""},
     };
     for (const auto& one : cases) {
