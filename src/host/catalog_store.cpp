@@ -15,6 +15,7 @@
 #include "lockfile.h"
 #include "command.h"
 #include "lookup.h"
+#include "package_stream.h"
 #include "made_directories.h"
 #include "program_files.h"
 #include "object_command.h"
@@ -115,6 +116,7 @@ bool catalog_store::open(access_kind kind, long seconds, outcome& result) {
     sweep();
     sweep_replacements();
     hand_over_strays();
+    sweep_sources(*this);
     return true;
 }
 
@@ -287,7 +289,7 @@ void catalog_store::sweep() {
 
 // What a kill left of a file that was being replaced.
 void catalog_store::sweep_replacements() {
-    for (const char* below : {"/intent", "/upgrade", "/made", "/paths"}) {
+    for (const char* below : {"/intent", "/source", "/upgrade", "/made", "/paths"}) {
         std::vector<fs::path> left;
         std::error_code error;
         for (const auto& one :

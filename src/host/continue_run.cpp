@@ -4,7 +4,7 @@
 #include "continue_run.h"
 
 #include "file_channel.h"
-#include "package_file.h"
+#include "package_stream.h"
 #include "reboot.h"
 
 #include <filesystem>
@@ -12,19 +12,35 @@
 namespace kmhost {
 
 std::string absolute_path(const std::string& path) {
+    if (is_address(path))
+        return path;
     std::error_code error;
     const auto full = std::filesystem::absolute(path, error);
     return error ? path : full.lexically_normal().string();
 }
 
-bool goes_on_from_profile(const km::cm_catalog_entry* entry, unsigned mode) {
+namespace {
+// A kill behind a checkpoint of a stream. The entry speaks of a reboot then, as ever in front of a
+// command that may ask for one.
+bool stopped_at_checkpoint(const package_id& id, const km::cm_catalog_entry& entry) {
+    return entry.current_result == km::cm_command::success_reboot_now && source_of(id) &&
+           !is_noted_for_reboot(id);
+}
+} // namespace
+
+bool goes_on_from_profile(const package_id& id, const km::cm_catalog_entry* entry, unsigned mode) {
     if (entry && (mode & km::m_during_reboot) && waits_for_reboot(*entry))
         return true;
-    return entry && !(mode & km::m_force) && entry->current_result == 6 &&
-           entry->last_action == km::a_execute && entry->cm_status == entry->current_cm_status;
+    return entry && !(mode & km::m_force) && entry->last_action == km::a_execute &&
+           entry->cm_status == entry->current_cm_status &&
+           (entry->current_result == km::cm_command::success_retry ||
+            stopped_at_checkpoint(id, *entry));
 }
 
-bool continue_run(session& at, const std::string& file, km::cm_result& answer) {
+bool continue_run(session& at, opened_package& opened, const std::string& file,
+                  km::cm_result& answer) {
+    if (is_address(file))
+        return continue_stream(at, opened, answer);
     const km::cm_catalog_entry entry = *at.entry();
     const auto package = open_profile(entry.profile_name.mbcs_str(), at.messages, at.result());
     if (!package)

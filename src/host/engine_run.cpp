@@ -5,6 +5,7 @@
 
 #include "command.h"
 #include "engine_hooks.h"
+#include "package_stream.h"
 #include "stop_request.h"
 #include "target_root.h"
 
@@ -16,6 +17,7 @@ worker_line* current_line = nullptr;
 catalog_store* current_store = nullptr;
 
 int make_durable() {
+    keep_digest_state();
     const int objects = km::flush_touched();
     return objects && (!current_store || current_store->flush());
 }
@@ -23,6 +25,7 @@ int make_durable() {
 void on_exit(int status, const char* why) {
     if (!current_line)
         return;
+    tell_lost_stream();
     current_line->ending(status, km::stop_requested()
                                      ? "it was asked to stop, and 'kmctl resume' finishes it"
                                      : (why ? why : ""));
@@ -35,6 +38,12 @@ void progress(long done, long total, const km::cm_command* command) {
 }
 
 } // namespace
+
+void tell_lost_stream() {
+    const auto loss = current_loss();
+    if (loss && current_line)
+        current_line->lost(*loss);
+}
 
 void set_hooks(worker_line& line, catalog_store* store) {
     current_line = &line;

@@ -10,4 +10,7 @@ namespace kmhost {
 // durable" flushes what objects touched and the catalog. `store` is lent and may be null.
 void set_hooks(worker_line& line, catalog_store* store);
 
+// Tells the parent that the stream of this process has failed; nothing where it has not.
+void tell_lost_stream();
+
 } // namespace kmhost

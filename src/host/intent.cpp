@@ -7,6 +7,7 @@
 #include "kill_point.h"
 #include "location.h"
 #include "package.h"
+#include "source_note.h"
 
 #include <cerrno>
 #include <cstring>
@@ -142,7 +143,8 @@ bool passes_cut(const intent& wanted, outcome& result) {
 
 bool can_go_back(const intent& what) {
     constexpr unsigned with_backup = km::m_undoable | km::m_preferably_undoable;
-    return what.command == "upgrade" || (what.command == "install" && (what.mode & with_backup));
+    return source_of(what.id) || what.command == "upgrade" ||
+           (what.command == "install" && (what.mode & with_backup));
 }
 
 std::string cut_words(const intent& what) {

@@ -39,7 +39,7 @@ bool passes_cut(const intent& wanted, outcome& result);
 // Names the cut command in the first message, if it is another one; for what changes nothing.
 void tell_cut(const intent& wanted, outcome& result);
 
-// Whether it was begun with a backup, from which it can be taken back.
+// Whether it can be taken back: it was begun with a backup, or its package comes from a server.
 bool can_go_back(const intent& what);
 
 // "The install of NAME^VERSION, begun at TIME, was cut ...".

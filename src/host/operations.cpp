@@ -11,7 +11,7 @@
 #include "made_directories.h"
 #include "messages.h"
 #include "object_command.h"
-#include "package_file.h"
+#include "package_stream.h"
 #include "plan.h"
 #include "program_command.h"
 #include "session.h"
@@ -81,15 +81,16 @@ void finish_chain(session& at, unsigned mode, const char* word, const char* done
 }
 
 // False: it was refused, or could not begin, and changed nothing.
-bool run_install(session& at, km::cm_package& package, const intent& what, bool was_cut) {
+bool run_install(session& at, opened_package& opened, const intent& what, bool was_cut) {
+    km::cm_package& package = *opened.package;
     const unsigned mode = what.mode | km::m_binary_file;
     if (is_cut_chain(at.entry(), mode, km::a_execute)) {
         finish_chain(at, mode, "install", "installed");
         return true;
     }
     km::cm_result answer = km::cm_command::failure;
-    if (goes_on_from_profile(at.entry(), mode)) {
-        if (!continue_run(at, what.file, answer))
+    if (goes_on_from_profile(at.id, at.entry(), mode)) {
+        if (!continue_run(at, opened, what.file, answer))
             return false;
     } else {
         if (!passes_gate_of_install(at, package, mode)) {
@@ -109,10 +110,79 @@ bool run_install(session& at, km::cm_package& package, const intent& what, bool 
 
 } // namespace
 
-void install(const operation_request& request, worker_line& line, outcome& result) {
+namespace {
+
+// A digest is known at the end of a stream only: until then everything can be taken back.
+operation_request prepared(const operation_request& given) {
+    operation_request request = given;
+    if (given.expected.empty() || !is_address(given.target))
+        return request;
+    if (!(request.mode & (km::m_undoable | km::m_undo_ability_transactional)))
+        request.mode = (request.mode & ~unsigned{km::m_preferably_undoable}) | km::m_undoable;
+    request.mode &= ~unsigned{km::m_auto_accept}; // behind the digest
+    return request;
+}
+
+// Without the tree from the server where a cut run goes on from its profile.
+bool open_for_install(const operation_request& request, session& at, opened_package& opened) {
+    const bool streamed = is_address(request.target);
+    const std::string profile = streamed && !request.dry_run && !(request.mode & km::m_force)
+                                    ? profile_of_cut_run("install", request.target)
+                                    : "";
+    if (!profile.empty()) {
+        opened.package = open_profile(profile, at.messages, at.result());
+        return opened.package != nullptr;
+    }
+    if (!streamed && !request.expected.empty() &&
+        !has_digest(request.target, request.expected, at.result()))
+        return false;
+    opened.wants_digest = !request.expected.empty() && !request.dry_run;
+    return open_package(request.target, request.definitions, at.messages, opened, at.result());
+}
+
+// Whether the operation came to its end, with everything that follows on it.
+bool end_install(session& at, opened_package& opened, worker_line& line) {
+    if (!source_of(at.id))
+        return true;
+    if (!at.result().failed() && !settle_digest(at, opened, line))
+        return false;
+    end_source(at);
+    return true;
+}
+
+void change_by_install(const operation_request& request, const intent& wanted, session& at,
+                       opened_package& opened, worker_line& line) {
+    const bool streamed = is_address(request.target);
+    const auto cut = intent_of(at.id);
+    const source_note source{{},
+                             {},
+                             request.expected,
+                             {},
+                             request.goes_back,
+                             static_cast<bool>(request.mode & km::m_auto_accept)};
+    if (streamed && !note_source(at.id, request.target, opened, source, at.result()))
+        return;
+    if (!write_intent(wanted, at.result()))
+        return;
+    if (opened.stream)
+        connect(*opened.package, opened, 0);
+    if (!run_install(at, opened, wanted, cut.has_value())) {
+        put_back_intent(at.id, cut);
+        if (streamed && !cut)
+            drop_source(at.id);
+        return;
+    }
+    if (end_install(at, opened, line))
+        drop_intent(at.id);
+}
+
+} // namespace
+
+void install(const operation_request& given, worker_line& line, outcome& result) {
+    const operation_request request = prepared(given);
     session at(line, result);
     opened_package opened;
-    if (!open_package(request.target, request.definitions, at.messages, opened, result) ||
+    if (!open_for_install(request, at, opened) ||
         !at.open(request.dry_run ? access_kind::read : access_kind::change, request.wait_seconds))
         return;
     km::cm_package& package = *opened.package;
@@ -126,21 +196,18 @@ void install(const operation_request& request, worker_line& line, outcome& resul
     else if (!passes_cut(wanted, result))
         return;
     if (at.entry() && stands_installed(*at.entry()) && !forced &&
-        !(request.mode & (km::m_repair | km::m_source)))
-        return tell_nothing_to_do(at, package, request.dry_run);
+        !(request.mode & (km::m_repair | km::m_source))) {
+        if (request.dry_run || end_install(at, opened, line))
+            tell_nothing_to_do(at, package, request.dry_run);
+        return;
+    }
     if (request.dry_run) {
         if (at.would_pass_gate(package, km::o_execute, km::a_execute, request.mode, "install"))
             plan_install(package, at.id, at.entry(), result);
         take_messages(at.messages, result);
         return;
     }
-    const auto cut = intent_of(at.id);
-    if (!write_intent(wanted, result))
-        return;
-    if (run_install(at, package, wanted, cut.has_value()))
-        drop_intent(at.id);
-    else
-        put_back_intent(at.id, cut);
+    change_by_install(request, wanted, at, opened, line);
 }
 
 namespace {

@@ -10,12 +10,14 @@
 namespace kmhost {
 
 struct operation_request {
-    std::string target;                   // package file, or NAME[^VERSION]
+    std::string target;                   // package file, its address, or NAME[^VERSION]
     std::vector<std::string> definitions; // NAME=VALUE
     unsigned mode = 0;                    // option bits of km::mode_bit
     bool dry_run = false;
     long wait_seconds = 30;
-    bool resuming = false; // from `resume`: what was cut is this very command
+    bool resuming = false;  // from `resume`: what was cut is this very command
+    std::string expected;   // digest that the package file must have; "" any
+    bool goes_back = false; // a stream that cannot go on is taken back
 };
 
 // All run in a worker. The catalog is locked while they change something; before the first change

@@ -8,6 +8,7 @@
 #include "digest.h"
 #include "file_channel.h"
 #include "messages.h"
+#include "package_stream.h"
 #include "signatures.h"
 #include "sp_object.h"
 #include "user_variables.h"
@@ -155,6 +156,8 @@ class sequence {
 opened_package::~opened_package() {
     package.reset(); // it lends the reader
     km::set_data_ahead(nullptr, nullptr);
+    if (stream)
+        stream->force_close(); // nobody wants the rest of an entry
     if (reader)
         reader->set_skip_tail(0);
 }
@@ -196,6 +199,22 @@ bool check_and_list(const std::string& path, std::unique_ptr<km::vector>& direct
 }
 } // namespace
 
+bool has_digest(const std::string& path, const std::string& expected, outcome& result) {
+    if (!is_readable_file(path, result))
+        return false;
+    const descriptor in(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const std::string found = in.get() < 0 ? "" : km::digest_of_open_file(in.get());
+    if (found == expected)
+        return true;
+    if (found.empty())
+        result.fail(exit_failed, "file", path + " cannot be read: " + std::strerror(errno) + ".");
+    else
+        result.fail(exit_invalid, "digest",
+                    path + " is another file than expected: its SHA-256 is " + found + ", not " +
+                        expected + ". Nothing was changed.");
+    return false;
+}
+
 bool check_package_file(const std::string& path, outcome& result) {
     std::unique_ptr<km::vector> directory;
     return check_and_list(path, directory, result);
@@ -204,6 +223,9 @@ bool check_package_file(const std::string& path, outcome& result) {
 bool open_package(const std::string& path, const std::vector<std::string>& definitions,
                   km::spmessage& messages, opened_package& opened, outcome& result,
                   int substitute) {
+    if (is_address(path))
+        return open_stream(path, nullptr, 0, opened, result) &&
+               decode_package(path, definitions, messages, opened, result, substitute);
     std::unique_ptr<km::vector> directory;
     if (!check_and_list(path, directory, result))
         return false;
@@ -212,8 +234,19 @@ bool open_package(const std::string& path, const std::vector<std::string>& defin
     opened.reader->set_skip_tail(0);
     km::set_data_ahead(opened.reader.get(),
                        std::make_unique<km::inflate_ahead>(path.c_str(), *directory));
-    if (!opened.reader->get_next_entry())
+    return decode_package(path, definitions, messages, opened, result, substitute);
+}
+
+bool decode_package(const std::string& path, const std::vector<std::string>& definitions,
+                    km::spmessage& messages, opened_package& opened, outcome& result,
+                    int substitute) {
+    const km::zip_entry* first = opened.reader->get_next_entry();
+    if (opened.stream && opened.stream->get_error())
+        return tell_fault(*opened.stream, path, result);
+    if (!first)
         return invalid(result, path, "its first entry cannot be read");
+    if (std::strcmp(first->get_name(), "SoftwarePackage") != 0)
+        return invalid(result, path, "its first entry is not a package");
     km::spmessage of_decoding;
     km::sp_object reader(&of_decoding);
     sequence given(definitions);

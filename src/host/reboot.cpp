@@ -69,6 +69,11 @@ void forget_reboot(const package_id& id) {
         km::handle_booting_list(wide(id.name), wide(id.version), 0, -1, 0);
 }
 
+bool is_noted_for_reboot(const package_id& id) {
+    std::error_code error;
+    return fs::exists(note_of(id), error);
+}
+
 bool was_booted_since(const package_id& id) {
     const std::string then = first_line(note_of(id).string()), now = boot_id();
     return !then.empty() && !now.empty() && then != now;

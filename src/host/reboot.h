@@ -19,6 +19,8 @@ std::string boot_id();
 bool wait_for_reboot(const package_id& id);
 // It waits no more.
 void forget_reboot(const package_id& id);
+// It waits, whatever boot this is.
+bool is_noted_for_reboot(const package_id& id);
 // The machine was booted since. False for a package without a note.
 bool was_booted_since(const package_id& id);
 

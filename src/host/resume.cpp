@@ -7,7 +7,7 @@
 #include "inspect.h"
 #include "intent.h"
 #include "lookup.h"
-#include "package_file.h"
+#include "package_stream.h"
 #include "reboot.h"
 #include "session.h"
 #include "upgrade.h"
@@ -81,6 +81,8 @@ void go_on(const intent& cut, const operation_request& request, worker_line& lin
 
 void go_back(const intent& cut, const operation_request& request, worker_line& line,
              outcome& result) {
+    if (source_of(cut.id))
+        return take_back(cut.id, request.wait_seconds, line, result);
     if (!can_go_back(cut)) {
         result.fail(exit_refused, "no_backup",
                     "The " + cut.command + " of " + cut.id.text() +

@@ -14,7 +14,7 @@
 #include "made_directories.h"
 #include "messages.h"
 #include "object_commands.h"
-#include "package_file.h"
+#include "package_stream.h"
 #include "package_version.h"
 #include "planned_step.h"
 #include "program_command.h"
@@ -70,8 +70,10 @@ km::cm_remove_object* removal_of(km::cm_object* copy) {
 
 class upgrader {
   public:
-    upgrader(const operation_request& request, session& at, km::cm_package& package)
-        : request_(request), at_(at), package_(package), result_(at.result()) {}
+    upgrader(const operation_request& request, session& at, opened_package& opened,
+             worker_line& line)
+        : request_(request), at_(at), opened_(opened), package_(*opened.package),
+          result_(at.result()), line_(line) {}
     void run();
 
   private:
@@ -89,13 +91,17 @@ class upgrader {
     void tell_nothing_to_do();
     bool execute();
     bool go_on();
+    bool begin_stream();
+    bool has_ended();
     void finish(km::cm_result answer);
     void plan();
 
     const operation_request& request_;
     session& at_;
+    opened_package& opened_;
     km::cm_package& package_;
     outcome& result_;
+    worker_line& line_;
     upgrade_record record_;
     std::vector<std::unique_ptr<km::cm_package>> old_;
     std::vector<km::km_object*> users_; // files that users changed, and that the run replaces
@@ -365,9 +371,29 @@ bool upgrader::execute() {
 // False: as execute.
 bool upgrader::go_on() {
     km::cm_result answer = km::cm_command::failure;
-    if (!continue_run(at_, request_.target, answer))
+    if (!continue_run(at_, opened_, request_.target, answer))
         return false;
     finish(answer);
+    return true;
+}
+
+// What is read from a server has a note of where it comes from.
+bool upgrader::begin_stream() {
+    const source_note source{{}, {}, request_.expected, {}, request_.goes_back, false};
+    if (is_address(request_.target) &&
+        !note_source(at_.id, request_.target, opened_, source, result_))
+        return false;
+    if (opened_.stream)
+        connect(package_, opened_, 0);
+    return true;
+}
+
+bool upgrader::has_ended() {
+    if (!source_of(at_.id))
+        return true;
+    if (!result_.failed() && !settle_digest(at_, opened_, line_))
+        return false;
+    end_source(at_);
     return true;
 }
 
@@ -381,7 +407,7 @@ void upgrader::run() {
     const bool stands = entry && stands_installed(*entry);
     if (stands && (request_.dry_run || !has_old_left()))
         return tell_nothing_to_do();
-    const bool goes_on = !stands && goes_on_from_profile(entry, 0);
+    const bool goes_on = !stands && goes_on_from_profile(at_.id, entry, 0);
     if (!stands && !goes_on) {
         if (entry && is_in_error(*entry))
             return tell_refusal(1, "upgrade", at_.id, entry, result_);
@@ -395,13 +421,34 @@ void upgrader::run() {
                    ? plan()
                    : void();
     const auto cut = intent_of(at_.id);
-    if (!write_intent(wanted, result_))
+    if (!begin_stream() || !write_intent(wanted, result_))
         return;
     if (stands)
         finish(km::cm_command::success);
     else if (!(goes_on ? go_on() : execute()))
         return put_back_intent(at_.id, cut);
-    drop_intent(at_.id);
+    if (has_ended())
+        drop_intent(at_.id);
+}
+
+} // namespace
+
+namespace {
+
+// Without the tree from the server where a cut run goes on from its profile.
+bool open_for_upgrade(const operation_request& request, session& at, opened_package& opened) {
+    const bool streamed = is_address(request.target);
+    const std::string profile =
+        streamed && !request.dry_run ? profile_of_cut_run("upgrade", request.target) : "";
+    if (!profile.empty()) {
+        opened.package = open_profile(profile, at.messages, at.result());
+        return opened.package != nullptr;
+    }
+    if (!streamed && !request.expected.empty() &&
+        !has_digest(request.target, request.expected, at.result()))
+        return false;
+    opened.wants_digest = !request.expected.empty() && !request.dry_run;
+    return open_package(request.target, request.definitions, at.messages, opened, at.result());
 }
 
 } // namespace
@@ -410,16 +457,13 @@ void upgrade(const operation_request& request, worker_line& line, outcome& resul
     session at(line, result);
     opened_package opened;
     operation_request full = request;
-    std::error_code error;
-    const auto path = std::filesystem::absolute(request.target, error);
-    if (!error)
-        full.target = path.lexically_normal().string();
-    if (!open_package(full.target, full.definitions, at.messages, opened, result) ||
+    full.target = absolute_path(request.target);
+    if (!open_for_upgrade(full, at, opened) ||
         !at.open(full.dry_run ? access_kind::read : access_kind::change, full.wait_seconds))
         return;
     opened.package->source_path = km::pathname(full.target.c_str());
     at.take(*opened.package);
-    upgrader(full, at, *opened.package).run();
+    upgrader(full, at, opened, line).run();
 }
 
 } // namespace kmhost

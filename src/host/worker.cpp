@@ -35,6 +35,13 @@ struct heard {
     worker_end end;
 };
 
+stream_loss loss_of(const json& event) {
+    return {event.value("retry", false),   event.value("changed", false),
+            event.value("address", ""),    event.value("reason", ""),
+            event.value("offset", 0L),     event.value("package", ""),
+            event.value("pending", false), event.value("back", false)};
+}
+
 void hear(const std::string& line, heard& so_far, const progress_watcher& watch) {
     json event = json::parse(line, nullptr, false);
     if (!event.is_object())
@@ -44,6 +51,8 @@ void hear(const std::string& line, heard& so_far, const progress_watcher& watch)
         watch({event.value("done", 0L), event.value("total", 0L), event.value("what", "")});
     else if (kind == "ending")
         so_far.end.why = event.value("why", "");
+    else if (kind == "lost")
+        so_far.end.loss = loss_of(event);
     else if (kind == "note")
         so_far.end.note = event.value("text", "");
     else if (kind == "result")
@@ -181,6 +190,14 @@ void worker_line::progress(const progress_report& report) {
 
 void worker_line::ending(int status, const std::string& why) {
     json event = {{"event", "ending"}, {"status", status}, {"why", why}};
+    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+void worker_line::lost(const stream_loss& loss) {
+    json event = {
+        {"event", "lost"},         {"retry", loss.can_be_retried}, {"changed", loss.has_changed},
+        {"address", loss.address}, {"reason", loss.reason},        {"offset", loss.offset},
+        {"package", loss.package}, {"pending", loss.is_pending},   {"back", loss.goes_back}};
     send(event.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 

@@ -4,6 +4,7 @@
 #include "outcome.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace kmhost {
@@ -13,6 +14,18 @@ struct progress_report {
     long done = 0;
     long total = 0;
     std::string what;
+};
+
+// What became of the stream that a package came from.
+struct stream_loss {
+    bool can_be_retried = false;
+    bool has_changed = false; // another file lies on the server now
+    std::string address;
+    std::string reason;      // a clause
+    long offset = 0;         // bytes of the file that had come
+    std::string package;     // "" while it is not known
+    bool is_pending = false; // the package waits to be gone on with
+    bool goes_back = false;  // and is to be taken back where the file has changed
 };
 
 // The worker's end of the line to its parent. Lives in the worker only; every call is one write, so
@@ -27,6 +40,8 @@ class worker_line {
     void progress(const progress_report& report);
     // The library is about to end the process with `status`, and says why.
     void ending(int status, const std::string& why);
+    // The stream ended early. The last word counts.
+    void lost(const stream_loss& loss);
     // Tells the parent something about this run, which worker_end hands out.
     void note(const std::string& text);
     void result(const outcome& final);
@@ -42,11 +57,12 @@ using progress_watcher = std::function<void(const progress_report& report)>;
 
 // How a worker ended without handing over an outcome.
 struct worker_end {
-    bool ended_early = false; // true: no outcome came
-    int signal = 0;           // the signal that killed it, 0: none
-    int status = 0;           // its exit status
-    std::string why;          // what the library said before it ended the process
-    std::string note;         // the worker's last note, also where an outcome came
+    bool ended_early = false;        // true: no outcome came
+    int signal = 0;                  // the signal that killed it, 0: none
+    int status = 0;                  // its exit status
+    std::string why;                 // what the library said before it ended the process
+    std::string note;                // the worker's last note, also where an outcome came
+    std::optional<stream_loss> loss; // also where an outcome came
 };
 
 // Runs `body` in a child process and gives its outcome. A child that dies, or that the library

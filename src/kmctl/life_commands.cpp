@@ -83,7 +83,7 @@ void add_verify(CLI::App& app, life_arguments& given, const choose_command& choo
 
 void add_questions(CLI::App& app, life_arguments& given, const choose_command& choose) {
     auto* preview = app.add_subcommand("preview", "What an install would do, with sizes");
-    preview->add_option("FILE", given.operation.target, "Package file")->required();
+    preview->add_option("FILE", given.operation.target, "Package file, or its address")->required();
     auto* explain = app.add_subcommand("explain", "Why each command runs or does not");
     explain->add_option("PACKAGE", given.operation.target, "Package file, or NAME[^VERSION]")
         ->required();
@@ -116,17 +116,21 @@ void add_questions(CLI::App& app, life_arguments& given, const choose_command& c
     });
 }
 
-void add_upgrade(CLI::App& app, life_arguments& given, const choose_command& choose) {
+void add_upgrade(CLI::App& app, life_arguments& given, stream_arguments& stream,
+                 const choose_command& choose) {
     auto* one = app.add_subcommand("upgrade", "Install a version in the place of the older ones");
     auto& operation = given.operation;
-    one->add_option("FILE", operation.target, "Package file")->required();
+    one->add_option("FILE", operation.target, "Package file, or its address")->required();
     one->add_option("-D,--define", operation.definitions, "Value of a variable")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     one->add_flag("-n,--dry-run", operation.dry_run, "Tell what would change, and change nothing");
     one->add_flag_callback(
         "--force", [&operation] { operation.mode |= km::m_force; }, "Also to an older version");
+    add_stream_options(*one, stream, operation);
     one->callback([&operation, choose] {
+        if (const auto fault = fault_of_stream(operation); !fault.empty())
+            throw CLI::ValidationError(fault);
         choose("upgrade", operation.dry_run, operation.dry_run,
                [&operation](worker_line& line, outcome& result) {
                    kmhost::upgrade(operation, line, result);
@@ -135,6 +139,7 @@ void add_upgrade(CLI::App& app, life_arguments& given, const choose_command& cho
     auto* resume = app.add_subcommand("resume", "Finish what was cut, or say what is pending");
     resume->add_option("PACKAGE", operation.target, "NAME[^VERSION]");
     resume->add_flag("--back", given.back, "Take it back instead, where there is a backup");
+    add_retry_options(*resume, stream);
     resume->callback([&given, choose] {
         choose("resume", false, false, [&given](worker_line& line, outcome& result) {
             kmhost::resume(given.operation, given.back, line, result);
@@ -171,8 +176,8 @@ std::string fault_of_mode(unsigned mode) {
 }
 
 void add_life_commands(CLI::App& app, const global_options&, life_arguments& given,
-                       const choose_command& choose) {
-    add_upgrade(app, given, choose);
+                       stream_arguments& stream, const choose_command& choose) {
+    add_upgrade(app, given, stream, choose);
     add_later(app, "commit", "Put a prepared package in place", given, choose, kmhost::commit);
     add_later(app, "rollback", "Take a prepared package back", given, choose, kmhost::rollback);
     add_later(app, "undo", "Take an install or a remove back", given, choose, kmhost::undo);

@@ -3,6 +3,7 @@
 
 #include "operations.h"
 #include "options.h"
+#include "stream_options.h"
 #include "worker.h"
 
 #include <CLI/CLI.hpp>
@@ -24,9 +25,10 @@ using choose_command = std::function<void(const char* name, bool only_reads, boo
                                           kmhost::worker_body body)>;
 
 // commit, accept, undo, rollback, verify, repair, preview, explain, resume, upgrade, delta,
-// who-uses, history. `options` and `given` are lent.
+// who-uses, history. `options`, `given` and
+// `stream` are lent.
 void add_life_commands(CLI::App& app, const global_options& options, life_arguments& given,
-                       const choose_command& choose);
+                       stream_arguments& stream, const choose_command& choose);
 
 // --force and the like of install and remove, as bits of `mode`.
 void add_mode_options(CLI::App& command, unsigned& mode, bool installs);

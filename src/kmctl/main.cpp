@@ -2,6 +2,7 @@
 // no format
 // invariants: exactly one outcome is printed per call; the engine never runs in this process
 #include "definition_commands.h"
+#include "engine_run.h"
 #include "life_commands.h"
 #include "location.h"
 #include "operations.h"
@@ -9,6 +10,7 @@
 #include "print.h"
 #include "queries.h"
 #include "run_log.h"
+#include "stream_options.h"
 #include "trace_option.h"
 
 #include <CLI/CLI.hpp>
@@ -38,6 +40,7 @@ struct chosen {
 struct arguments {
     kmctl::life_arguments life;
     kmctl::definition_arguments definition;
+    kmctl::stream_arguments stream;
     kmhost::operation_request operation;
     std::string target;
     std::string key, value;
@@ -103,19 +106,22 @@ void refuse_fault_of_mode(unsigned mode) {
 }
 
 void add_install(CLI::App& app, arguments& given, chosen& choice) {
-    auto* one = app.add_subcommand("install", "Install a package file");
+    auto* one = app.add_subcommand("install", "Install a package file, or one from a server");
     auto& operation = given.operation;
-    one->add_option("FILE", operation.target, "Package file")->required();
+    one->add_option("FILE", operation.target, "Package file, or its address")->required();
     one->add_option("-D,--define", operation.definitions, "Value of a variable")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     kmctl::add_mode_options(*one, operation.mode, true);
+    kmctl::add_stream_options(*one, given.stream, operation);
     one->add_flag("-n,--dry-run", operation.dry_run, "Tell what would be done, and do nothing");
     one->add_flag("-y,--yes", given.yes, "Ask nothing (there are no questions yet)");
     one->callback([&] {
         choice.command = "install";
         choice.only_reads = choice.only_answers = operation.dry_run;
         refuse_fault_of_mode(operation.mode);
+        if (const auto fault = kmctl::fault_of_stream(operation); !fault.empty())
+            throw CLI::ValidationError(fault);
         choice.body = [&operation](kmhost::worker_line& line, outcome& result) {
             kmhost::install(operation, line, result);
         };
@@ -210,7 +216,7 @@ void add_commands(CLI::App& app, arguments& given, const global_options& options
               choice, [](const std::string&, outcome& result) { kmhost::variables(result); });
     add_check(app, given, options, choice);
     kmctl::add_life_commands(
-        app, options, given.life,
+        app, options, given.life, given.stream,
         [&choice](const char* name, bool only_reads, bool only_answers, kmhost::worker_body body) {
             choice.command = name;
             choice.only_reads = only_reads;
@@ -285,10 +291,16 @@ outcome carry_out(const global_options& options, const arguments& given, const c
         temporary = std::make_unique<kmhost::temporary_state>();
         where.state = temporary->path();
     }
-    const auto body = [&](kmhost::worker_line& line, outcome& result) {
+    const auto enter = [&](kmhost::worker_line& line, outcome& result) {
         if (!kmhost::enter_location(where, result))
             return;
         kmctl::start_trace(options);
+        kmhost::set_hooks(line, nullptr);
+    };
+    const auto body = [&](kmhost::worker_line& line, outcome& result) {
+        enter(line, result);
+        if (result.failed())
+            return;
         if (options.verbose)
             result.info("location", "State in " + kmhost::setting("product_dir") + ", root " +
                                         (where.root.empty() ? "/" : where.root) + ".");
@@ -301,7 +313,7 @@ outcome carry_out(const global_options& options, const arguments& given, const c
     };
     const auto watch = kmctl::make_progress_line(options, choice.command);
     kmhost::worker_end end;
-    outcome result = kmhost::run_worker(body, watch, &end);
+    outcome result = kmctl::run_with_retries(options, given.stream, body, enter, watch, end);
     kmctl::end_progress_line(options);
     if (is_logged || end.ended_early)
         kmhost::run_log(end.note, words).ended(result, end.ended_early);

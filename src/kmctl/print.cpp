@@ -103,6 +103,12 @@ kmhost::progress_watcher make_progress_line(const global_options& options,
     };
 }
 
+void print_at_once(const global_options& options, const kmhost::message& one) {
+    if (!options.json)
+        print_message(options, one);
+    std::fflush(stderr);
+}
+
 void end_progress_line(const global_options& options) {
     if (wants_progress(options))
         std::fputs("\r\x1b[K", stderr);

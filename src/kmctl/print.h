@@ -20,6 +20,9 @@ bool print_outcome(const global_options& options, const std::string& command,
 kmhost::progress_watcher make_progress_line(const global_options& options,
                                             const std::string& command);
 
+// A message for people that cannot wait for the outcome; nothing with --json, whose object has it.
+void print_at_once(const global_options& options, const kmhost::message& one);
+
 // Wipes a line of progress that stands on the terminal.
 void end_progress_line(const global_options& options);
 

@@ -66,17 +66,20 @@ class switched_off {
     std::int32_t kept_;
 };
 
-bool stops_here(int action, int phase) {
+// The result of a command that is not run because somebody asked for that; else success.
+cm_result stops_here(int action, int phase) {
     const bool works = phase == p_do || phase == p_prepare || phase == p_commit;
-    return works && (action == a_execute || action == a_reverse) && stop_requested();
+    if (!works || (action != a_execute && action != a_reverse))
+        return cm_command::success;
+    if (take_failure_request())
+        return cm_command::failure;
+    return stop_requested() ? cm_command::success_retry : cm_command::success;
 }
 } // namespace
 
 void km_add_command::do_execute(int action, int phase) {
-    if (stops_here(action, phase)) {
-        result = success_retry;
+    if ((result = stops_here(action, phase)) != success)
         return;
-    }
     tell_index(object, command_index);
     if (action == a_reverse && takes_back_prepared(phase))
         return;
@@ -160,10 +163,8 @@ void km_remove_command::can_execute(int action, int phase) {
 }
 
 void km_remove_command::do_execute(int action, int phase) {
-    if (stops_here(action, phase)) {
-        result = success_retry;
+    if ((result = stops_here(action, phase)) != success)
         return;
-    }
     tell_index(object, command_index);
     cm_remove_object::do_execute(action, phase);
 }

@@ -236,8 +236,9 @@ void program_command::do_execute(int action, int phase) {
         return;
     const program* one = program_for(action, phase);
     const bool lays = files.tree() && action == a_execute && (phase == p_do || phase == p_prepare);
-    if (!verifies && (lays || (one && does_work(phase))) && stop_requested()) {
-        result = success_retry;
+    if (!verifies && (lays || (one && does_work(phase))) &&
+        (stop_requested() || take_failure_request())) {
+        result = stop_requested() ? success_retry : failure;
         return;
     }
     if (lays && !lay_files())

@@ -8,4 +8,9 @@ namespace km {
 void request_stop();
 bool stop_requested();
 
+// The next command that would change something fails instead, so that its operation is taken back
+// by its own rules. One command only: those that take back must not.
+void request_failure();
+bool take_failure_request();
+
 } // namespace km

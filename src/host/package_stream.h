@@ -1,0 +1,59 @@
+// package_stream: a package that arrives from a server while it is installed
+#pragma once
+
+#include "package_file.h"
+#include "session.h"
+#include "source_note.h"
+
+#include <optional>
+#include <string>
+
+namespace kmhost {
+
+// Opens the stream at an offset, with a reader of entries over it. With a note it must be the file
+// that the note tells of, and the digest goes on from its state there; without that state the
+// stream is read from its start. False: `result` says why, and the parent knows.
+bool open_stream(const std::string& address, const source_note* note, long offset,
+                 opened_package& into, outcome& result);
+
+// Tells in `result` and to the parent why a stream failed; false.
+bool tell_fault(const http_stream& stream, const std::string& address, outcome& result);
+
+// Gives the package the fields of a run from a stream, which went on from `offset` (0: it begins).
+void connect(km::cm_package& package, opened_package& opened, long offset);
+
+// Notes where the package comes from, before its first change. What an earlier run of the same
+// address noted is kept. False: `result` says why it cannot be written.
+bool note_source(const package_id& id, const std::string& address, const opened_package& opened,
+                 const source_note& wanted, outcome& result);
+
+// The operation has ended: the note goes, unless it goes on behind a reboot.
+void end_source(const session& at);
+// Notes of no operation that is open.
+void sweep_sources(const catalog_store& store);
+
+// The profile of a cut run of `command` from that address, with which it goes on without the tree
+// from the server; "" if there is none.
+std::string profile_of_cut_run(const std::string& command, const std::string& address);
+
+// As continue_run, with the data from the server.
+bool continue_stream(session& at, opened_package& opened, km::cm_result& answer);
+
+// Behind an operation that succeeded: reads what is left of the file and compares its digest, if
+// one was asked for. Where it is right and that was wished, the backup goes. Where it differs, the
+// operation is taken back, with its intent and its note, and the catalog is closed. False: that, or
+// it could not be found out yet; `result` of the session says which.
+bool settle_digest(session& at, opened_package& opened, worker_line& line);
+
+// Takes back an operation whose stream cannot go on: from its backup, or by removing what was put
+// in place. No server is asked.
+void take_back(const package_id& id, long wait_seconds, worker_line& line, outcome& result);
+
+// What a person is told about a package that waits for its stream.
+std::string loss_words(const stream_loss& loss);
+// What became of the stream of this process, if it has failed.
+std::optional<stream_loss> current_loss();
+// The catalog entry is about to be stored: the state of the digest must be there before it.
+void keep_digest_state();
+
+} // namespace kmhost
