@@ -79,7 +79,8 @@ bool tell_fault(const http_stream& stream, const std::string& address, outcome& 
     const auto loss = current_loss();
     tell_lost_stream();
     if (loss && loss->is_pending) {
-        result.fail(exit_busy, id_of(stream.fault()), loss_words(*loss), "pending");
+        constexpr const char* waits = "pending";
+        result.fail(exit_busy, id_of(stream.fault()), loss_words(*loss), waits);
         return false;
     }
     const bool missing = stream.fault() == net_fault::missing;

@@ -114,7 +114,7 @@ outcome run_with_retries(const global_options& options, const stream_arguments& 
                          const kmhost::worker_body& body, const kmhost::worker_body& before_each,
                          const kmhost::progress_watcher& watch, kmhost::worker_end& end) {
     long tried = 0, furthest = -1, seconds = given.retry_wait;
-    std::vector<kmhost::message> told;
+    outcome told;
     for (;;) {
         outcome result = kmhost::run_worker(body, watch, &end);
         const auto loss = end.loss;
@@ -130,14 +130,14 @@ outcome run_with_retries(const global_options& options, const stream_arguments& 
         const bool again = loss && result.failed() && loss->can_be_retried && tried < given.retries;
         if (again) {
             ++tried;
-            told.push_back({"retry", kmhost::severity::warning,
-                            try_words(*loss, tried, given.retries, seconds)});
+            told.warn("retry", try_words(*loss, tried, given.retries, seconds));
             end_progress_line(options);
-            print_at_once(options, told.back());
+            print_at_once(options, told.messages.back());
         }
         if (!again || !pause(seconds)) {
             if (options.json)
-                result.messages.insert(result.messages.begin(), told.begin(), told.end());
+                result.messages.insert(result.messages.begin(), told.messages.begin(),
+                                       told.messages.end());
             return result;
         }
         seconds = std::min(seconds * 2, longest_pause);

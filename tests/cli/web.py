@@ -1,0 +1,225 @@
+"""Servers for the tests of packages from a network, all on loopback: a real nginx, and in front of it a
+proxy that misbehaves in the ways that a test asks for and counts what it hands out."""
+import http.client
+import os
+import shutil
+import socket
+import ssl
+import subprocess
+import tempfile
+import threading
+import time
+
+NGINX = shutil.which("nginx", path=os.environ.get("PATH", "") + ":/usr/sbin:/sbin")
+
+CONFIG = """
+daemon off; master_process off; worker_processes 1; pid {dir}/pid;
+error_log {dir}/error.log; {user}
+events {{ worker_connections 64; }}
+http {{
+    client_body_temp_path {dir}/t1; proxy_temp_path {dir}/t2; fastcgi_temp_path {dir}/t3;
+    uwsgi_temp_path {dir}/t4; scgi_temp_path {dir}/t5;
+    access_log off; sendfile on; gzip on; gzip_types *; gzip_min_length 1;
+    server {{ listen 127.0.0.1:{port}; root {top}; }}
+}}
+"""
+
+
+def free_port():
+    with socket.socket() as one:
+        one.bind(("127.0.0.1", 0))
+        return one.getsockname()[1]
+
+
+class Nginx:
+    """Serves a directory. A kernel's port is free for the moment only, so a few are tried."""
+
+    def __init__(self, top):
+        if not NGINX:
+            raise RuntimeError("nginx is not installed: these tests need it (Debian: nginx-light)")
+        self.dir = tempfile.mkdtemp(prefix="kmweb.")
+        os.chmod(self.dir, 0o755)
+        for _ in range(5):
+            self.port = free_port()
+            self.process = self.begin(top)
+            if self.answers():
+                return
+            self.end()
+        raise RuntimeError("nginx does not begin: " + open(self.dir + "/error.log").read())
+
+    def begin(self, top):
+        user = "user root;" if os.geteuid() == 0 else ""
+        with open(self.dir + "/nginx.conf", "w", encoding="utf-8") as out:
+            out.write(CONFIG.format(dir=self.dir, port=self.port, top=top, user=user))
+        return subprocess.Popen([NGINX, "-e", self.dir + "/error.log", "-c",
+                                 self.dir + "/nginx.conf"], stdin=subprocess.DEVNULL,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def answers(self):
+        for _ in range(100):
+            if self.process.poll() is not None:
+                return False
+            try:
+                socket.create_connection(("127.0.0.1", self.port), 1).close()
+                return True
+            except OSError:
+                time.sleep(0.05)
+        return False
+
+    def end(self):
+        if self.process.poll() is None:
+            self.process.terminate()
+        self.process.wait()
+
+    def close(self):
+        self.end()
+        shutil.rmtree(self.dir)
+
+
+class Faults:
+    """What the proxy does wrong. A number of bytes is of one answer's body."""
+
+    def __init__(self, **ways):
+        self.cut_every = ways.pop("cut_every", 0)  # the connection ends behind so many
+        self.stall_at = ways.pop("stall_at", -1)   # nothing more comes; once
+        self.status = ways.pop("status", None)     # (code, so many times)
+        self.drop = ways.pop("drop", 0)            # so many connections end without an answer
+        self.no_ranges = ways.pop("no_ranges", False)
+        self.path = ways.pop("path", None)         # every request is for this file
+        self.change = ways.pop("change", None)     # (behind so many requests, path)
+        self.head = ways.pop("head", None)         # raw answer in the place of the server's
+        self.edit = ways.pop("edit", None)         # function on the head's lines
+        self.on_bytes = ways.pop("on_bytes", None)  # called with the sum of all bytes
+        self.slow = ways.pop("slow", 0)            # seconds of rest per block
+        assert not ways, ways
+
+
+class Proxy:
+    def __init__(self, backend, faults=None, certificate=None):
+        self.backend, self.faults = backend, faults or Faults()
+        self.socket = socket.socket()
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 1 << 16)
+        self.socket.bind(("127.0.0.1", 0))
+        self.socket.listen(16)
+        self.port = self.socket.getsockname()[1]
+        self.tls = None
+        if certificate:
+            self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            self.tls.load_cert_chain(certificate)
+        self.requests, self.sent, self.ranges = 0, 0, []
+        self.is_open = True
+        self.thread = threading.Thread(target=self.accept, daemon=True)
+        self.thread.start()
+
+    def address(self, name):
+        return "%s://127.0.0.1:%d/%s" % ("https" if self.tls else "http", self.port, name)
+
+    def accept(self):
+        while self.is_open:
+            try:
+                client, _ = self.socket.accept()
+            except OSError:
+                return
+            threading.Thread(target=self.serve, args=(client,), daemon=True).start()
+
+    def serve(self, client):
+        try:
+            client.settimeout(60)
+            if self.tls:
+                client = self.tls.wrap_socket(client, server_side=True)
+            self.answer(client)
+        except (OSError, http.client.HTTPException):
+            pass
+        finally:
+            client.close()
+
+    def answer(self, client):
+        request = b""
+        while b"\r\n\r\n" not in request:
+            block = client.recv(65536)
+            if not block:
+                return
+            request += block
+        self.requests += 1
+        faults = self.faults
+        if faults.drop > 0:
+            faults.drop -= 1
+            return
+        if faults.head is not None:
+            for block in faults.head if not isinstance(faults.head, bytes) else [faults.head]:
+                client.sendall(block)
+            return
+        if faults.status and faults.status[1] > 0:
+            faults.status = (faults.status[0], faults.status[1] - 1)
+            client.sendall(b"HTTP/1.1 %d Bad\r\nContent-Length: 4\r\nConnection: close\r\n\r\noops"
+                           % faults.status[0])
+            return
+        self.pass_on(request, client)
+
+    def pass_on(self, request, client):
+        faults = self.faults
+        lines = request.split(b"\r\n\r\n")[0].decode("latin-1").split("\r\n")
+        path = lines[0].split(" ")[1]
+        if faults.path:
+            path = faults.path
+        if faults.change and self.requests > faults.change[0]:
+            path = faults.change[1]
+        headers = dict(line.split(": ", 1) for line in lines[1:])
+        self.ranges.append(headers.get("Range", ""))
+        if faults.no_ranges:
+            for name in ("Range", "If-Range"):
+                headers.pop(name, None)
+        headers["Connection"] = "close"
+        server = http.client.HTTPConnection("127.0.0.1", self.backend, timeout=60)
+        server.request("GET", path, headers=headers)
+        reply = server.getresponse()
+        head = ["HTTP/1.1 %d %s" % (reply.status, reply.reason)]
+        head += ["%s: %s" % one for one in reply.getheaders()
+                 if not (faults.no_ranges and one[0] == "Accept-Ranges")]
+        if faults.edit:
+            head = faults.edit(head)
+        client.sendall(("\r\n".join(head) + "\r\n\r\n").encode("latin-1"))
+        self.body(reply, client)
+        server.close()
+
+    def body(self, reply, client):
+        faults, of_this = self.faults, 0
+        while True:
+            wanted = 16384
+            if faults.cut_every:
+                wanted = min(wanted, faults.cut_every - of_this)
+            if faults.stall_at >= 0:
+                wanted = min(wanted, faults.stall_at - of_this)
+            if wanted <= 0:
+                if faults.stall_at >= 0 and of_this >= faults.stall_at:
+                    faults.stall_at = -1
+                    client.recv(1)  # until the other side has had enough
+                return
+            block = reply.read(wanted)
+            if not block:
+                return
+            client.sendall(block)
+            of_this += len(block)
+            self.sent += len(block)
+            if faults.on_bytes:
+                faults.on_bytes(self.sent)
+            if faults.slow:
+                time.sleep(faults.slow)
+
+    def close(self):
+        self.is_open = False
+        self.socket.close()
+
+
+def certificate(where):
+    """A key and a certificate of 127.0.0.1 signed by itself, in one file, and the certificate alone."""
+    both, alone = os.path.join(where, "both.pem"), os.path.join(where, "ca.pem")
+    key = os.path.join(where, "key.pem")
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
+                    "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out",
+                    alone], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    with open(both, "wb") as out:
+        for name in (key, alone):
+            with open(name, "rb") as part:
+                out.write(part.read())
+    return both, alone
