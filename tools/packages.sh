@@ -17,6 +17,8 @@ km_missing_packages() {
     need nlohmann-json3-dev "header nlohmann/json.hpp"
     need libgtest-dev "header gtest/gtest.h"
     need unzip "command -v unzip"
+    need openssl "command -v openssl"
+    need nginx-light "command -v nginx || test -x /usr/sbin/nginx"
     echo "$missing"
 }
 

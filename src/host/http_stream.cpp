@@ -352,7 +352,10 @@ void http_stream::transfer::set_options() {
 void http_stream::transfer::set_range() {
     if (received == 0)
         return;
-    set(CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(received));
+    if (parts.scheme == "file")
+        set(CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(received));
+    else // an answer with all of the file is as good
+        set(CURLOPT_RANGE, (std::to_string(received) + "-").c_str());
     const bool is_strong = !identity.etag.empty() && identity.etag.compare(0, 2, "W/") != 0;
     const std::string& mark = is_strong ? identity.etag : identity.modified;
     if (!mark.empty() && parts.scheme != "file")

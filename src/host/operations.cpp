@@ -119,7 +119,8 @@ operation_request prepared(const operation_request& given) {
         return request;
     if (!(request.mode & (km::m_undoable | km::m_undo_ability_transactional)))
         request.mode = (request.mode & ~unsigned{km::m_preferably_undoable}) | km::m_undoable;
-    request.mode &= ~unsigned{km::m_auto_accept}; // behind the digest
+    request.accepts = request.mode & km::m_auto_accept;
+    request.mode &= ~unsigned{km::m_auto_accept};
     return request;
 }
 
@@ -154,13 +155,9 @@ void change_by_install(const operation_request& request, const intent& wanted, s
                        opened_package& opened, worker_line& line) {
     const bool streamed = is_address(request.target);
     const auto cut = intent_of(at.id);
-    const source_note source{{},
-                             {},
-                             request.expected,
-                             {},
-                             request.goes_back,
-                             static_cast<bool>(request.mode & km::m_auto_accept)};
-    if (streamed && !note_source(at.id, request.target, opened, source, at.result()))
+    const source_note source{{}, {}, request.expected, {}, request.goes_back, request.accepts};
+    const bool goes_on = goes_on_from_profile(at.id, at.entry(), request.mode);
+    if (streamed && !note_source(at.id, request.target, opened, goes_on, source, at.result()))
         return;
     if (!write_intent(wanted, at.result()))
         return;

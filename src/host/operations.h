@@ -17,6 +17,7 @@ struct operation_request {
     long wait_seconds = 30;
     bool resuming = false;  // from `resume`: what was cut is this very command
     std::string expected;   // digest that the package file must have; "" any
+    bool accepts = false;   // the backup goes once the digest of a stream was right
     bool goes_back = false; // a stream that cannot go on is taken back
 };
 

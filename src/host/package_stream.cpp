@@ -145,9 +145,19 @@ void connect(km::cm_package& package, opened_package& opened, long offset) {
 }
 
 bool note_source(const package_id& id, const std::string& address, const opened_package& opened,
-                 const source_note& wanted, outcome& result) {
+                 bool goes_on, const source_note& wanted, outcome& result) {
     source_note note = wanted;
     const auto before = source_of(id);
+    if (goes_on && before && opened.stream) {
+        const source_identity of_other{{}, {}, before->identity.size};
+        if (const auto what = difference(of_other, opened.stream->identity()); !what.empty()) {
+            result.fail(exit_refused, "source_changed",
+                        address + " is not the file that " + id.text() + " was begun with, from " +
+                            before->address + ": " + what + ". '--force' begins anew.",
+                        "refused");
+            return false;
+        }
+    }
     if (!opened.stream && before) { // it goes on
         note.identity = before->identity;
         note.states = before->states;

@@ -23,9 +23,10 @@ bool tell_fault(const http_stream& stream, const std::string& address, outcome& 
 void connect(km::cm_package& package, opened_package& opened, long offset);
 
 // Notes where the package comes from, before its first change. What an earlier run of the same
-// address noted is kept. False: `result` says why it cannot be written.
+// address noted is kept; one that goes on with another address needs a file of the same size there.
+// False: `result` says why not.
 bool note_source(const package_id& id, const std::string& address, const opened_package& opened,
-                 const source_note& wanted, outcome& result);
+                 bool goes_on, const source_note& wanted, outcome& result);
 
 // The operation has ended: the note goes, unless it goes on behind a reboot.
 void end_source(const session& at);

@@ -381,7 +381,8 @@ bool upgrader::go_on() {
 bool upgrader::begin_stream() {
     const source_note source{{}, {}, request_.expected, {}, request_.goes_back, false};
     if (is_address(request_.target) &&
-        !note_source(at_.id, request_.target, opened_, source, result_))
+        !note_source(at_.id, request_.target, opened_, goes_on_from_profile(at_.id, at_.entry(), 0),
+                     source, result_))
         return false;
     if (opened_.stream)
         connect(package_, opened_, 0);

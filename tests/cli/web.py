@@ -81,6 +81,7 @@ class Faults:
 
     def __init__(self, **ways):
         self.cut_every = ways.pop("cut_every", 0)  # the connection ends behind so many
+        self.cuts = ways.pop("cuts", -1)           # so often; -1 always
         self.stall_at = ways.pop("stall_at", -1)   # nothing more comes; once
         self.status = ways.pop("status", None)     # (code, so many times)
         self.drop = ways.pop("drop", 0)            # so many connections end without an answer
@@ -186,11 +187,12 @@ class Proxy:
         faults, of_this = self.faults, 0
         while True:
             wanted = 16384
-            if faults.cut_every:
+            if faults.cut_every and faults.cuts:
                 wanted = min(wanted, faults.cut_every - of_this)
             if faults.stall_at >= 0:
                 wanted = min(wanted, faults.stall_at - of_this)
             if wanted <= 0:
+                faults.cuts -= 1
                 if faults.stall_at >= 0 and of_this >= faults.stall_at:
                     faults.stall_at = -1
                     client.recv(1)  # until the other side has had enough
