@@ -88,7 +88,7 @@ void check_files(const listed_package& one, outcome& result) {
                         "' makes the package final.");
     const std::string next = advice(one.id, *one.entry);
     if (!next.empty())
-        result.warn("state", one.id.text() + ": " + it_is(one.entry) + ". " + next);
+        result.warn("state", one.id.text() + ": " + it_is(one.id, one.entry) + ". " + next);
 }
 
 std::set<std::string> named_files(const km::Persistent_Hashtable& catalog) {

@@ -19,22 +19,13 @@ std::string absolute_path(const std::string& path) {
     return error ? path : full.lexically_normal().string();
 }
 
-namespace {
-// A kill behind a checkpoint of a stream. The entry speaks of a reboot then, as ever in front of a
-// command that may ask for one.
-bool stopped_at_checkpoint(const package_id& id, const km::cm_catalog_entry& entry) {
-    return entry.current_result == km::cm_command::success_reboot_now && source_of(id) &&
-           !is_noted_for_reboot(id);
-}
-} // namespace
-
 bool goes_on_from_profile(const package_id& id, const km::cm_catalog_entry* entry, unsigned mode) {
     if (entry && (mode & km::m_during_reboot) && waits_for_reboot(*entry))
         return true;
     return entry && !(mode & km::m_force) && entry->last_action == km::a_execute &&
            entry->cm_status == entry->current_cm_status &&
            (entry->current_result == km::cm_command::success_retry ||
-            stopped_at_checkpoint(id, *entry));
+            is_cut_at_checkpoint(id, *entry));
 }
 
 bool continue_run(session& at, opened_package& opened, const std::string& file,

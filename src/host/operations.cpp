@@ -155,7 +155,7 @@ void change_by_install(const operation_request& request, const intent& wanted, s
                        opened_package& opened, worker_line& line) {
     const bool streamed = is_address(request.target);
     const auto cut = intent_of(at.id);
-    const source_note source{{}, {}, request.expected, {}, request.goes_back, request.accepts};
+    const source_note source = noted_wishes(request);
     const bool goes_on = goes_on_from_profile(at.id, at.entry(), request.mode);
     if (streamed && !note_source(at.id, request.target, opened, goes_on, source, at.result()))
         return;

@@ -29,7 +29,7 @@ package_id current_id() {
     if (current.package)
         return {current.package->name.mbcs_str(), current.package->version.mbcs_str()};
     for (const auto& cut : read_intents())
-        if (cut.file == current.address && source_of(cut.id))
+        if (cut.file == current.address)
             return cut.id;
     return {};
 }
@@ -144,13 +144,26 @@ void connect(km::cm_package& package, opened_package& opened, long offset) {
         package.package_mask = machine_and_user;
 }
 
+source_note noted_wishes(const operation_request& request) {
+    source_note note;
+    note.expected = request.expected;
+    note.goes_back = request.goes_back;
+    note.accepts = request.accepts;
+    return note;
+}
+
 bool note_source(const package_id& id, const std::string& address, const opened_package& opened,
                  bool goes_on, const source_note& wanted, outcome& result) {
     source_note note = wanted;
     const auto before = source_of(id);
+    const bool same_place = before && before->address == address;
+    if (opened.stream)
+        note.identity = opened.stream->identity();
     if (goes_on && before && opened.stream) {
-        const source_identity of_other{{}, {}, before->identity.size};
-        if (const auto what = difference(of_other, opened.stream->identity()); !what.empty()) {
+        source_identity then = before->identity;
+        if (!same_place) // only the size can be compared
+            then.etag = then.modified = "";
+        if (const auto what = difference(then, note.identity); !what.empty()) {
             result.fail(exit_refused, "source_changed",
                         address + " is not the file that " + id.text() + " was begun with, from " +
                             before->address + ": " + what + ". '--force' begins anew.",
@@ -158,15 +171,15 @@ bool note_source(const package_id& id, const std::string& address, const opened_
             return false;
         }
     }
-    if (!opened.stream && before) { // it goes on
-        note.identity = before->identity;
-        note.states = before->states;
+    if (before && (goes_on || !opened.stream)) {
+        if (same_place) {
+            note.identity = before->identity;
+            note.states = before->states;
+        }
         if (note.expected.empty())
             note.expected = before->expected;
         note.goes_back = note.goes_back || before->goes_back;
         note.accepts = note.accepts || before->accepts;
-    } else if (opened.stream) {
-        note.identity = opened.stream->identity();
     }
     note.address = address;
     return write_source(id, note, result);

@@ -1,6 +1,7 @@
 // package_stream: a package that arrives from a server while it is installed
 #pragma once
 
+#include "operations.h"
 #include "package_file.h"
 #include "session.h"
 #include "source_note.h"
@@ -22,6 +23,8 @@ bool tell_fault(const http_stream& stream, const std::string& address, outcome& 
 // Gives the package the fields of a run from a stream, which went on from `offset` (0: it begins).
 void connect(km::cm_package& package, opened_package& opened, long offset);
 
+// What a request tells of the note.
+source_note noted_wishes(const operation_request& request);
 // Notes where the package comes from, before its first change. What an earlier run of the same
 // address noted is kept; one that goes on with another address needs a file of the same size there.
 // False: `result` says why not.

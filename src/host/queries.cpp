@@ -46,7 +46,7 @@ json entry_json(const listed_package& one) {
     return {{"name", one.id.name},
             {"version", one.id.version},
             {"state", letters_of(one.entry)},
-            {"state_text", state_words(one.entry)},
+            {"state_text", state_words(one.id, one.entry)},
             {"result", km::result_text(one.entry->entry_operation_result)},
             {"installed", one.entry->installed_filepack_time}};
 }
@@ -71,7 +71,7 @@ void list(const std::string& pattern, outcome& result) {
     for (const auto& one : all) {
         result.data["packages"].push_back(entry_json(one));
         result.text += padded(one.id.name, names) + "  " + padded(one.id.version, versions) + "  " +
-                       letters_of(one.entry) + "  " + state_words(one.entry) + "\n";
+                       letters_of(one.entry) + "  " + state_words(one.id, one.entry) + "\n";
     }
     if (all.empty())
         result.info("empty", pattern.empty() ? "No package is installed."
@@ -85,12 +85,12 @@ void status(const std::string& target, outcome& result) {
         return;
     const auto& entry = *store.find(id.name, id.version);
     result.package = facts_of(id, &entry);
-    result.data["state_text"] = state_words(&entry);
+    result.data["state_text"] = state_words(id, &entry);
     result.data["changed"] = entry.installed_filepack_time;
     result.data["profile"] = entry.profile_name.mbcs_str();
     const std::string next = next_steps(id, entry);
     result.data["advice"] = next;
-    result.text = id.text() + "\n" + letters_of(&entry) + "  " + state_words(&entry) + "\n" +
+    result.text = id.text() + "\n" + letters_of(&entry) + "  " + state_words(id, &entry) + "\n" +
                   "last result: " + km::result_text(entry.entry_operation_result) + "\n" +
                   "last change: " + time_words(entry.installed_filepack_time) + "\n" +
                   "profile:     " + entry.profile_name.mbcs_str() + "\n" +

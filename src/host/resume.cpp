@@ -144,7 +144,7 @@ void tell_waiting(const operation_request& request, worker_line& line, outcome& 
     for (const auto& one : find_packages(at.store.catalog(), "")) {
         const std::string next = advice(one.id, *one.entry);
         if (is_meant(one.id, request.target) && !next.empty())
-            result.warn("state", one.id.text() + ": " + it_is(one.entry) + ". " + next);
+            result.warn("state", one.id.text() + ": " + it_is(one.id, one.entry) + ". " + next);
     }
 }
 

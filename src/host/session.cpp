@@ -197,7 +197,7 @@ void session::tell_failure(const km::cm_package& package, const char* word) {
     else if (!now)
         text += "; files may have been put in place, and the catalog does not know of them";
     if (now)
-        text += "; " + it_is(now);
+        text += "; " + it_is(id, now);
     const std::string next = now ? advice(id, *now) : "";
     text += next.empty() ? ". Remove the cause and run the same command again." : ". " + next;
     result_.fail(exit_failed, "failed", text);

@@ -379,7 +379,7 @@ bool upgrader::go_on() {
 
 // What is read from a server has a note of where it comes from.
 bool upgrader::begin_stream() {
-    const source_note source{{}, {}, request_.expected, {}, request_.goes_back, false};
+    const source_note source = noted_wishes(request_);
     if (is_address(request_.target) &&
         !note_source(at_.id, request_.target, opened_, goes_on_from_profile(at_.id, at_.entry(), 0),
                      source, result_))

@@ -5,6 +5,8 @@
 
 #include "command.h"
 #include "package_version.h"
+#include "reboot.h"
+#include "source_note.h"
 #include "status_words.h"
 
 namespace kmhost {
@@ -72,6 +74,35 @@ std::string it_is(const km::cm_catalog_entry* entry) {
     return (is_sentence ? "" : "it is ") + words + " (" + letters_of(entry) + ")";
 }
 
+bool is_cut_at_checkpoint(const package_id& id, const km::cm_catalog_entry& entry) {
+    return entry.current_result == km::cm_command::success_reboot_now && source_of(id) &&
+           !is_noted_for_reboot(id);
+}
+
+namespace {
+// As people are to see it.
+km::cm_catalog_entry seen(const package_id& id, const km::cm_catalog_entry& entry) {
+    km::cm_catalog_entry copy(entry);
+    if (is_cut_at_checkpoint(id, entry))
+        copy.current_result = km::cm_command::success_retry;
+    return copy;
+}
+} // namespace
+
+std::string state_words(const package_id& id, const km::cm_catalog_entry* entry) {
+    if (!entry)
+        return state_words(entry);
+    const km::cm_catalog_entry copy = seen(id, *entry);
+    return state_words(&copy);
+}
+
+std::string it_is(const package_id& id, const km::cm_catalog_entry* entry) {
+    if (!entry)
+        return it_is(entry);
+    const km::cm_catalog_entry copy = seen(id, *entry);
+    return it_is(&copy);
+}
+
 bool found_different(const km::cm_catalog_entry& entry) {
     return entry.current_cm_status == km::cs_error && entry.last_action == km::a_execute &&
            (entry.cm_status == km::cs_committed || entry.cm_status == km::cs_committed_undoable ||
@@ -125,6 +156,8 @@ std::string advice(const package_id& id, const km::cm_catalog_entry& entry) {
         return call("verify", id) + " tells what differs. " + advice_on_difference(id, entry);
     if ((entry.cm_status | entry.current_cm_status) & km::cs_error)
         return advice_on_error(id, entry);
+    if (is_cut_at_checkpoint(id, entry))
+        return call("resume", id) + " goes on where it stopped.";
     if (entry.current_result >= 1 && entry.current_result <= 5)
         return "It waits for a reboot of this machine; 'kmctl resume " + id.text() +
                "' goes on behind it.";
@@ -222,7 +255,7 @@ void tell_refusal(int gate_answer, const char* operation, const package_id& id,
         result.fail(exit_failed, "catalog", head + ": its catalog entry cannot be read.");
         return;
     default:
-        result.fail(exit_refused, "state", head + ": " + it_is(entry) + "." + tail, "refused");
+        result.fail(exit_refused, "state", head + ": " + it_is(id, entry) + "." + tail, "refused");
     }
 }
 

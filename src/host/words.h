@@ -23,9 +23,17 @@ std::string letters_of(const km::cm_catalog_entry* entry);
 // "installed", "removed, but in error: its last operation failed" and so on.
 std::string state_words(const km::cm_catalog_entry* entry);
 
+// The same of a package that is known by name: behind a checkpoint of its stream the entry speaks
+// of a reboot, and none is waited for.
+std::string state_words(const package_id& id, const km::cm_catalog_entry* entry);
+
 // The same in a sentence, with the letters: "it is installed (IC---)", "its removal is prepared
 // (RP---)".
 std::string it_is(const km::cm_catalog_entry* entry);
+std::string it_is(const package_id& id, const km::cm_catalog_entry* entry);
+
+// The operation was cut behind a checkpoint of its stream, and waits for no reboot.
+bool is_cut_at_checkpoint(const package_id& id, const km::cm_catalog_entry& entry);
 
 // In error although no operation that put it in place failed: a verify found a difference, or a
 // removal stopped half way.

@@ -298,7 +298,7 @@ int unzipping_channel::pass_over_stored() {
         const long gone = inner_->ignore(std::min<long>(remaining_, scratch_size));
         if (gone < 0 || (gone == 0 && ++empty_reads >= most_empty_reads)) {
             KM_TRACE(trace_error, "common", "fatal error");
-            if (!status_)
+            if (!status_ && inner_->get_error() != channel_network) // that one goes on later
                 status_ = channel_fatal_read;
             return 0;
         }

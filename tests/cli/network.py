@@ -242,6 +242,7 @@ class BrokenLines(NetworkCase):
                                                               proxy.address("p.spb")])
                     self.assertIn(code, (0, 10), told)
                     first = proxy.sent
+                    self.assertNotIn("reboot", self.km("status", "p", code=None).out)
                     if code == 10 and self.km_json("resume")["outcome"] == "nothing":
                         self.km("install", *mode, proxy.address("p.spb"))  # nothing was begun
                     # At most what came since the last place, and what the line holds.
