@@ -153,7 +153,10 @@ bool cm_package::store_success(run& at) {
     entry.cm_status = entry.current_cm_status;
     entry.operation_in_progress = o_none;
     at.profile->encode_messages = 0;
-    if (!write_new_profile(at))
+    // What leaves the catalog at once keeps its old profile for this moment.
+    const bool leaves =
+        entry.cm_status == cs_committed && entry.inverse_action && entry.last_action == a_reverse;
+    if (!leaves && !write_new_profile(at))
         return false;
     entry.set_discovered(0);
     if (!store_entry_now(*this)) {
@@ -161,8 +164,9 @@ bool cm_package::store_success(run& at) {
         internal_error = ie_catalog_update;
         return false;
     }
-    remove_profile(at.old_profile);
-    if (entry.cm_status == cs_committed && entry.inverse_action && entry.last_action == a_reverse) {
+    if (!leaves)
+        remove_profile(at.old_profile);
+    if (leaves) {
         KM_TRACE(trace_info, "common", "delete references in case.....");
         if (delete_package_reference(1, 1) != success)
             return false;
