@@ -3,7 +3,8 @@
 // invariant: what was flushed early is never taken for durable
 #include "early_flush.h"
 
-#include <csignal>
+#include "background_thread.h"
+
 #include <fcntl.h>
 #include <map>
 #include <pthread.h>
@@ -49,24 +50,12 @@ void* flush_for_ever(void*) {
             ::syncfs(one.second);
 }
 
-// Signals are for the thread that works. Without a thread all is flushed at the end.
-bool start_thread() {
-    sigset_t all, before;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    pthread_t thread;
-    const bool started = ::pthread_create(&thread, nullptr, flush_for_ever, nullptr) == 0;
-    if (started)
-        ::pthread_detach(thread);
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return started;
-}
-
 void ask_for_flush(flusher& all) {
     all.changes = 0;
     all.bytes = 0;
     all.is_worth_it = true;
-    if (!all.runs && !(all.runs = start_thread()))
+    // Without a thread all is flushed at the end.
+    if (!all.runs && !(all.runs = start_background_thread(flush_for_ever)))
         return;
     ::pthread_mutex_lock(&all.lock);
     all.is_wanted = true;

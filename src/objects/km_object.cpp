@@ -218,6 +218,19 @@ cm_result km_object::make_parents(const std::string& of) {
 }
 
 namespace {
+struct emptied {
+    std::string directory;          // out of which the last file may have gone
+    std::string cleaned;            // the one that a cleanup saw last,
+    const cm_package* by = nullptr; // and whose
+};
+
+emptied& last_emptied() {
+    static emptied only;
+    return only;
+}
+
+std::string parent_of(const std::string& path) { return path.substr(0, path.find_last_of('/')); }
+
 // What others put into a directory, or made of it, is a reason to leave it, and no failure.
 bool is_reason_to_stay(int error) {
     return error == ENOTEMPTY || error == EEXIST || error == EBUSY || error == ENOTDIR ||
@@ -226,19 +239,42 @@ bool is_reason_to_stay(int error) {
 } // namespace
 
 cm_result km_object::remove_made_parents(const std::string& of) {
-    std::string parent = of;
-    while (package) {
-        const size_t slash = parent.find_last_of('/');
-        if (slash == std::string::npos || slash == 0)
-            break;
-        parent.erase(slash);
-        if (!made_by(*package, parent))
-            break;
+    emptied& last = last_emptied();
+    const std::string parent = parent_of(of);
+    if (parent == last.directory)
+        return cm_command::success;
+    const cm_result others = leave_directory();
+    last.by = nullptr;
+    if (package && !parent.empty() && made_by(*package, parent))
+        last.directory = parent;
+    return others;
+}
+
+// Nearly all of a directory's files go one after the other, and only behind the last one it can go
+// itself: it is tried when the walk comes to another one, and at the end.
+cm_result km_object::leave_directory() {
+    std::string parent;
+    parent.swap(last_emptied().directory);
+    while (package && !parent.empty() && made_by(*package, parent)) {
         if (!remove_name(parent, true))
             return is_reason_to_stay(errno) ? cm_command::success
                                             : fail("remove the directory", parent, errno);
+        parent = parent_of(parent);
     }
     return cm_command::success;
+}
+
+// A run that was cut behind the last file and did not come to its directory ends here.
+cm_result km_object::clean_parents() {
+    emptied& last = last_emptied();
+    const cm_result others = leave_directory();
+    std::string parent = parent_of(path_bytes());
+    if (others != cm_command::success || (last.by == package && last.cleaned == parent))
+        return others;
+    last.by = package;
+    last.cleaned = parent;
+    last.directory.swap(parent);
+    return leave_directory();
 }
 
 cm_result km_object::remove_own(const std::string& name) {
@@ -361,7 +397,7 @@ cm_result km_object::remove(int phase) {
     case p_do_cleanup:
     case p_commit_cleanup:
         drop_temporary();
-        return result;
+        return result = clean_parents();
     default:
         return result;
     }

@@ -101,8 +101,10 @@ class km_object : public cm_object {
     timespec modification_time() const;
     // Missing parents of `path`, each noted as made by the package before it is.
     cm_result make_parents(const std::string& of);
-    // Parents that this package made and that are empty now.
+    // Parents that this package made and that are empty now, as soon as the walk leaves them.
     cm_result remove_made_parents(const std::string& of);
+    cm_result leave_directory();
+    cm_result clean_parents();
     cm_result remove_own(const std::string& name);
     void drop_temporary();
     // The directory, with its '/', in which the staged copy waits: the nearest one that is there.

@@ -13,6 +13,7 @@
 #include "link_object.h"
 #include "object_messages.h"
 #include "stop_request.h"
+#include "target_root.h"
 #include "trclog.h"
 
 namespace km {
@@ -43,6 +44,7 @@ void km_add_command::export_(exporter& to) const {
 }
 
 void km_add_command::can_execute(int action, int phase) {
+    const one_look for_all_questions;
     tell_index(object, command_index);
     cm_add_object::can_execute(action, phase);
 }
@@ -80,6 +82,7 @@ cm_result stops_here(int action, int phase) {
 void km_add_command::do_execute(int action, int phase) {
     if ((result = stops_here(action, phase)) != success)
         return;
+    const one_look for_all_questions;
     tell_index(object, command_index);
     if (action == a_reverse && takes_back_prepared(phase))
         return;

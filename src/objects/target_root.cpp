@@ -4,6 +4,7 @@
 #include "target_root.h"
 
 #include "early_flush.h"
+#include "late_release.h"
 
 #include <cerrno>
 #include <cstring>
@@ -26,6 +27,14 @@ struct cached {
     int descriptor;
     bool has_device = false;
     dev_t device = 0;
+    bool takes_names = false;
+    bool gives_back_slowly = false;
+};
+
+struct look {
+    std::string path; // empty: none
+    struct stat about {};
+    int error = 0;
 };
 
 struct root_state {
@@ -34,6 +43,8 @@ struct root_state {
     std::vector<cached> directories;
     std::string absent; // a directory that was just found missing, with all below it
     std::map<dev_t, int> changed;
+    look last;
+    int kept_looks = 0;
     bool beyond_reach = false; // a changed file system of which no descriptor could be had
 };
 
@@ -97,7 +108,7 @@ int directory_of(const std::string& path) {
         ::close(all.front().descriptor);
         all.erase(all.begin());
     }
-    all.push_back({path, descriptor});
+    all.push_back({path, descriptor, false, 0, false, gives_back_slowly(descriptor)});
     return descriptor;
 }
 
@@ -105,12 +116,16 @@ bool well_formed(const std::string& path) {
     return !path.empty() && path[0] == '/' && path.find('\0') == std::string::npos;
 }
 
-// The file system of a directory; one of the cached is asked once. False with errno.
-bool device_of(int directory, dev_t& device) {
-    cached* known = nullptr;
+cached* cached_under(int directory) {
     for (cached& one : state().directories)
         if (one.descriptor == directory)
-            known = &one;
+            return &one;
+    return nullptr;
+}
+
+// The file system of a directory; one of the cached is asked once. False with errno.
+bool device_of(int directory, dev_t& device) {
+    cached* known = cached_under(directory);
     if (known && known->has_device) {
         device = known->device;
         return true;
@@ -231,13 +246,35 @@ void forget_directories() {
     state().directories.clear();
 }
 
-int look_at(const std::string& path, struct stat& about) {
+one_look::one_look() { ++state().kept_looks; }
+
+one_look::~one_look() {
+    --state().kept_looks;
+    state().last.path.clear();
+}
+
+namespace {
+int look_anew(const std::string& path, struct stat& about) {
     place where = locate(path);
     if (!where.found()) {
         errno = where.error;
         return 0;
     }
     return ::fstatat(where.directory, where.name.c_str(), &about, AT_SYMLINK_NOFOLLOW) == 0;
+}
+} // namespace
+
+int look_at(const std::string& path, struct stat& about) {
+    if (state().kept_looks == 0)
+        return look_anew(path, about);
+    look& last = state().last;
+    if (last.path != path) {
+        last.path = path;
+        last.error = look_anew(path, last.about) ? 0 : errno;
+    }
+    about = last.about;
+    errno = last.error;
+    return last.error == 0;
 }
 
 int open_for_reading(const std::string& path) {
@@ -271,7 +308,15 @@ int remove_name(const std::string& path, bool is_directory) {
         errno = where.error;
         return where.error == ENOENT || where.error == ENOTDIR;
     }
+    const cached* known = cached_under(where.directory);
+    const bool by_another = !is_directory && known && known->gives_back_slowly;
+    const int held = by_another ? hold_for_release(where.directory, where.name.c_str()) : -1;
     int done = ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
+    if (held >= 0) {
+        const int error = errno;
+        release_late(held);
+        errno = error;
+    }
     if (done != 0 && errno == EACCES) {
         writable_directory lifted(where.directory);
         done = ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
@@ -364,8 +409,14 @@ int link_name(const std::string& from, const std::string& to) {
 }
 
 int may_write_in(const place& where) {
-    if (::faccessat(where.directory, ".", W_OK | X_OK, AT_EACCESS) == 0)
+    cached* known = cached_under(where.directory);
+    if (known && known->takes_names)
         return 1;
+    if (::faccessat(where.directory, ".", W_OK | X_OK, AT_EACCESS) == 0) {
+        if (known)
+            known->takes_names = true;
+        return 1;
+    }
     if (errno != EACCES)
         return 0;
     mode_t mode = 0;
@@ -387,6 +438,7 @@ int room_in(int directory, unsigned long long& bytes, dev_t& device) {
 }
 
 void touched(int directory, int open_file) {
+    state().last.path.clear();
     dev_t device = 0;
     if (!device_of(directory, device) || state().changed.count(device))
         return;
@@ -406,6 +458,7 @@ void wrote_file(int directory, long bytes) {
 }
 
 int flush_touched() {
+    finish_releases();
     auto& changed = state().changed;
     int first_error = 0;
     if (state().beyond_reach)

@@ -47,6 +47,17 @@ void forget_directories();
 // errno.
 int look_at(const std::string& path, struct stat& about);
 
+// While alive, a look at the path that was looked at last is not repeated, until something is
+// changed through this header: the steps of one command ask for the same object one after the
+// other.
+class one_look {
+  public:
+    one_look();
+    ~one_look();
+    one_look(const one_look&) = delete;
+    one_look& operator=(const one_look&) = delete;
+};
+
 // Opens what stands at `path` for reading; a last symbolic link is refused (ELOOP). -1 with errno.
 int open_for_reading(const std::string& path);
 

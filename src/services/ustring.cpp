@@ -344,7 +344,8 @@ std::uint32_t ustring::hash_code() const {
 codable* ustring::clone() const { return new ustring(*this); }
 
 bool ustring::operator==(const ustring& other) const {
-    return length_ == other.length_ && traits::compare(buffer_, other.buffer_, length_) == 0;
+    return length_ == other.length_ &&
+           std::memcmp(buffer_, other.buffer_, length_ * sizeof *buffer_) == 0;
 }
 
 bool ustring::operator==(const codable& other) const {

@@ -3,6 +3,7 @@
 // invariant: what uxl_mbstowcs makes of any bytes, uxl_wcstombs turns back into the same bytes
 #include "base/uxl.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cstdint>
 #include <cstdlib>
@@ -207,11 +208,42 @@ int convert_whole(UConverter* from, UConverter* to, const char* in, size_t bytes
 
 } // namespace
 
+namespace {
+// Most texts are ASCII through and through. These take four characters at a time, up to the first
+// four that are not, and return how many were taken.
+size_t widen_ascii(char16_t* to, const char* from, size_t count) {
+    size_t at = 0;
+    for (std::uint32_t four; at + 4 <= count; at += 4) {
+        std::memcpy(&four, from + at, sizeof four);
+        if (four & 0x80808080U)
+            break;
+        for (size_t i = 0; to && i < 4; ++i)
+            to[at + i] = static_cast<char16_t>(from[at + i]);
+    }
+    return at;
+}
+
+size_t narrow_ascii(char* to, const char16_t* from, size_t count) {
+    size_t at = 0;
+    for (std::uint64_t four; at + 4 <= count; at += 4) {
+        std::memcpy(&four, from + at, sizeof four);
+        if (four & 0xFF80FF80FF80FF80U)
+            break;
+        for (size_t i = 0; to && i < 4; ++i)
+            to[at + i] = static_cast<char>(from[at + i]);
+    }
+    return at;
+}
+
+size_t room_for(bool written, size_t limit, size_t wanted) {
+    return written ? std::min(limit, wanted) : wanted;
+}
+} // namespace
+
 size_t uxl_mbsntowcs(int cp, char16_t* to, const char* from, size_t bytes, size_t limit) {
     UConverter* converter = converter_of(cp);
-    size_t units = 0;
-    for (size_t at = 0; at < bytes;) {
-        // Most texts are ASCII through and through.
+    size_t units = converter ? 0 : widen_ascii(to, from, room_for(to, limit, bytes));
+    for (size_t at = units; at < bytes;) {
         if (!converter && static_cast<unsigned char>(from[at]) < 0x80) {
             if (to && units == limit)
                 break;
@@ -244,8 +276,8 @@ size_t uxl_mbstowcs(int cp, char16_t* to, const char* from, size_t limit) {
 
 size_t uxl_wcsntombs(int cp, char* to, const char16_t* from, size_t units, size_t limit) {
     UConverter* converter = converter_of(cp);
-    size_t bytes = 0;
-    for (size_t at = 0; at < units;) {
+    size_t bytes = converter ? 0 : narrow_ascii(to, from, room_for(to, limit, units));
+    for (size_t at = bytes; at < units;) {
         if (!converter && from[at] < 0x80) {
             if (to && bytes == limit)
                 break;
