@@ -232,8 +232,8 @@ bool open_package(const std::string& path, const std::vector<std::string>& defin
     opened.reader = std::make_unique<km::unzipping_channel>(
         new km::file_input_channel(km::pathname(path.c_str())));
     opened.reader->set_skip_tail(0);
-    km::set_data_ahead(opened.reader.get(),
-                       std::make_unique<km::inflate_ahead>(path.c_str(), *directory));
+    km::set_data_ahead(opened.reader.get(), std::make_unique<km::inflate_ahead>(
+                                                path.c_str(), *directory, km::digest_of));
     return decode_package(path, definitions, messages, opened, result, substitute);
 }
 

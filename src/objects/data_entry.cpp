@@ -70,7 +70,7 @@ void set_data_ahead(const unzipping_channel* in, std::unique_ptr<inflate_ahead> 
     ahead.helper = std::move(helper);
 }
 
-std::unique_ptr<std::string> take_data_ahead(unzipping_channel& in) {
+std::unique_ptr<inflate_ahead::entry_data> take_data_ahead(unzipping_channel& in) {
     if (&in != ahead.of || !ahead.helper || !in.current_entry() || in.is_touched())
         return nullptr;
     long packed = 0;

@@ -27,12 +27,13 @@ enum class alignment { mine, not_ahead, lost_stream, damaged };
 // Opens the entry of that number, passing over those of commands before it.
 alignment align(unzipping_channel& in, std::int32_t sequence);
 
-// Somebody inflates the entries of the container that `in` reads from its start; null ends that,
+// Somebody inflates the entries of the container that `in` reads from its start, and makes their
+// SHA-256; null ends that,
 // and must come before the end of `in`.
 void set_data_ahead(const unzipping_channel* in, std::unique_ptr<inflate_ahead> helper);
 
-// The data of the open entry, if they were inflated ahead; the entry is passed over then, and a
-// failure is the channel's. Null: they are to be read.
-std::unique_ptr<std::string> take_data_ahead(unzipping_channel& in);
+// The data of the open entry and their digest, if they were inflated ahead; the entry is passed
+// over then, and a failure is the channel's. Null: they are to be read.
+std::unique_ptr<inflate_ahead::entry_data> take_data_ahead(unzipping_channel& in);
 
 } // namespace km

@@ -133,14 +133,12 @@ cm_result km_file::check_written(unzipping_channel& in, long written, const std:
     return cm_command::success;
 }
 
-cm_result km_file::write_ahead(unzipping_channel& in, const std::string& data, int out,
-                               const std::string& name) {
-    const auto length = static_cast<long>(data.size());
-    if (length <= size && !write_fully(out, data.data(), data.size()))
+cm_result km_file::write_ahead(unzipping_channel& in, const inflate_ahead::entry_data& data,
+                               int out, const std::string& name) {
+    const auto length = static_cast<long>(data.bytes.size());
+    if (length <= size && !write_fully(out, data.bytes.data(), data.bytes.size()))
         return fail("write", name, errno);
-    sha256 sum;
-    sum.add(data.data(), data.size());
-    return check_written(in, length, sum.finish());
+    return check_written(in, length, data.digest);
 }
 
 // Owner first: a change of owner takes set-id bits away. What fits already is not set again: a look
@@ -250,10 +248,15 @@ void km_file::note_placed(const place& where) {
 
 // Every write, and every change of the times, sets the time of change to the present. A verify
 // looks at the bytes themselves: disks forget, too.
-bool km_file::is_as_placed(const struct stat& about) const {
-    return !placed.empty() && is_time(about.st_mtim, modification_time()) &&
-           placed == state_of_inode(about) &&
-           !(package && package->operation_name == ustring(u"verify"));
+bool km_file::is_as_placed(const struct stat& about) {
+    if (placed.empty() || (package && package->operation_name == ustring(u"verify")))
+        return false;
+    if (seen_as_placed_.is(about))
+        return true;
+    if (!is_time(about.st_mtim, modification_time()) || placed != state_of_inode(about))
+        return false;
+    seen_as_placed_.set(about);
+    return true;
 }
 
 // The content stands already; owner, mode and time may differ.

@@ -60,11 +60,12 @@ class km_file : public km_object {
         void set(const struct stat& about);
     };
     compared_file compared_;
+    compared_file seen_as_placed_;
     ino_t written_inode_ = 0;
 
     // Where the data come from: opens this file's entry.
     cm_result open_data(unzipping_channel*& in);
-    cm_result write_ahead(unzipping_channel& in, const std::string& data, int out,
+    cm_result write_ahead(unzipping_channel& in, const inflate_ahead::entry_data& data, int out,
                           const std::string& name);
     cm_result check_written(unzipping_channel& in, long written, const std::string& sum);
     cm_result write_from(unzipping_channel& in, int out, const std::string& name, bool& consumed);
@@ -74,7 +75,7 @@ class km_file : public km_object {
     bool has_no_data();
     int open_source();
     void note_placed(const place& where);
-    bool is_as_placed(const struct stat& about) const;
+    bool is_as_placed(const struct stat& about);
     bool differs_by_own_texts(const std::string& at) const;
 };
 

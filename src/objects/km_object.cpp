@@ -286,15 +286,21 @@ cm_result km_object::remove_own(const std::string& name) {
 void km_object::drop_temporary() {
     if (!temporary_may_be_left || !well_formed())
         return;
-    const std::string& bytes = path_bytes();
-    remove_name(bytes.substr(0, bytes.find_last_of('/') + 1) + temporary_name(), false);
     temporary_may_be_left = false;
+    const place where = locate(path_bytes());
+    if (where.found() || (where.error != ENOENT && where.error != ENOTDIR))
+        remove_name(where.parent + "/" + temporary_name(), false);
 }
 
 // Whether the object could be put in place: the nearest parent that is there must take names.
 namespace {
-// Parents that the run will make, from the missing one that is nearest to what is there.
+// Parents that the run will make, from the missing one that is nearest to what is there. The files
+// of one directory all say the same.
 void expect_parents(const cm_package& package, std::string parent, const std::string& nearest) {
+    static std::pair<const cm_package*, std::string> last;
+    if (last.first == &package && last.second == parent_of(parent))
+        return;
+    last = {&package, parent_of(parent)};
     while (parent.size() > nearest.size()) {
         parent.erase(parent.find_last_of('/'));
         expect_made_directory(package, parent);

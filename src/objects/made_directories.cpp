@@ -40,8 +40,6 @@ struct notes {
     note_list left;
     paths expected; // directories that are not noted yet
     bool read = false;
-    const cm_package* expected_by = nullptr; // who said so last, and of what
-    std::string expected_last;
 };
 
 notes& cached() {
@@ -108,7 +106,7 @@ notes& notes_of(const cm_package& package) {
     notes& known = cached();
     std::string path = file_of(package);
     if (!known.read || known.file != path)
-        known = {path, read_notes(path), read_notes(left_file()), {}, true, nullptr, {}};
+        known = {path, read_notes(path), read_notes(left_file()), {}, true};
     return known;
 }
 
@@ -178,14 +176,9 @@ std::string made_file_of(const std::string& name, const std::string& version) {
 }
 
 void expect_made_directory(const cm_package& package, const std::string& path) {
-    // The files of one directory all say the same.
-    if (cached().expected_by == &package && cached().expected_last == path)
-        return;
     notes& known = notes_of(package);
     if (!known.own.directories.count(path))
         known.expected.insert(path);
-    known.expected_by = &package;
-    known.expected_last = path;
 }
 
 int note_made_directory(const cm_package& package, const std::string& path) {
@@ -198,7 +191,6 @@ int note_made_directory(const cm_package& package, const std::string& path) {
         return 0;
     }
     known.expected.clear();
-    known.expected_by = nullptr;
     return 1;
 }
 

@@ -31,7 +31,7 @@ struct wanted {
 
 struct inflated {
     long offset, packed;
-    std::unique_ptr<std::string> data;
+    std::unique_ptr<inflate_ahead::entry_data> data;
 };
 
 bool read_at(int file, std::string& to, long length, long at) {
@@ -63,7 +63,7 @@ class worker {
     worker& operator=(const worker&) = delete;
     bool good() const { return good_; }
     // Null: the reader has to look itself.
-    std::unique_ptr<std::string> inflate(const wanted& one);
+    std::unique_ptr<inflate_ahead::entry_data> inflate(const wanted& one);
 
   private:
     bool read_packed(const wanted& one);
@@ -95,16 +95,17 @@ bool worker::read_packed(const wanted& one) {
            zip::get4(told + 12) == static_cast<unsigned long>(one.size);
 }
 
-std::unique_ptr<std::string> worker::inflate(const wanted& one) {
+std::unique_ptr<inflate_ahead::entry_data> worker::inflate(const wanted& one) {
     if (!read_packed(one) || ::inflateReset(&stream_) != Z_OK)
         return nullptr;
-    auto data = std::make_unique<std::string>(static_cast<size_t>(one.size), '\0');
+    auto data = std::make_unique<inflate_ahead::entry_data>();
+    data->bytes.resize(static_cast<size_t>(one.size));
     stream_.next_in = bytes_of(packed_);
     stream_.avail_in = static_cast<unsigned>(one.csize);
-    stream_.next_out = bytes_of(*data);
+    stream_.next_out = bytes_of(data->bytes);
     stream_.avail_out = static_cast<unsigned>(one.size);
     if (::inflate(&stream_, Z_FINISH) != Z_STREAM_END || stream_.avail_in || stream_.avail_out ||
-        ::crc32(0, bytes_of(*data), static_cast<unsigned>(one.size)) != one.crc)
+        ::crc32(0, bytes_of(data->bytes), static_cast<unsigned>(one.size)) != one.crc)
         return nullptr;
     return data;
 }
@@ -113,6 +114,7 @@ std::unique_ptr<std::string> worker::inflate(const wanted& one) {
 
 struct inflate_ahead::shared {
     std::string path;
+    std::string (*digest)(const std::string&) = nullptr;
     std::vector<wanted> entries; // in the order of the container
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t came = PTHREAD_COND_INITIALIZER;
@@ -127,7 +129,7 @@ struct inflate_ahead::shared {
     pthread_t thread{};
 
     bool wait_for_room();
-    void hand_over(const wanted& one, std::unique_ptr<std::string> data);
+    void hand_over(const wanted& one, std::unique_ptr<entry_data> data);
     void work();
     void finish();
 };
@@ -142,7 +144,7 @@ bool inflate_ahead::shared::wait_for_room() {
     return goes_on;
 }
 
-void inflate_ahead::shared::hand_over(const wanted& one, std::unique_ptr<std::string> data) {
+void inflate_ahead::shared::hand_over(const wanted& one, std::unique_ptr<entry_data> data) {
     ::pthread_mutex_lock(&lock);
     reached = one.offset;
     if (data && one.offset >= passed) {
@@ -159,7 +161,10 @@ void inflate_ahead::shared::work() {
     for (const auto& one : entries) {
         if (!with.good() || !wait_for_room())
             break;
-        hand_over(one, with.inflate(one));
+        auto data = with.inflate(one);
+        if (data && digest)
+            data->digest = digest(data->bytes);
+        hand_over(one, std::move(data));
     }
     finish();
 }
@@ -171,9 +176,11 @@ void inflate_ahead::shared::finish() {
     ::pthread_mutex_unlock(&lock);
 }
 
-inflate_ahead::inflate_ahead(const char* path, const vector& directory)
+inflate_ahead::inflate_ahead(const char* path, const vector& directory,
+                             std::string (*digest)(const std::string&))
     : shared_(std::make_unique<shared>()) {
     shared_->path = path;
+    shared_->digest = digest;
     for (int i = 0; i < directory.size(); ++i) {
         const auto* one = directory.at<zip_entry>(i);
         if (one && one->method == zip_entry::deflated && one->size > 0 &&
@@ -207,7 +214,7 @@ inflate_ahead::~inflate_ahead() {
     ::pthread_join(shared_->thread, nullptr);
 }
 
-std::unique_ptr<std::string> inflate_ahead::take(long offset, long& packed) {
+std::unique_ptr<inflate_ahead::entry_data> inflate_ahead::take(long offset, long& packed) {
     shared& all = *shared_;
     if (!all.runs)
         return nullptr;
@@ -215,14 +222,14 @@ std::unique_ptr<std::string> inflate_ahead::take(long offset, long& packed) {
                                        [](const wanted& a, long at) { return a.offset < at; });
     if (same == all.entries.end() || same->offset != offset)
         return nullptr;
-    std::unique_ptr<std::string> data;
+    std::unique_ptr<entry_data> data;
     ::pthread_mutex_lock(&all.lock);
     all.passed = offset;
     const bool was_full = all.waiting > few_waiting;
     for (;;) {
         while (!all.ready.empty() && all.ready.front().offset <= offset) {
             inflated& first = all.ready.front();
-            all.waiting -= static_cast<long>(first.data->size());
+            all.waiting -= static_cast<long>(first.data->bytes.size());
             if (first.offset == offset) {
                 packed = first.packed;
                 data = std::move(first.data);

@@ -14,8 +14,16 @@ namespace km {
 // itself. Never more than a few MiB wait.
 class inflate_ahead {
   public:
+    // What `take` gives, with what `digest` of the constructor made of it.
+    struct entry_data {
+        std::string bytes;
+        std::string digest;
+    };
+
     // `directory` holds the container's zip_entries; they are copied as far as they are needed.
-    inflate_ahead(const char* path, const vector& directory);
+    // `digest`, if there is one, is called in the other thread.
+    inflate_ahead(const char* path, const vector& directory,
+                  std::string (*digest)(const std::string&) = nullptr);
     ~inflate_ahead();
     inflate_ahead(const inflate_ahead&) = delete;
     inflate_ahead& operator=(const inflate_ahead&) = delete;
@@ -23,7 +31,7 @@ class inflate_ahead {
     // The data of the entry whose local header stands at `offset`, and in `packed` how many bytes
     // it takes in the container; null for an entry that is not to be had. Waits for one that comes.
     // What lies in front of it is dropped: readers go forward.
-    std::unique_ptr<std::string> take(long offset, long& packed);
+    std::unique_ptr<entry_data> take(long offset, long& packed);
 
     struct shared;
 

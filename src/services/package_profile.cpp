@@ -56,6 +56,7 @@ int cm_package::download_list(const pathname& path, int as_zip) {
     bool written;
     if (as_zip) {
         zipping_channel zip(&out);
+        zip.set_level(1); // it is written at every step, while somebody waits
         written = save_sp(&zip) == success;
         out.close();
     } else {
