@@ -1,4 +1,5 @@
-"""Packages straight from a server: nginx, and a proxy before it that cuts, drops, stalls and lies."""
+"""Packages straight from a server: nginx, and a proxy before it that cuts, drops, stalls and lies:
+[I-27]."""
 import hashlib
 import os
 import random
@@ -52,7 +53,7 @@ class NetworkCase(KmctlCase):
     def setUp(self):
         super().setUp()
         self.km("config", "set", "checkpoint_buffer_size", "1000000")
-        self.km("config", "set", "net_stall_timeout", "2")
+        self.km("config", "set", "net_stall_timeout", "4")
         self.servers = []
         self.addCleanup(lambda: [one.close() for one in self.servers])
 
