@@ -13,6 +13,7 @@ km_missing_packages() {
     need libicu-dev "header unicode/uchar.h"
     need libssl-dev "header openssl/evp.h"
     need libcurl4-openssl-dev "header curl/curl.h"
+    need libsqlite3-dev "header sqlite3.h"
     need libcli11-dev "header CLI/CLI.hpp"
     need nlohmann-json3-dev "header nlohmann/json.hpp"
     need libgtest-dev "header gtest/gtest.h"

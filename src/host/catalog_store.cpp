@@ -20,6 +20,7 @@
 #include "program_files.h"
 #include "object_command.h"
 #include "package_file.h"
+#include "report_writer.h"
 #include "status_words.h"
 #include "stop_request.h"
 #include "upgrade_record.h"
@@ -316,7 +317,8 @@ void catalog_store::hand_over_strays() {
     for (const auto& one : read_intents()) // its operation took the entry away, and was cut then
         if (one.command != "install" && one.command != "upgrade" &&
             !find(one.id.name, one.id.version))
-            drop_intent(one.id);
+            end_cut_run(one, "The " + one.command + " of " + one.id.text() +
+                                 " has ended; it had been cut at its end");
     std::vector<package_id> lists;
     for (const auto& one : fs::directory_iterator(setting("working_dir") + "/paths", error))
         if (const package_id id = parse_id(one.path().filename().string());

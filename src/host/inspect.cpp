@@ -14,6 +14,7 @@
 #include "object_command.h"
 #include "object_words.h"
 #include "package_file.h"
+#include "report_writer.h"
 #include "session.h"
 #include "text_object.h"
 #include "tree_walk.h"
@@ -238,10 +239,10 @@ void tell_whole(session& at, outcome& result) {
         return;
     at.take(*profile);
     profile->verify(none, 0, 0); // heals an error that is none any more
-    drop_intent(at.id);          // of a repair that was cut behind its work
     result.word = "nothing";
     result.package = facts_of(at.id, at.entry());
     result.text = at.id.text() + " is as installed; nothing was to do";
+    end_run(at.id, result); // of a repair that was cut behind its work
 }
 
 } // namespace
@@ -291,7 +292,7 @@ void repair(const operation_request& request, const std::string& file, worker_li
     at.finish(*package, answer, "repaired", "repair");
     if (is_success(answer))
         result.text += " (" + std::to_string(count) + (count == 1 ? " object)" : " objects)");
-    drop_intent(id);
+    end_run(id, result);
 }
 
 } // namespace kmhost

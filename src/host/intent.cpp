@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <unistd.h>
 
 namespace kmhost {
@@ -41,21 +42,46 @@ std::optional<intent> read(const fs::path& path) {
     one.file = object.value("file", "");
     one.mode = object.value("mode", 0U);
     one.since = object.value("since", 0L);
+    one.run = object.value("run", "");
+    one.message = object.value("message", "");
     for (const auto& text_of : object.value("definitions", json::array()))
         if (text_of.is_string())
             one.definitions.push_back(text_of.get<std::string>());
     return one;
 }
 
+// A cut run goes on under its own id, unless it was cut behind its report.
+std::string run_of(const intent& what) {
+    if (!what.run.empty())
+        return what.run;
+    const auto cut = intent_of(what.id);
+    return cut && cut->command == what.command && cut->message.empty() && !cut->run.empty()
+               ? cut->run
+               : new_run_id();
+}
+
 } // namespace
 
+std::string new_run_id() {
+    std::ifstream in("/proc/sys/kernel/random/uuid");
+    std::string id;
+    if (std::getline(in, id) && !id.empty())
+        return id;
+    std::random_device random;
+    for (int i = 0; i < 4; ++i)
+        id += (i ? "-" : "") + std::to_string(random());
+    return id;
+}
+
 bool write_intent(const intent& what, outcome& result) {
-    const json object = {
-        {"command", what.command},
-        {"file", what.file},
-        {"definitions", what.definitions},
-        {"mode", what.mode},
-        {"since", what.since ? what.since : static_cast<long>(std::time(nullptr))}};
+    json object = {{"command", what.command},
+                   {"file", what.file},
+                   {"definitions", what.definitions},
+                   {"mode", what.mode},
+                   {"since", what.since ? what.since : static_cast<long>(std::time(nullptr))},
+                   {"run", run_of(what)}};
+    if (!what.message.empty())
+        object["message"] = what.message;
     const std::string text = object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
     km::make_directories_durably(km::pathname(directory().c_str()));
     const std::string path = file_of(what.id);

@@ -20,7 +20,14 @@ struct intent {
     std::vector<std::string> definitions; // NAME=VALUE
     unsigned mode = 0;
     long since = 0; // seconds
+    // One operation, from its begin to its end, however often it is cut: key of its report. Empty
+    // where an intent is to be written: that of the cut run which it goes on with, or a new one.
+    std::string run = {};
+    std::string message = {}; // file of its report, from just before that is written on
 };
+
+// A key of its own: 36 characters, digits, letters and '-'.
+std::string new_run_id();
 
 // False: `result` says why it cannot be written.
 bool write_intent(const intent& what, outcome& result);

@@ -10,6 +10,7 @@
 #include "package_file.h"
 #include "plan.h"
 #include "reboot.h"
+#include "report_writer.h"
 #include "session.h"
 #include "status_words.h"
 #include "upgrade_record.h"
@@ -120,7 +121,7 @@ void run(const kind& what, const operation_request& request, worker_line& line, 
         if (at.had_ended(intent_of(id).has_value(),
                          done_words(what.operation, before, at.entry()))) {
             follow_up(at, what);
-            drop_intent(id);
+            end_run(id, result);
         }
         return;
     }
@@ -136,7 +137,7 @@ void run(const kind& what, const operation_request& request, worker_line& line, 
         return; // the intent stays: it goes on later
     if (is_success(answer) && !result.failed())
         follow_up(at, what);
-    drop_intent(id);
+    end_run(id, result);
 }
 
 } // namespace

@@ -14,6 +14,7 @@
 #include "package_stream.h"
 #include "plan.h"
 #include "program_command.h"
+#include "report_writer.h"
 #include "session.h"
 #include "status_words.h"
 #include "upgrade_record.h"
@@ -41,14 +42,14 @@ bool passes_gate_of_install(session& at, km::cm_package& package, unsigned mode)
 
 void tell_nothing_to_do(session& at, km::cm_package& package, bool dry_run) {
     outcome& result = at.result();
-    if (!dry_run && intent_of(at.id)) { // of this very command, which was cut behind its work
-        write_holders(at.id, package);
-        drop_intent(at.id);
-    }
     result.word = "nothing";
     result.package = facts_of(at.id, at.entry());
     result.text = at.id.text() + " is installed already; nothing was to do ('--force' installs it "
                                  "again)";
+    if (!dry_run && intent_of(at.id)) { // of this very command, which was cut behind its work
+        write_holders(at.id, package);
+        end_run(at.id, result);
+    }
 }
 
 // A chain of prepare, commit and accept that was cut behind its first link.
@@ -170,7 +171,7 @@ void change_by_install(const operation_request& request, const intent& wanted, s
         return;
     }
     if (end_install(at, opened, line))
-        drop_intent(at.id);
+        end_run(at.id, at.result());
 }
 
 } // namespace
@@ -250,7 +251,7 @@ bool was_just_finished(const catalog_store& store, const std::string& target, ou
         if (one.name == id.name && (id.version.empty() || one.version == id.version)) {
             result.package = facts_of(one, nullptr);
             result.text = one.text() + " is removed; an earlier run had been cut at its end";
-            drop_intent(one);
+            end_run(one, result);
             return true;
         }
     return false;
@@ -352,7 +353,7 @@ void remove(const operation_request& request, worker_line& line, outcome& result
     if (!write_intent(wanted, result))
         return;
     if (run_remove(at, std::move(package), before, request.mode, cut.has_value()))
-        drop_intent(id);
+        end_run(id, result);
     else
         put_back_intent(id, cut);
 }

@@ -52,9 +52,10 @@ report_settings read_report_settings() {
     return all;
 }
 
-bool has_channel(const report_settings& settings) {
-    return !settings.file.empty() || !settings.db.empty() || !settings.mail_to.empty() ||
-           !settings.event_syslog.empty() || !settings.event_url.empty() || settings.notice;
+long count_channels(const report_settings& settings) {
+    const bool events = !settings.event_syslog.empty() || !settings.event_url.empty();
+    return !settings.file.empty() + !settings.db.empty() + !settings.mail_to.empty() + events +
+           settings.notice;
 }
 
 } // namespace kmhost

@@ -70,8 +70,9 @@ struct report_settings {
 
 report_settings read_report_settings();
 
-// Whether a report would be delivered anywhere.
-bool has_channel(const report_settings& settings);
+// Channels that a report would be delivered to.
+long count_channels(const report_settings& settings);
+inline bool has_channel(const report_settings& settings) { return count_channels(settings) > 0; }
 
 enum class delivery {
     done,       // the channel holds the report, for sure

@@ -9,6 +9,7 @@
 #include "lookup.h"
 #include "package_stream.h"
 #include "reboot.h"
+#include "report_writer.h"
 #include "session.h"
 #include "upgrade.h"
 
@@ -73,9 +74,9 @@ void go_on(const intent& cut, const operation_request& request, worker_line& lin
     call(again, line, result);
     // What was cut before or behind all of its work has nothing left to do.
     if (result.exit == exit_not_found && !needs_file) {
-        drop_intent(cut.id);
         result = outcome();
         tell_ended(cut, result);
+        end_run(cut.id, result);
     }
 }
 

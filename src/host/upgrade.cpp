@@ -18,6 +18,7 @@
 #include "package_version.h"
 #include "planned_step.h"
 #include "program_command.h"
+#include "report_writer.h"
 #include "session.h"
 #include "status_words.h"
 #include "text_commands.h"
@@ -342,18 +343,19 @@ bool upgrader::has_old_left() const {
     upgrade_record record;
     if (!has_upgrade(at_.id, record))
         return false;
-    return intent_of(at_.id) ||
+    const auto cut = intent_of(at_.id);
+    return (cut && !is_reported(*cut)) ||
            std::any_of(record.old.begin(), record.old.end(), [this](const package_id& old) {
                return at_.store.find(old.name, old.version) != nullptr;
            });
 }
 
 void upgrader::tell_nothing_to_do() {
-    if (!request_.dry_run)
-        drop_intent(at_.id);
     result_.word = "nothing";
     result_.package = facts_of(at_.id, at_.entry());
     result_.text = at_.id.text() + " is installed already; nothing was to do";
+    if (!request_.dry_run)
+        end_run(at_.id, result_);
 }
 
 // False: it was refused, or could not begin; nothing was changed.
@@ -429,7 +431,7 @@ void upgrader::run() {
     else if (!(goes_on ? go_on() : execute()))
         return put_back_intent(at_.id, cut);
     if (has_ended())
-        drop_intent(at_.id);
+        end_run(at_.id, result_);
 }
 
 } // namespace

@@ -55,6 +55,8 @@ void hear(const std::string& line, heard& so_far, const progress_watcher& watch)
         so_far.end.loss = loss_of(event);
     else if (kind == "note")
         so_far.end.note = event.value("text", "");
+    else if (kind == "reported")
+        so_far.end.reported = true;
     else if (kind == "result")
         so_far.has_result = from_wire(event.value("outcome", ""), so_far.result);
 }
@@ -194,6 +196,7 @@ void worker_line::ending(int status, const std::string& why) {
 }
 
 void worker_line::lost(const stream_loss& loss) {
+    has_lost_ = true;
     json event = {
         {"event", "lost"},         {"retry", loss.can_be_retried}, {"changed", loss.has_changed},
         {"address", loss.address}, {"reason", loss.reason},        {"offset", loss.offset},
@@ -205,6 +208,8 @@ void worker_line::note(const std::string& text) {
     json event = {{"event", "note"}, {"text", text}};
     send(event.dump(-1, ' ', false, json::error_handler_t::replace));
 }
+
+void worker_line::reported() { send(R"({"event":"reported"})"); }
 
 void worker_line::result(const outcome& final) {
     json event = {{"event", "result"}, {"outcome", to_wire(final)}};

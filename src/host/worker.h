@@ -42,14 +42,18 @@ class worker_line {
     void ending(int status, const std::string& why);
     // The stream ended early. The last word counts.
     void lost(const stream_loss& loss);
+    bool has_lost() const { return has_lost_; }
     // Tells the parent something about this run, which worker_end hands out.
     void note(const std::string& text);
+    // The run has written a report, which waits to be delivered.
+    void reported();
     void result(const outcome& final);
 
   private:
     void send(const std::string& line);
     int descriptor_;
     long last_progress_ms_ = 0;
+    bool has_lost_ = false;
 };
 
 using worker_body = std::function<void(worker_line& line, outcome& result)>;
@@ -62,6 +66,7 @@ struct worker_end {
     int status = 0;                  // its exit status
     std::string why;                 // what the library said before it ended the process
     std::string note;                // the worker's last note, also where an outcome came
+    bool reported = false;           // a report was written
     std::optional<stream_loss> loss; // also where an outcome came
 };
 

@@ -9,6 +9,9 @@
 #include "options.h"
 #include "print.h"
 #include "queries.h"
+#include "report_commands.h"
+#include "report_delivery.h"
+#include "report_writer.h"
 #include "run_log.h"
 #include "stream_options.h"
 #include "trace_option.h"
@@ -41,6 +44,7 @@ struct arguments {
     kmctl::life_arguments life;
     kmctl::definition_arguments definition;
     kmctl::stream_arguments stream;
+    kmctl::report_arguments report;
     kmhost::operation_request operation;
     std::string target;
     std::string key, value;
@@ -75,6 +79,9 @@ void add_globals(CLI::App& app, global_options& options) {
         ->type_name("WHEN");
     app.add_flag("--reboot-exit-code", options.reboot_exit_code,
                  "Exit with 4 where a reboot is needed");
+    app.add_option("--report-as", options.distribution,
+                   "Id of the distribution that the reports of this run belong to")
+        ->type_name("ID");
     app.set_version_flag("--version", version_text, "Version of this program");
 }
 
@@ -215,14 +222,15 @@ void add_commands(CLI::App& app, arguments& given, const global_options& options
     add_query(app, "variables", "Variables that packages can ask for", nullptr, false, given,
               choice, [](const std::string&, outcome& result) { kmhost::variables(result); });
     add_check(app, given, options, choice);
-    kmctl::add_life_commands(
-        app, options, given.life, given.stream,
-        [&choice](const char* name, bool only_reads, bool only_answers, kmhost::worker_body body) {
-            choice.command = name;
-            choice.only_reads = only_reads;
-            choice.only_answers = only_answers;
-            choice.body = std::move(body);
-        });
+    const auto choose = [&choice](const char* name, bool only_reads, bool only_answers,
+                                  kmhost::worker_body body) {
+        choice.command = name;
+        choice.only_reads = only_reads;
+        choice.only_answers = only_answers;
+        choice.body = std::move(body);
+    };
+    kmctl::add_life_commands(app, options, given.life, given.stream, choose);
+    kmctl::add_report_commands(app, given.report, choose);
     kmctl::add_definition_commands(
         app, given.definition,
         [&choice](const char* name, bool needs_state, kmhost::worker_body body) {
@@ -275,10 +283,48 @@ bool is_missing(const kmhost::location& where) {
 std::string words_of(const chosen& choice, const arguments& given) {
     std::string words = choice.command;
     for (const auto* one :
-         {&given.operation.target, &given.life.operation.target, &given.life.newer, &given.key})
+         {&given.operation.target, &given.life.operation.target, &given.life.newer, &given.key,
+          &given.report.id, &given.report.selection.id})
         if (!one->empty())
             words += " " + *one;
     return words;
+}
+
+void report(const global_options& options, const arguments& given, const chosen& choice,
+            kmhost::worker_line& line, outcome& result) {
+    kmhost::set_distribution(options.distribution);
+    const auto& operation = given.operation.target.empty() ? given.life.operation : given.operation;
+    if (!operation.dry_run)
+        kmhost::report_command(choice.command, operation.target, operation.mode, result);
+    if (kmhost::has_written_report())
+        line.reported();
+}
+
+// Carries the command out, and writes what it is to report in front of its end. Where a stream was
+// lost that is not known yet.
+void work(const global_options& options, const arguments& given, const chosen& choice,
+          kmhost::worker_line& line, outcome& result) {
+    kmhost::set_distribution(options.distribution);
+    choice.body(line, result);
+    if (!line.has_lost())
+        report(options, given, choice, line, result);
+}
+
+// Writes the report of what failed for good because its stream was lost.
+void report_loss(const global_options& options, const arguments& given, const chosen& choice,
+                 const kmhost::worker_body& enter, kmhost::worker_end& end, outcome& result) {
+    const auto body = [&](kmhost::worker_line& line, outcome& told) {
+        enter(line, told);
+        if (told.failed())
+            return;
+        told = result;
+        report(options, given, choice, line, told);
+    };
+    kmhost::worker_end of_report;
+    const outcome told = kmhost::run_worker(body, {}, &of_report);
+    end.reported = end.reported || of_report.reported;
+    if (!of_report.ended_early)
+        result = told;
 }
 
 outcome carry_out(const global_options& options, const arguments& given, const chosen& choice) {
@@ -309,12 +355,16 @@ outcome carry_out(const global_options& options, const arguments& given, const c
         line.note(home);
         if (is_logged)
             kmhost::run_log(home, words).begins();
-        choice.body(line, result);
+        work(options, given, choice, line, result);
     };
     const auto watch = kmctl::make_progress_line(options, choice.command);
     kmhost::worker_end end;
     outcome result = kmctl::run_with_retries(options, given.stream, body, enter, watch, end);
     kmctl::end_progress_line(options);
+    if (end.loss && !choice.only_answers)
+        report_loss(options, given, choice, enter, end, result);
+    if (end.reported)
+        kmhost::deliver_at_the_end(where, result);
     if (is_logged || end.ended_early)
         kmhost::run_log(end.note, words).ended(result, end.ended_early);
     return result;
@@ -334,7 +384,8 @@ int main(int count, char** texts) {
     } catch (const CLI::ParseError& fault) {
         return tell_usage_fault(app, fault, options, count, texts);
     }
-    given.operation.wait_seconds = given.life.operation.wait_seconds = options.wait_seconds;
+    given.operation.wait_seconds = given.life.operation.wait_seconds = given.report.wait_seconds =
+        options.wait_seconds;
     outcome result = carry_out(options, given, choice);
     if (options.quiet && !choice.only_answers)
         result.text.clear();

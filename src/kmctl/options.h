@@ -16,8 +16,9 @@ struct global_options {
     int verbose = 0;
     when progress = when::automatic;
     when color = when::automatic;
-    long wait_seconds = 30; // for the lock; -1 waits for ever
-    int trace_level = -1;   // -1: as the settings say
+    long wait_seconds = 30;   // for the lock; -1 waits for ever
+    int trace_level = -1;     // -1: as the settings say
+    std::string distribution; // id for the reports of this run, "" for one of its own
     bool reboot_exit_code = false;
 };
 

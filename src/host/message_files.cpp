@@ -1,0 +1,144 @@
+// message_files: the messages that wait below the working directory, to look at and to deliver
+// format: docs/formats/status-files.md
+// invariant: looking changes nothing, and waits for nothing
+#include "message_files.h"
+
+#include "codec.h"
+#include "decode_channel.h"
+#include "file.h"
+#include "file_channel.h"
+#include "filter_channel.h"
+#include "library_loader.h"
+#include "location.h"
+#include "message.h"
+#include "report.h"
+#include "report_kinds.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+
+namespace kmhost {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* prefix = "MS";
+
+std::string directory() { return setting("working_dir") + "/message"; }
+
+bool ends_in(const std::string& name, const char* end) { return name.ends_with(end); }
+
+bool is_message_name(const std::string& name) {
+    return name.starts_with(prefix) && !ends_in(name, ".bak") && !ends_in(name, ".wrn") &&
+           !ends_in(name, "_msg_statuses");
+}
+
+// The word on the disk is newer than the one in the message.
+void take_progress(const km::ZNPMessage& message, km::report& report) {
+    constexpr size_t word_size = 4;
+    const std::string path = message.get_status_directory().mbcs_str() + std::string("/0");
+    struct stat about {};
+    if (::lstat(path.c_str(), &about) != 0 || !S_ISREG(about.st_mode) || about.st_size != word_size)
+        return;
+    unsigned char bytes[word_size] = {};
+    std::ifstream in(path, std::ios::binary);
+    if (!in.read(reinterpret_cast<char*>(bytes), word_size))
+        return;
+    std::uint32_t word = 0;
+    for (size_t i = 0; i < word_size; ++i)
+        word |= static_cast<std::uint32_t>(bytes[i]) << (8 * i);
+    report.status = static_cast<std::int32_t>(word);
+}
+
+void drop_data_of(const km::report& report) {
+    if (const auto* bulk = dynamic_cast<const km::bulk_report*>(&report))
+        if (bulk->get_data().get_file().matches_pattern(u"BR*"))
+            km::file(bulk->get_data()).remove(0);
+}
+
+} // namespace
+
+std::vector<std::string> message_names() {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (const auto& one : fs::directory_iterator(directory(), error)) {
+        const std::string name = one.path().filename().string();
+        struct stat about {};
+        if (is_message_name(name) && ::lstat(one.path().c_str(), &about) == 0 &&
+            S_ISREG(about.st_mode) && about.st_size > 0)
+            names.push_back(name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool is_named(const km::ZNPMessage& message, const std::string& name) {
+    return name == message.get_path().get_file().mbcs_str();
+}
+
+km::report* report_in(const km::ZNPMessage& message) {
+    const auto* policy = dynamic_cast<const km::ZNPNotificationPolicy*>(message.get_policy());
+    return policy ? policy->get_report() : nullptr;
+}
+
+std::unique_ptr<km::ZNPMessage> read_message(const std::string& name) {
+    constexpr int buffer_size = 8192, pushback_size = 512;
+    const km::pathname path((directory() + "/" + name).c_str());
+    km::decode_channel channel(
+        new km::buffered_input_channel(new km::file_input_channel(path), buffer_size),
+        pushback_size);
+    km::decoder coder(&channel);
+    km::codable* object = nullptr;
+    coder.decode_object(object);
+    std::unique_ptr<km::codable> owner(object);
+    auto* message = dynamic_cast<km::ZNPMessage*>(object);
+    if (message)
+        if (auto* report = report_in(*message)) {
+            drop_data_of(*report);
+            take_progress(*message, *report);
+        }
+    if (!message || coder.get_status() != 0 || !is_named(*message, name))
+        return nullptr;
+    owner.release();
+    return std::unique_ptr<km::ZNPMessage>(message);
+}
+
+bool put_aside(const std::string& name) {
+    const km::pathname culprits((directory() + "/removed").c_str());
+    km::file(culprits).mk_tree();
+    return km::file(km::pathname((directory() + "/" + name).c_str()))
+        .rename_to(culprits + km::ustring(name.c_str()), 0);
+}
+
+long put_strangers_aside() {
+    std::vector<std::string> strangers;
+    std::error_code error;
+    for (const auto& one : fs::directory_iterator(directory(), error)) {
+        const std::string name = one.path().filename().string();
+        const auto type = one.symlink_status(error).type();
+        const bool is_progress = ends_in(name, "_msg_statuses") && type == fs::file_type::directory;
+        if (name.starts_with(prefix) && !is_progress && type != fs::file_type::regular)
+            strangers.push_back(name);
+    }
+    return std::count_if(strangers.begin(), strangers.end(), put_aside);
+}
+
+void remove_bulk_data() {
+    std::vector<fs::path> left;
+    std::error_code error;
+    for (const auto& one : fs::directory_iterator(setting("working_dir"), error))
+        if (one.path().filename().string().starts_with("BR") &&
+            fs::is_regular_file(one.symlink_status(error)))
+            left.push_back(one.path());
+    for (const auto& path : left)
+        fs::remove(path, error);
+}
+
+bool can_decode_messages() {
+    return km::library_loader::instance()->get_api(u"make_ZNPMessage") != nullptr;
+}
+
+} // namespace kmhost

@@ -1,0 +1,40 @@
+// message_files: the messages that wait below the working directory, to look at and to deliver
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace km {
+class report;
+class ZNPMessage;
+} // namespace km
+
+namespace kmhost {
+
+// File names of the messages that are written whole, in the order in which they are delivered. What
+// is no plain file, or not written yet, is passed over.
+std::vector<std::string> message_names();
+
+// The message of a file, with the progress of its delivery as it stands on the disk; changes
+// nothing. Null if the file is gone or holds no message of its own name.
+std::unique_ptr<km::ZNPMessage> read_message(const std::string& name);
+
+// Whether a message just loaded is the one of this file; a stream may name another one.
+bool is_named(const km::ZNPMessage& message, const std::string& name);
+
+// The report of a message, lent; null for a list of them.
+km::report* report_in(const km::ZNPMessage& message);
+
+// Moves what stands under a message's name and is no plain file to "removed": nothing waits for a
+// pipe, and nothing follows a link. The number of names.
+long put_strangers_aside();
+bool put_aside(const std::string& name);
+
+// Data that decoding bulk reports has left.
+void remove_bulk_data();
+
+// Whether messages can be decoded at all: without the list of libraries every one looks damaged.
+bool can_decode_messages();
+
+} // namespace kmhost
