@@ -126,6 +126,20 @@ long put_strangers_aside() {
     return std::count_if(strangers.begin(), strangers.end(), put_aside);
 }
 
+void remove_half_written() {
+    std::vector<fs::path> left;
+    std::error_code error;
+    for (const auto& one : fs::directory_iterator(directory(), error)) {
+        const std::string name = one.path().filename().string();
+        if (name.starts_with(".MS") && ends_in(name, ".new") &&
+            !fs::exists(
+                fs::symlink_status(one.path().parent_path() / name.substr(1, name.size() - 5))))
+            left.push_back(one.path());
+    }
+    for (const auto& path : left)
+        fs::remove(path, error);
+}
+
 void remove_bulk_data() {
     std::vector<fs::path> left;
     std::error_code error;

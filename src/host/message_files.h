@@ -31,6 +31,9 @@ km::report* report_in(const km::ZNPMessage& message);
 long put_strangers_aside();
 bool put_aside(const std::string& name);
 
+// What a kill left of messages that were never written whole, and whose name is gone.
+void remove_half_written();
+
 // Data that decoding bulk reports has left.
 void remove_bulk_data();
 

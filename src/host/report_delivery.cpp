@@ -4,6 +4,7 @@
 #include "report_delivery.h"
 
 #include "StatusHandler.h"
+#include "file.h"
 #include "intent.h"
 #include "lockfile.h"
 #include "message.h"
@@ -105,9 +106,13 @@ void pass::run() {
             deliver(path, name);
         }
     }
+    remove_half_written();
     remove_bulk_data();
-    if (result_.left == 0)
-        forget_cleared_notices(setting("working_dir"));
+    if (result_.left > 0)
+        return;
+    // No report can be repeated: what tells repeats can go.
+    forget_cleared_notices(setting("working_dir"));
+    km::file(km::pathname((setting("working_dir") + "/deliveries").c_str())).remove(1);
 }
 
 pass_result deliver_all(delivery_watch& watch, long wait_seconds, worker_line* line) {

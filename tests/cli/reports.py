@@ -34,7 +34,8 @@ class ReportCase(KmctlCase):
         """Names below the message directory, but for files that a kill left before they were written."""
         top = self.work("message")
         names = sorted(os.listdir(top)) if os.path.isdir(top) else []
-        return [name for name in names if os.lstat(os.path.join(top, name)).st_size > 0]
+        return [name for name in names
+                if not name.startswith(".") and os.lstat(os.path.join(top, name)).st_size > 0]
 
     def in_file(self):
         """Lines of the file and its copies, as objects; a torn line is no JSON."""

@@ -71,7 +71,10 @@ def check_json(where, faults):
                  "verify j", "repair j", "history j", "who-uses /opt/j/bin/hello", "resume",
                  "delta j.spb k.spb -o d.spb", "upgrade k.spb -n", "upgrade k.spb", "undo j -n",
                  "undo j", "upgrade d.spb", "verify --all", "accept j", "remove j",
-                 "install j.spb --transactional", "commit j -n", "rollback j", "status j", "frob"):
+                 "install j.spb --transactional", "commit j -n", "rollback j", "status j",
+                 "config set report_notice yes", "config set report_db /nowhere", "verify --all",
+                 "report list", "report deliver", "notices", "notices --clear",
+                 "report remove --all", "frob"):
         if line == "verify j":
             shell("rm image/opt/j/bin/hello", where)
         said = shell(f"kmctl --state st --root image --json {line} 2>/dev/null", where)
@@ -98,7 +101,8 @@ def check_intent(where, same):
         return
     found = json.loads(file.read_text())
     same("intent.md: file", f"{where}/hello.spb", found["file"])
-    found.update(file=told["file"], since=told["since"])
+    same("intent.md: run", len(told["run"]), len(found["run"]))
+    found.update(file=told["file"], since=told["since"], run=told["run"])
     same("intent.md", told, found)
 
 
