@@ -136,6 +136,13 @@ void remove_half_written() {
                 fs::symlink_status(one.path().parent_path() / name.substr(1, name.size() - 5))))
             left.push_back(one.path());
     }
+    const fs::path home = setting("working_dir");
+    for (const auto& place : {home, home / "notice"}) // the journal and notices
+        for (const auto& one : fs::directory_iterator(place, error))
+            if (const std::string name = one.path().filename().string();
+                name.find(".km~") != std::string::npos &&
+                (place != home || name.find("report.journal") != std::string::npos))
+                left.push_back(one.path());
     for (const auto& path : left)
         fs::remove(path, error);
 }

@@ -31,7 +31,8 @@ km::report* report_in(const km::ZNPMessage& message);
 long put_strangers_aside();
 bool put_aside(const std::string& name);
 
-// What a kill left of messages that were never written whole, and whose name is gone.
+// What a kill left half written: messages whose name is gone, notices, the journal of the file. For
+// whoever delivers.
 void remove_half_written();
 
 // Data that decoding bulk reports has left.

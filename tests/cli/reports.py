@@ -1,5 +1,5 @@
 """Reports of operations: each channel holds each report once, whatever was killed, failed or hung on
-the way."""
+the way: [I-28]."""
 import fcntl
 import json
 import os
