@@ -52,6 +52,7 @@ km::ustring builder::resolved(const km::ustring& text) {
 bool builder::name_package() {
     km::cm_package& package = *package_;
     const km::pair before(package.name, package.version);
+    const std::string written[] = {package.name.mbcs_str(), package.version.mbcs_str()};
     package.name = resolved(package.name);
     package.version = resolved(package.version);
     package.title = resolved(package.title);
@@ -63,9 +64,9 @@ bool builder::name_package() {
                      request_.file + ": the " + what + ": " + fault + ".");
         return false;
     };
-    for (const auto& text : {name, version})
+    for (const auto& [text, shown] : {std::pair(name, written[0]), std::pair(version, written[1])})
         if (text.find("$(") != std::string::npos)
-            return refuse("'" + text + "' that names the package",
+            return refuse("'" + shown + "' that names the package",
                           "a variable in it has no value here, or refers to itself; --set "
                           "NAME=VALUE gives one");
     if (const auto fault = fault_of_name(name); !fault.empty())

@@ -3,6 +3,8 @@
 // invariant: every block and attribute is looked at, whatever was wrong before it
 #include "definition_check.h"
 
+#include "definition_references.h"
+
 #include "package_version.h"
 #include "rule_values.h"
 
@@ -72,6 +74,8 @@ class checker {
             return;
         }
         check_attributes(block, key);
+        if (book_.is_free(key))
+            check_circles(block, problems_);
         std::set<std::string> objects;
         for (const auto& inner : block.blocks) {
             const auto* rule = book_.attribute(inner->name, key);

@@ -4,6 +4,7 @@
 #include "definition_lint.h"
 
 #include "base/msg_supp.h"
+#include "definition_references.h"
 #include "expression.h"
 #include "lint_findings.h"
 #include "package.h"
@@ -22,21 +23,6 @@
 namespace km {
 
 namespace {
-
-// Names of the references in a text that hold no reference themselves.
-std::vector<std::string> references_in(const std::string& text) {
-    std::vector<std::string> names;
-    size_t open = std::string::npos; // behind the last "$(" that is not closed
-    for (size_t at = 0; at < text.size(); ++at) {
-        if (text.compare(at, 2, "$(") == 0) {
-            open = ++at + 1;
-        } else if (text[at] == ')' && open != std::string::npos) {
-            names.push_back(text.substr(open, at - open));
-            open = std::string::npos; // the name around it is known at run time only
-        }
-    }
-    return names;
-}
 
 class linter {
   public:
@@ -73,8 +59,6 @@ class linter {
         if (is_file(block.name))
             lint_file(block, context);
         lint_text(block);
-        if (block.name == "default_variables")
-            lint_circles(block);
         note_object(block, context);
         for (const auto& inner : block.blocks)
             lint_block(*inner, block.name);
@@ -144,35 +128,6 @@ class linter {
                 std::unique_ptr<ustring>(variables_.check_defined(key)).get() != nullptr;
         }
         return known->second;
-    }
-
-    // Takes away, again and again, what refers to nothing that is left; the rest goes in a circle,
-    // or leads into one.
-    void lint_circles(const definition_block& defaults) {
-        std::map<std::string, std::vector<const definition_attribute*>> users;
-        std::map<const definition_attribute*, size_t> waits;
-        for (const auto& one : defaults.attributes)
-            users[one.name];
-        std::vector<const definition_attribute*> settled;
-        for (const auto& one : defaults.attributes) {
-            for (const auto& name : references_in(one.value))
-                if (const auto found = users.find(name); found != users.end()) {
-                    found->second.push_back(&one);
-                    ++waits[&one];
-                }
-            if (!waits.contains(&one))
-                settled.push_back(&one);
-        }
-        while (!settled.empty()) {
-            const auto* one = settled.back();
-            settled.pop_back();
-            for (const auto* user : users[one->name])
-                if (--waits[user] == 0)
-                    settled.push_back(user);
-        }
-        for (const auto& [one, left] : waits)
-            if (left)
-                find(im_circle, one->place, {one->name});
     }
 
     // What an object is called: the rest of the block's name and what its rules demand of it.

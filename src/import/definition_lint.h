@@ -10,8 +10,7 @@ class variable_list;
 
 // Adds to `problems`:
 //   a dependency that is no condition
-//   references to variables that `variables` does not know, each name once for every value, and
-//     default variables that refer to each other in a circle
+//   references to variables that `variables` does not know, each name once for every value
 //   blocks "remove_X" without a block "add_X" of the same object, which would put back what the
 //     first one takes away when the package is removed
 //   programs for an install without one for the remove

@@ -43,7 +43,7 @@ const char* const import_catalog[] = {
     "E %1$s: %2$s more faults are not listed.\n",
     ("W %1$s: Nothing defines the variable '%2$s'; default_variables could.%3$s "
      "(undefined-variable)\n%4$s"),
-    "W %1$s: The variable '%2$s' has no value: references go in a circle. (circle)\n%3$s",
+    "E %1$s: The variable '%2$s' has no value: references go round in a circle.\n%3$s",
     "E %1$s: '%2$s' is no condition: %3$s\n%4$s",
     ("W %1$s: When the package is removed, nothing puts back what this '%2$s' takes away. "
      "(not-put-back)\n%3$s"),

@@ -15,7 +15,7 @@ constexpr struct {
     const char* name;
 } findings[] = {
     {im_no_variable, "undefined-variable"},
-    {im_circle, "circle"},
+    
     {im_not_put_back, "not-put-back"},
     {im_program_stays, "program-stays"},
     {im_no_source, "no-source"},

@@ -18,7 +18,7 @@ bool rule_book::load(spmessage& messages) {
     if (rules_.initialize(file))
         return true;
     if (rules_.error_line < 0)
-        messages.add(24L, "", "", "", "", "", "", file.mbcs_str(), "2");
+        messages.add(24L, file.mbcs_str(), "2");
     else
         messages.add(parse_error, std::to_string(rules_.error_line).c_str());
     return false;

@@ -56,6 +56,9 @@ bool text_importer::read(const pathname& path) {
         problems_.add(im_too_large, {}, {std::to_string(longest_file)});
         return false;
     }
+    constexpr char byte_order_mark[] = "\xEF\xBB\xBF";
+    if (text_.starts_with(byte_order_mark))
+        text_.erase(0, sizeof byte_order_mark - 1);
     return true;
 }
 

@@ -104,7 +104,7 @@ cm_result km_directory::finish_add() {
 
 cm_result km_directory::take() {
     const std::string& bytes = path_bytes();
-    if (!is_own())
+    if (!is_own() && !asked_for_)
         return cm_command::success;
     struct stat about {};
     if (!look_at(bytes, about))

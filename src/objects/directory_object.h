@@ -18,6 +18,10 @@ class km_directory : public km_object {
     // Counts as different in any case: an upgrade wants its time in the backup. Not coded.
     bool always_put = false;
 
+    // The remove is asked for by a definition: one that the package did not make goes, too, if it is
+    // empty.
+    void set_asked_for(bool asked) { asked_for_ = asked; }
+
   protected:
     bool is_stageable() const override { return false; }
     bool stands_as_described(const std::string& at, bool with_rights) override;
@@ -30,6 +34,7 @@ class km_directory : public km_object {
     bool is_own() const;
     cm_result give_rights();
 
+    bool asked_for_ = false;
     bool was_put_ = false;
 };
 

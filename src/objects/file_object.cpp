@@ -89,7 +89,7 @@ bool km_file::has_no_data() {
 
 // A file that fails before it read its data still takes them out of the way of the next one.
 cm_result km_file::pass_over_data(cm_result with) {
-    if (skip_data() == cm_command::success_retry)
+    if (km_file::skip_data() == cm_command::success_retry)
         return result = cm_command::success_retry;
     return result = with;
 }
@@ -288,7 +288,7 @@ cm_result km_file::stage() {
     const std::string name = temporary_name();
     const std::string final_name = base + name + staged_mark;
     if (staged && staged_name == ustring(final_name.c_str()) && is_identical(p_prepare))
-        return skip_data();
+        return km_file::skip_data();
     staged = 0;
     unzipping_channel* in = nullptr;
     if (has_no_data() && is_identical(p_do))

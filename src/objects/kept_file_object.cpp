@@ -24,13 +24,61 @@ void km_kept_file::encode_object(encoder& to) const {
     km_file::encode_object(to);
     to.encode_boolean_field(222, brings_back);
     to.encode_string_field(223, undone_digest);
+    if (offered_before)
+        to.encode_object_field(224, offered_before.get());
 }
 
 codable* km_kept_file::decode_object(decoder& from, long stream_version) {
     km_file::decode_object(from, stream_version);
     from.decode_boolean_field(222, brings_back);
     from.decode_string_field(223, undone_digest);
+    offered_before.reset(from.take_owned<km_file>(224));
     return this;
+}
+
+km_kept_file::km_kept_file(const km_kept_file& other)
+    : km_file(other), brings_back(other.brings_back), undone_digest(other.undone_digest),
+      offered_before(other.offered_before ? static_cast<km_file*>(other.offered_before->clone())
+                                          : nullptr) {}
+
+// What lay beside it goes the way of the file, behind it.
+cm_result km_kept_file::then_beside(cm_result first,
+                                    const std::function<cm_result(km_file&)>& next) {
+    if (!offered_before || first == cm_command::success_retry || first == cm_command::fatal_failure)
+        return result = first;
+    const auto second =
+        first == cm_command::success ? next(*offered_before) : offered_before->skip_data();
+    return result = second == cm_command::success ? first : second;
+}
+
+void km_kept_file::set_package(cm_package* of) {
+    km_file::set_package(of);
+    if (offered_before)
+        offered_before->set_package(of);
+}
+
+cm_result km_kept_file::add(int phase) {
+    return then_beside(km_file::add(phase), [phase](km_file& beside) {
+        const bool stands = phase == p_do && beside.is_identical(phase);
+        return stands ? beside.skip_data() : beside.add(phase);
+    });
+}
+
+cm_result km_kept_file::load(int load) {
+    return then_beside(km_file::load(load), [load](km_file& one) { return one.load(load); });
+}
+
+cm_result km_kept_file::save(zipping_channel* out) {
+    return then_beside(km_file::save(out), [out](km_file& one) { return one.save(out); });
+}
+
+cm_result km_kept_file::save(unzipping_channel* in, zipping_channel* out) {
+    return then_beside(km_file::save(in, out),
+                       [in, out](km_file& one) { return one.save(in, out); });
+}
+
+cm_result km_kept_file::skip_data() {
+    return then_beside(km_file::skip_data(), [](km_file& one) { return one.skip_data(); });
 }
 
 std::string km_kept_file::beside() const { return path_bytes() + kept_suffix; }
@@ -79,7 +127,8 @@ int km_kept_file::is_identical(int phase) {
     if (!look_at(path_bytes(), about) || S_ISDIR(about.st_mode))
         return 0;
     if (brings_back)
-        return !look_at(beside(), ours) && km_file::is_identical(phase);
+        return km_file::is_identical(phase) &&
+               (offered_before ? offered_before->is_identical(phase) : !look_at(beside(), ours));
     return is_settled() || km_file::is_identical(phase);
 }
 
@@ -92,7 +141,20 @@ cm_object* km_kept_file::get_undo_object() {
     static_cast<km_file&>(*undo) = *file;
     undo->brings_back = 1;
     undo->undone_digest = digest;
+    remember_beside(*undo);
     return undo;
+}
+
+// An older offer that the user has not looked through yet.
+void km_kept_file::remember_beside(km_kept_file& undo) {
+    struct stat about {};
+    if (!look_at(beside(), about) || !S_ISREG(about.st_mode))
+        return;
+    undo.offered_before = std::make_unique<km_file>();
+    undo.offered_before->set_path(ustring(beside().c_str()));
+    undo.offered_before->package = package;
+    undo.offered_before->take_metadata(about);
+    undo.offered_before->size = about.st_size;
 }
 
 cm_result km_kept_file::drop_beside() {

@@ -6,11 +6,13 @@
 #include "accounts.h"
 #include "base/msg_supp.h"
 #include "codec.h"
+#include "directory_container.h"
 #include "early_flush.h"
 #include "exporter.h"
 #include "importer.h"
 #include "made_directories.h"
 #include "object_messages.h"
+#include "parents.h"
 #include "package.h"
 #include "present_object.h"
 #include "temporary_name.h"
@@ -99,6 +101,7 @@ bool import_number(importer& from, const char* key, bool (*number_of)(const std:
 void km_object::import(importer& from) {
     cm_object::import(from);
     from.get_string("path", &path);
+    path = path_in_container(from, path);
     from.get_string("source", &source_text);
     import_rights(from);
 }
@@ -207,14 +210,8 @@ bool km_object::same_rights(const struct stat& about) const {
 }
 
 cm_result km_object::make_parents(const std::string& of) {
-    int error = 0;
-    for (const std::string& parent : missing_parents(of, error)) {
-        if (package && !note_made_directory(*package, parent))
-            return fail("note the directory", parent, errno);
-        if (!make_directory(parent, 0755))
-            return fail("make the directory", parent, errno);
-    }
-    return error ? fail("reach", of, error) : cm_command::success;
+    const auto fault = make_noted_parents(package, of);
+    return fault ? fail(fault.what, fault.path, fault.error) : cm_command::success;
 }
 
 namespace {
@@ -315,11 +312,7 @@ cm_result km_object::check_add(int phase) {
     if (!well_formed())
         return fail(om_undefined, path_bytes());
     std::string nearest = path_bytes();
-    place where = locate(nearest);
-    while (!where.found() && where.error == ENOENT && where.parent != "/") {
-        nearest = where.parent;
-        where = locate(nearest);
-    }
+    const place where = nearest_place(nearest);
     if (!where.found())
         return fail("reach", where.parent.empty() ? path_bytes() : where.parent, where.error);
     if (!may_write_in(where))
@@ -438,11 +431,7 @@ cm_object* km_object::get_undo_object() { return object_of_present(*this); }
 
 std::string km_object::staging_directory() {
     std::string nearest = path_bytes();
-    place where = locate(nearest);
-    while (!where.found() && where.error == ENOENT && where.parent != "/") {
-        nearest = where.parent;
-        where = locate(nearest);
-    }
+    const place where = nearest_place(nearest);
     if (!where.found()) {
         fail("reach", path_bytes(), where.error);
         return {};

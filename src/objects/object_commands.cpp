@@ -12,6 +12,7 @@
 #include "kept_file_object.h"
 #include "link_object.h"
 #include "object_messages.h"
+#include "package.h"
 #include "stop_request.h"
 #include "target_root.h"
 #include "trclog.h"
@@ -37,6 +38,8 @@ void export_scope(const cm_command& command, exporter& to) {
 void km_add_command::import(importer& from) { cm_add_object::import(from); }
 
 void km_add_command::export_(exporter& to) const {
+    if (!*stanza())
+        return; // it stands in the text of another one
     to.begin_stanza(stanza());
     cm_add_object::export_(to);
     export_scope(*this, to);
@@ -154,6 +157,8 @@ void km_add_command::do_sharing_control(int action, int phase) {
 void km_remove_command::import(importer& from) { cm_remove_object::import(from); }
 
 void km_remove_command::export_(exporter& to) const {
+    if (!*stanza())
+        return;
     to.begin_stanza(stanza());
     cm_remove_object::export_(to);
     export_scope(*this, to);
@@ -169,6 +174,8 @@ void km_remove_command::do_execute(int action, int phase) {
     if ((result = stops_here(action, phase)) != success)
         return;
     tell_index(object, command_index);
+    if (auto* directory = dynamic_cast<km_directory*>(object))
+        directory->set_asked_for(package && !package->is_backup_package);
     cm_remove_object::do_execute(action, phase);
 }
 

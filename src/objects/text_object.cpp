@@ -5,12 +5,14 @@
 #include "text_object.h"
 
 #include "codec.h"
+#include "directory_container.h"
 #include "exporter.h"
 #include "importer.h"
 #include "made_directories.h"
 #include "object_command.h"
 #include "object_messages.h"
 #include "package.h"
+#include "parents.h"
 #include "refcounttable.h"
 #include "room.h"
 #include "target_root.h"
@@ -65,6 +67,7 @@ codable* text_object::decode_object(decoder& from, long stream_version) {
 void text_object::import(importer& from) {
     cm_object::import(from);
     from.get_string("path", &path);
+    path = path_in_container(from, path);
     from.get_boolean("create", &create);
 }
 
@@ -234,25 +237,25 @@ template <class Test> bool any_object(cm_composite_command& tree, const Test& te
 }
 } // namespace
 
-// A file, or something below a directory, that another command of the package puts there.
-bool text_object::comes_with_package(const std::string& of, bool or_below) const {
+// A file that another command of the package puts there.
+bool text_object::comes_with_package(const std::string& of) const {
     return package && any_object(*package, [&](cm_object& object) {
-               if (dynamic_cast<text_object*>(&object))
-                   return false;
-               const std::string name = object.get_name().mbcs_str();
-               return name == of || (or_below && name.compare(0, of.size() + 1, of + "/") == 0);
+               return !dynamic_cast<text_object*>(&object) && object.get_name().mbcs_str() == of;
            });
 }
 
 cm_result text_object::check_missing(text_target& at) {
-    if (absent || comes_with_package(path_bytes(), false) || comes_with_package(at.path(), false))
+    if (absent || comes_with_package(path_bytes()) || comes_with_package(at.path()))
         return result;
     if (!create)
         return fail("edit", path_bytes(), ENOENT);
-    const place where = locate(at.path());
-    if (!where.found() && where.error == ENOENT && comes_with_package(where.parent, true))
-        return result;
-    return check_file(at, 0);
+    std::string nearest = at.path();
+    const place where = nearest_place(nearest);
+    if (nearest == at.path())
+        return check_file(at, 0);
+    if (!where.found())
+        return fail("reach", where.parent, where.error);
+    return may_write_in(where) ? result : fail("write in", where.parent, errno);
 }
 
 cm_result text_object::check_file(text_target& at, long more) {
@@ -360,6 +363,9 @@ cm_result text_object::edit(bool puts) {
         return fail(fault);
     if (!at.is_there() && puts && !absent && !create)
         return fail("edit", path_bytes(), ENOENT);
+    if (puts && !at.is_there() && !absent)
+        if (const auto fault = make_noted_parents(package, at.path()))
+            return fail(fault.what, fault.path, fault.error);
     if (const auto fault = at.lock())
         return fail(fault);
     return !puts ? take(at, text) : absent || restores ? put_back(at, text) : put(at, text);
@@ -463,6 +469,11 @@ void text_object::take_out_own_frame(text_bytes& in) {
         take_frame(in);
 }
 
+cm_result text_object::remove_parents(const std::string& of) {
+    const auto fault = package ? remove_noted_parents(*package, of) : parent_fault{};
+    return fault ? fail(fault.what, fault.path, fault.error) : cm_command::success;
+}
+
 cm_result text_object::take_all(text_target& at, text_bytes& text) {
     const bool own_frame = has_own_frame();
     bool frame_goes = false, file_goes = false;
@@ -475,6 +486,8 @@ cm_result text_object::take_all(text_target& at, text_bytes& text) {
         if (file_goes) {
             if (const auto fault = at.unlink())
                 return fail(fault);
+            if (remove_parents(at.path()) != cm_command::success)
+                return result;
         } else if (write(at, text) != cm_command::success) {
             return result;
         }

@@ -129,7 +129,8 @@ class text_object : public cm_object {
     cm_result write(text_target& at, const text_bytes& text);
     cm_result check_file(text_target& at, long more);
     cm_result check_missing(text_target& at);
-    bool comes_with_package(const std::string& path, bool or_below) const;
+    bool comes_with_package(const std::string& path) const;
+    cm_result remove_parents(const std::string& of);
     bool counted_by_others();
 
     bool noted(const std::string& of, std::string* what = nullptr) const;

@@ -76,6 +76,60 @@ class TextsInOwnFiles(DefinedObjects):
         self.assertEqual(os.listdir(self.root), [])
 
 
+class FilesAndDirectories(DefinedObjects):
+    def test_what_lay_beside_a_kept_file_comes_back(self):
+        body = "add_kept_file { path = /etc/p.conf source = conf mode = 0644 }"
+        versions = [self.defined(body, v, {"conf": "v%s\n" % v}) for v in "123"]
+        self.km("install", versions[0])
+        self.write("/etc/p.conf", "mine\n")
+        self.km("upgrade", versions[1])
+        self.km("accept", "p")
+        before = picture(self.root, times=False)
+        for words in (("upgrade", versions[2]), ("remove", "p", "--undoable")):
+            self.km(*words)
+            self.assertNotEqual(differences(before, picture(self.root, times=False)), [])
+            self.km("undo", "p")
+            self.assertEqual(differences(before, picture(self.root, times=False)), [], words)
+        self.assertEqual(self.read("/etc/p.conf.kmnew"), b"v2\n")
+
+    def test_missing_parents_are_made_and_go_again(self):
+        package = self.defined("""
+          add_file { path = /x/y/f source = conf }
+          add_line { path = /l/m/g text = t create = y }
+          add_ini_item { path = /i/j/k section = s key = a value = b create = y }
+          add_token { path = /t/m/g name = P token = t create = y }
+          add_link { path = /n/o/l target = /x }
+        """, "1", {"conf": "a\n"})
+        self.km("install", package, "--undoable")
+        self.km("verify", "p")
+        self.km("undo", "p")
+        self.assertEqual(os.listdir(self.root), [])
+        self.km("install", package)
+        os.mkdir(self.at("/l/mine"))
+        self.km("remove", "p")
+        self.assertEqual(sorted(picture(self.root)), [b".", b"l", b"l/mine"])
+
+    def test_containers(self):
+        package = self.defined("""
+          add_container { path = /opt/d mode = 0750
+            add_file { path = f source = conf }
+            add_container { path = in add_link { path = l target = f } } }
+          remove_container { path = /old remove_file { path = a } remove_link { path = b target = a } }
+        """, "1", {"conf": "a\n"})
+        support.make_tree(self.root, {"old/a": "x", "old/b": ("a",)})
+        before = picture(self.root, times=False)
+        self.km("export", package, "-o", "e.spd", "--files", "data")
+        self.km("build", "e.spd", "-o", "e.spb")
+        self.assertEqual(self.km("show", "--tree", package).out, self.km("show", "--tree", "e.spb").out)
+        self.km("install", "e.spb", "--undoable")
+        self.km("verify", "p")
+        there = [b".", b"opt", b"opt/d", b"opt/d/f", b"opt/d/in", b"opt/d/in/l"]
+        self.assertEqual(sorted(picture(self.root)), there)
+        self.assertEqual(os.stat(self.at("/opt/d")).st_mode & 0o777, 0o750)
+        self.km("undo", "p")
+        self.assertEqual(differences(before, picture(self.root, times=False)), [])
+
+
 class ProgramsOfThePackage(DefinedObjects):
     def program(self, caption, more=""):
         """A script of the package, which writes what it is told into "log"."""

@@ -115,6 +115,15 @@ TEST_F(Definition, RefusesWhatIsNoDefinition) {
     EXPECT_FALSE(importer_.load(km::pathname(scratch_.path().c_str()), package));
 }
 
+TEST_F(Definition, AMarkInFrontAndOtherEndsOfLinesMeanNothing) {
+    const auto package =
+        read("\xEF\xBB\xBFkmspd 1.0\r\npackage {\r\nname = a\r\nversion = 1\r\n}\r\n");
+    ASSERT_TRUE(package) << told();
+    EXPECT_EQ(package->name, ustring(u"a"));
+    EXPECT_FALSE(read("\xEF\xBB\xBFkmspd 1.0 package { name = a }"));
+    EXPECT_EQ(faults().substr(0, 5), "1:11=") << told();
+}
+
 TEST_F(Definition, FaultsOfTheClassesComeWithTheirLines) {
     EXPECT_FALSE(read_body("title = t\ncondition = '$(a) =='\n"));
     EXPECT_NE(told().find("near line 6"), std::string::npos) << told();
