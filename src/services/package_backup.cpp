@@ -184,6 +184,7 @@ bool cm_package::save_undo(cm_package& undo, const pathname& path, int phase) {
         return false;
     }
     zip.set_method(zip_entry::stored);
+    zip.set_level(1); // the tree of commands is deflated nevertheless
     KM_KILL_POINT("backup.before_data");
     if (phase == p_commit_before_reboot) {
         undo.do_execute(a_execute, p_backup_finish);
