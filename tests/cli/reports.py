@@ -376,6 +376,8 @@ class Kills(ReportCase):
             other = ("remove", "p") if operation == "install" else ("install", package)
             if operation == "remove":
                 self.km("install", package)
+            self.km(*words)  # what only the first run makes is not counted
+            self.km(*other)
             calls = self.calls_of(*words)
             for at in range(1 + number, calls + 1, of):
                 self.km(*other)

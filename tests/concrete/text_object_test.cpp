@@ -239,7 +239,7 @@ TEST_F(TextTest, WhatCannotBeEditedIsRefusedWithAReasonAndStays) {
     ASSERT_EQ(::flock(held, LOCK_EX), 0);
     const refusal all[] = {
         {"add_line path=/missing|text=x", 9, "/missing"},
-        {"add_line path=/missing/f|text=x|create=1", 9, "No such file"},
+        {"add_line path=/f/below|text=x|create=1", 9, "Not a directory"},
         {"add_line path=/nul|text=x", 9, "NUL"},
         {"add_line path=/large|text=x", 9, "64 MiB"},
         {"add_line path=/d|text=x", 9, "directory"},
