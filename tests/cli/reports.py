@@ -161,7 +161,7 @@ class Channels(ReportCase):
     def setUp(self):
         super().setUp()
         self.package = self.build({"a": "1\n"})
-        self.set_up(timeout=2)
+        self.set_up(timeout=6)
 
     def fails(self, channel):
         ended = self.km("install", self.package)
