@@ -125,23 +125,6 @@ operation_request prepared(const operation_request& given) {
     return request;
 }
 
-// Without the tree from the server where a cut run goes on from its profile.
-bool open_for_install(const operation_request& request, session& at, opened_package& opened) {
-    const bool streamed = is_address(request.target);
-    const std::string profile = streamed && !request.dry_run && !(request.mode & km::m_force)
-                                    ? profile_of_cut_run("install", request.target)
-                                    : "";
-    if (!profile.empty()) {
-        opened.package = open_profile(profile, at.messages, at.result());
-        return opened.package != nullptr;
-    }
-    if (!streamed && !request.expected.empty() &&
-        !has_digest(request.target, request.expected, at.result()))
-        return false;
-    opened.wants_digest = !request.expected.empty() && !request.dry_run;
-    return open_package(request.target, request.definitions, at.messages, opened, at.result());
-}
-
 // Whether the operation came to its end, with everything that follows on it.
 bool end_install(session& at, opened_package& opened, worker_line& line) {
     if (!source_of(at.id))
@@ -180,7 +163,7 @@ void install(const operation_request& given, worker_line& line, outcome& result)
     const operation_request request = prepared(given);
     session at(line, result);
     opened_package opened;
-    if (!open_for_install(request, at, opened) ||
+    if (!open_to_put(request, "install", !(request.mode & km::m_force), at, opened) ||
         !at.open(request.dry_run ? access_kind::read : access_kind::change, request.wait_seconds))
         return;
     km::cm_package& package = *opened.package;

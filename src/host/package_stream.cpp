@@ -263,4 +263,20 @@ bool continue_stream(session& at, opened_package& opened, km::cm_result& answer)
     return true;
 }
 
+bool open_to_put(const operation_request& request, const std::string& command, bool goes_on,
+                 session& at, opened_package& opened) {
+    const bool streamed = is_address(request.target);
+    const std::string profile =
+        streamed && goes_on && !request.dry_run ? profile_of_cut_run(command, request.target) : "";
+    if (!profile.empty()) {
+        opened.package = open_profile(profile, at.messages, at.result());
+        return opened.package != nullptr;
+    }
+    if (!streamed && !request.expected.empty() &&
+        !has_digest(request.target, request.expected, at.result()))
+        return false;
+    opened.wants_digest = !request.expected.empty() && !request.dry_run;
+    return open_package(request.target, request.definitions, at.messages, opened, at.result());
+}
+
 } // namespace kmhost

@@ -17,6 +17,12 @@ namespace kmhost {
 bool open_stream(const std::string& address, const source_note* note, long offset,
                  opened_package& into, outcome& result);
 
+// Opens the package that `command` is to put in place, and compares the digest of a file with the
+// one that is expected. Where `goes_on`, the tree of a cut run comes from its profile and not from
+// the server again. False: the session's result says why.
+bool open_to_put(const operation_request& request, const std::string& command, bool goes_on,
+                 session& at, opened_package& opened);
+
 // Tells in `result` and to the parent why a stream failed; false.
 bool tell_fault(const http_stream& stream, const std::string& address, outcome& result);
 

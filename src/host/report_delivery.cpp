@@ -159,6 +159,13 @@ void tell_aside(const pass_result& came, outcome& result) {
                                  setting("working_dir") + "/message/removed.");
 }
 
+// What counts as delivered, and may not be.
+void tell_doubts(const delivery_watch& watch, outcome& result) {
+    for (size_t i = 0; i < channel_names.size(); ++i)
+        if (const auto& one = watch.courses()[i]; !one.doubt.empty())
+            result.warn("doubt", std::string(channel_names[i]) + ": " + one.doubt + ".");
+}
+
 void tell_left(const pass_result& came, const delivery_watch& watch, outcome& result) {
     for (size_t i = 0; i < channel_names.size(); ++i)
         if (const auto& one = watch.courses()[i]; one.failed)
@@ -192,6 +199,7 @@ void deliver_reports(long wait_seconds, worker_line& line, outcome& result) {
         result.word = "nothing";
     result.text = reports(came.delivered) + " delivered, " + std::to_string(came.left) + " left";
     tell_aside(came, result);
+    tell_doubts(watch, result);
     if (came.left)
         tell_left(came, watch, result);
 }
@@ -210,6 +218,7 @@ void deliver_at_the_end(const location& where, outcome& result) {
             told.warn("report", reports(came.left) + " could not be delivered (" + why +
                                     "); 'kmctl report deliver' tries again.");
         tell_aside(came, told);
+        tell_doubts(watch, told);
     };
     worker_end end;
     const outcome told = run_worker(body, {}, &end);

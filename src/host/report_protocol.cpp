@@ -57,9 +57,12 @@ int delivery_watch::deliver(size_t channel, const report_fields& report) {
     }
     report_settings settings = settings_;
     settings.timeout = std::min(settings_.timeout, seconds_left());
-    std::string why = "there was no time left";
-    const auto answer =
-        settings.timeout > 0 ? deliverers[channel](report, settings, why) : delivery::failed;
+    std::string why;
+    auto answer = delivery::failed;
+    if (settings.timeout > 0)
+        answer = deliverers[channel](report, settings, why);
+    else
+        why = "there was no time left";
     if (answer == delivery::failed) {
         ++course.failed;
         ++course.failed_in_a_row;
@@ -67,6 +70,8 @@ int delivery_watch::deliver(size_t channel, const report_fields& report) {
         return 0;
     }
     course.failed_in_a_row = 0;
+    if (!why.empty())
+        course.doubt = on_one_line(why);
     course.done += answer == delivery::done;
     return 1;
 }

@@ -20,7 +20,8 @@ struct channel_course {
     long done = 0;
     long failed = 0;
     int failed_in_a_row = 0;
-    std::string why; // of the last failure
+    std::string why;   // of the last failure
+    std::string doubt; // why nobody knows whether a report that counts as done came
 };
 
 // Watches over a pass: a channel that keeps failing is left alone for its rest, and with a budget

@@ -436,32 +436,12 @@ void upgrader::run() {
 
 } // namespace
 
-namespace {
-
-// Without the tree from the server where a cut run goes on from its profile.
-bool open_for_upgrade(const operation_request& request, session& at, opened_package& opened) {
-    const bool streamed = is_address(request.target);
-    const std::string profile =
-        streamed && !request.dry_run ? profile_of_cut_run("upgrade", request.target) : "";
-    if (!profile.empty()) {
-        opened.package = open_profile(profile, at.messages, at.result());
-        return opened.package != nullptr;
-    }
-    if (!streamed && !request.expected.empty() &&
-        !has_digest(request.target, request.expected, at.result()))
-        return false;
-    opened.wants_digest = !request.expected.empty() && !request.dry_run;
-    return open_package(request.target, request.definitions, at.messages, opened, at.result());
-}
-
-} // namespace
-
 void upgrade(const operation_request& request, worker_line& line, outcome& result) {
     session at(line, result);
     opened_package opened;
     operation_request full = request;
     full.target = absolute_path(request.target);
-    if (!open_for_upgrade(full, at, opened) ||
+    if (!open_to_put(full, "upgrade", true, at, opened) ||
         !at.open(full.dry_run ? access_kind::read : access_kind::change, full.wait_seconds))
         return;
     opened.package->source_path = km::pathname(full.target.c_str());

@@ -450,8 +450,10 @@ bool km_object::is_only_prepared() const {
 }
 
 cm_result km_object::drop_staged() {
-    if (staged && !staged_name.empty() && !remove_name(staged_name.mbcs_str(), false))
-        return fail("remove", staged_name.mbcs_str(), errno);
+    const std::string name = staged_name.mbcs_str();
+    // Nobody comes back to a cleanup: what fails for a moment is tried twice.
+    if (staged && !name.empty() && !remove_name(name, false) && !remove_name(name, false))
+        return fail("remove", name, errno);
     staged = 0;
     staged_name = ustring();
     return cm_command::success;

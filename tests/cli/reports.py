@@ -217,6 +217,18 @@ class Channels(ReportCase):
         os.remove(self.path("out/reports.db"))
         self.comes_back()
 
+    def test_a_log_that_may_have_it_is_told(self):
+        self.set_up(timeout=6, event_syslog=self.path("out/log"))
+        self.fails("evc")
+        key = self.km_json("report", "list")["reports"][0]["id"]
+        os.makedirs(self.work("deliveries"), exist_ok=True)
+        with open(self.work("deliveries", key + ".syslog"), "w") as note:
+            note.write("begun\n")  # as a process leaves it that dies while it tells the log
+        told = self.km_json("report", "deliver")
+        self.assertEqual((told["delivered"], [one["id"] for one in told["messages"]]),
+                         (1, ["doubt"]), told)
+        self.assertEqual(self.messages(), [])
+
     def test_notices_are_cleared_once(self):
         with open(self.work("notice"), "w"):
             pass
