@@ -8,6 +8,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <regex>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -132,6 +133,31 @@ TEST_F(Log, NoLineIsLostAmongWritersAtTheLimit) {
     const std::string all = text() + dir_.read("a.b.bk");
     EXPECT_EQ(lines_of(all, "<a line of thirty bytes here>\n"), writers * lines);
     EXPECT_EQ(lines_of(all, "backed up"), 1);
+}
+
+// The limit of a file's size takes the part of a line that a full disk takes.
+TEST_F(Log, ALineIsNotPutBehindATornOne) {
+    open();
+    const auto put = [&](const char* line) {
+        km::LogMsg(1, handle_, nullptr, km::log_text_alone, line);
+    };
+    put("first");
+    rlimit all{};
+    ::getrlimit(RLIMIT_FSIZE, &all);
+    const rlimit some{10, all.rlim_max};
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &some);
+    put("second");
+    ::setrlimit(RLIMIT_FSIZE, &all);
+    std::signal(SIGXFSZ, before);
+    put("third");
+    EXPECT_EQ(text(), "first\nseco\nthird\n");
+    km::LogDeinit(handle_);
+    dir_.write("a.b.log", "cut");
+    open();
+    put("a new process");
+    put("on");
+    EXPECT_EQ(text(), "cut\na new process\non\n");
 }
 
 TEST_F(Log, FiveFailuresInARowEndTheFile) {

@@ -105,15 +105,32 @@ class no_broken_pipe {
     bool was_waiting_;
 };
 
-// One write, so that lines of several processes do not mix.
-void write_whole(const LogAllocStruct* handle, const std::string& text) {
+// One write, so that lines of several processes do not mix. A disk that fills up can take the
+// beginning of a line alone: the next one does not stand behind it.
+void write_whole(LogAllocStruct* handle, const std::string& line) {
     const no_broken_pipe while_writing;
+    const std::string text = (handle->torn ? "\n" : "") + line;
     ssize_t put;
     do
         put = ::write(handle->file, text.data(), text.size());
     while (put < 0 && errno == EINTR);
+    if (put > 0)
+        handle->torn = text[static_cast<size_t>(put) - 1] != '\n';
     if (put != static_cast<ssize_t>(text.size()))
         fail(handle->file_name, put < 0 ? errno : ENOSPC);
+}
+
+// Whether an earlier process left the beginning of a line at the end of the file.
+bool ends_torn(const char* name) {
+    const int in = ::open(name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (in < 0)
+        return false;
+    struct stat about {};
+    char last = '\n';
+    const bool was_read = ::fstat(in, &about) == 0 && S_ISREG(about.st_mode) && about.st_size > 0 &&
+                          ::pread(in, &last, 1, about.st_size - 1) == 1;
+    ::close(in);
+    return was_read && last != '\n';
 }
 
 std::string backup_name(const std::string& name) {
@@ -154,6 +171,7 @@ void replace_log(LogAllocStruct* handle) {
     handle->file = -1;
     const int error = rename_file(handle->file_name, backup.c_str()) ? 0 : errno;
     handle->file = open_log(handle->file_name, error ? O_TRUNC : 0);
+    handle->torn = 0;
     write_whole(handle, notice(handle, backup, error));
 }
 
@@ -165,6 +183,7 @@ void roll_over(LogAllocStruct* handle, bool only_full) {
     if (!name_stands_for(handle->file_name, handle->file)) {
         close_file(handle);
         handle->file = open_log(handle->file_name, 0);
+        handle->torn = 0;
     } else if (!only_full || is_full(handle)) {
         replace_log(handle);
     }
@@ -303,6 +322,7 @@ LogAllocStruct* open_handle(const char* filespec, const char* name, int threshol
     try {
         handle = make_handle(filespec, name, threshold, to_stdout, max_size);
         handle->file = open_log(filespec, 0);
+        handle->torn = ends_torn(filespec);
         close_file(handle);
         return handle;
     } catch (const std::exception& failure) {

@@ -36,6 +36,7 @@ struct LogAllocStruct {
     char* ring_text;        // the ring as LogQGetBuffer() gives it
     long ring_size;
     int failures; // in a row
+    int torn;     // 1: what stands last in the file is the beginning of a line
 };
 
 // Opens the log of the name once, making it (mode 0666 less the process's mask) if it is missing,

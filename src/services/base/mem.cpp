@@ -36,6 +36,12 @@ int global_flags = 0;
     throw mrt_exception("", 0, "Out of memory (malloc %1$d)", {std::to_string(size)});
 }
 
+size_t product(size_t count, size_t size) {
+    if (size && count > SIZE_MAX / size)
+        out_of_memory(SIZE_MAX);
+    return count * size;
+}
+
 void* checked(void* p, size_t size) {
     if (!p && size)
         out_of_memory(size);
@@ -72,6 +78,10 @@ void overwrite(ml_pool* block) {
     __asm__ volatile("" : : "r"(block) : "memory");
 }
 
+void set_guard(ml_pool* block) {
+    std::memset(bytes_of(block) + head_size + block->size, fresh, guard_size);
+}
+
 void release(ml_pool* block) {
     unlink(block);
     overwrite(block);
@@ -89,13 +99,15 @@ void move_to(ml_pool* pool, void* p) {
         return;
     unlink(block_of(p));
     link_behind(pool, block_of(p));
+    set_guard(block_of(p));
 }
 
 } // namespace
 
 void* x_malloc(size_t size) { return checked(std::malloc(size), size); }
 void* x_calloc(size_t count, size_t size) {
-    return checked(std::calloc(count, size), count * size);
+    const size_t all = product(count, size);
+    return checked(std::calloc(count, size), all);
 }
 void* x_realloc(void* p, size_t size) { return checked(std::realloc(p, size), size); }
 void x_free(void* p) { std::free(p); }
@@ -120,11 +132,8 @@ void* ml_malloc(ml_pool* pool, size_t size) {
 }
 
 void* ml_calloc(ml_pool* pool, size_t count, size_t size) {
-    if (size && count > SIZE_MAX / size)
-        out_of_memory(size);
-    void* p = ml_malloc(pool, count * size);
-    std::memset(p, 0, count * size);
-    return p;
+    const size_t all = product(count, size);
+    return std::memset(ml_malloc(pool, all), 0, all);
 }
 
 void* ml_realloc(ml_pool* pool, void* p, size_t size) {

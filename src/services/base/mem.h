@@ -33,7 +33,8 @@ void safe_free(void* p);
 //   24  8  reserved
 // New memory is filled with 0xA1, header included, before the header is set. Freed memory is
 // overwritten with 0xF3 before it goes back, so that use after free shows at once, also what a
-// growing block leaves behind. A block that grows or changes its pool keeps its bytes.
+// growing block leaves behind. A block that grows or changes its pool keeps its bytes and gets a
+// new guard.
 struct ml_pool;
 
 ml_pool* ml_create();

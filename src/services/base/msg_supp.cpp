@@ -18,6 +18,7 @@ namespace {
 
 const char illegal_text[] = "Format has illegal types, need standard catalog entry: %1$s";
 const char null_text[] = "** Invalid String (NULL) Passed to make_msg_ent() **";
+const char no_format_text[] = "*no format string*";
 constexpr int most_positions = 100;
 
 struct conversion {
@@ -76,6 +77,7 @@ std::string argument_text(const conversion& how, va_list& arguments) {
 message_entry make_msg_ent(const char* catalogue, long key, const char* format, va_list arguments) {
     message_entry entry;
     std::map<int, conversion> conversions;
+    format = format ? format : no_format_text;
     if (!parse_format(format, conversions)) {
         entry.text = illegal_text;
         entry.arguments = StringList{format};
