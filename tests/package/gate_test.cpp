@@ -33,7 +33,7 @@ class Gate : public PackageTest {
 
 } // namespace
 
-TEST_F(Gate, WhatIsAllowedInEachStableState) {
+TEST_F(Gate, WhatIsAllowedInEachStateAndInItsError) {
     const unsigned force = km::m_force, repair = km::m_repair, source = km::m_source;
     const unsigned clever = km::m_intelligent_remove, prepared = km::m_transactional;
     struct question {
@@ -59,34 +59,64 @@ TEST_F(Gate, WhatIsAllowedInEachStableState) {
                                   {"commit", {10}, install, 0},
                                   {"verify", {8}, install, 0},
                                   {"any", {11}, install, 0}};
+    constexpr int bad = 9; // refused by the error: the status tells of both words
     const struct {
-        int current;
+        int current, now, last;
         int answers[16];
     } rows[] = {
         // clang-format off
-        //        install      | remove      | rollback | undo | accept | commit verify any
-        {unset, {0, 0, 3, 3,     0, 0, 3, 0,   3, 3,      3,     3, 3,    3,     3,     3}},
-        {0,     {0, 0, 0, 0,     2, 2, 2, 2,   1, 1,      1,     1, 1,    1,     0,     1}},
-        {1,     {1, 0, 1, 1,     1, 0, 1, 1,   0, 1,      1,     1, 1,    0,     1,     1}},
-        {2,     {1, 0, 0, 0,     0, 0, 0, 0,   1, 1,      1,     1, 0,    1,     0,     0}},
-        {3,     {1, 0, 1, 1,     1, 0, 1, 1,   0, 0,      1,     0, 0,    0,     1,     1}},
-        {4,     {1, 0, 1, 1,     1, 0, 1, 1,   0, 0,      1,     0, 0,    0,     1,     1}},
-        {5,     {1, 0, 1, 1,     1, 0, 1, 0,   1, 1,      0,     0, 0,    1,     0,     1}},
-        {6,     {1, 0, 1, 1,     1, 0, 1, 1,   1, 1,      1,     1, 1,    0,     0,     1}},
+        //                     install      | remove      | rollback | undo | accept | commit verify any
+        {unset, unset, install, {0, 0, 3, 3,     0, 0, 3, 0,   3, 3,      3,     3, 3,    3,     3,     3}},
+        {0, 0, install,         {0, 0, 0, 0,     2, 2, 2, 2,   1, 1,      1,     1, 1,    1,     0,     1}},
+        {1, 1, install,         {1, 0, 1, 1,     1, 0, 1, 1,   0, 1,      1,     1, 1,    0,     1,     1}},
+        {2, 2, install,         {1, 0, 0, 0,     0, 0, 0, 0,   1, 1,      1,     1, 0,    1,     0,     0}},
+        {3, 3, install,         {1, 0, 1, 1,     1, 0, 1, 1,   0, 0,      1,     0, 0,    0,     1,     1}},
+        {4, 4, install,         {1, 0, 1, 1,     1, 0, 1, 1,   0, 0,      1,     0, 0,    0,     1,     1}},
+        {5, 5, install,         {1, 0, 1, 1,     1, 0, 1, 0,   1, 1,      0,     0, 0,    1,     0,     1}},
+        {6, 6, install,         {1, 0, 1, 1,     1, 0, 1, 1,   1, 1,      1,     1, 1,    0,     0,     1}},
+        {0, 0, take_away,       {2, 2, 2, 2,     0, 0, 0, 0,   1, 1,      1,     1, 1,    1,     0,     1}},
+        {1, 1, take_away,       {1, 0, 1, 1,     1, 0, 1, 1,   0, 1,      1,     1, 1,    0,     1,     1}},
+        {2, 2, take_away,       {0, 0, 3, 3,     1, 0, 3, 1,   1, 1,      1,     1, 0,    1,     0,     0}},
+        {3, 3, take_away,       {1, 0, 1, 1,     1, 0, 1, 1,   0, 0,      1,     0, 0,    0,     1,     1}},
+        {4, 4, take_away,       {1, 0, 1, 1,     1, 0, 1, 1,   0, 0,      1,     0, 0,    0,     1,     1}},
+        {5, 5, take_away,       {1, 0, 1, 1,     1, 0, 1, 0,   1, 1,      0,     0, 0,    1,     0,     1}},
+        {6, 6, take_away,       {1, 0, 1, 1,     1, 0, 1, 1,   1, 1,      1,     1, 1,    0,     0,     1}},
+        {0, cs_error, install,   {9, 0, 9, 9,    9, 2, 9, 9,   9, 9,      9,     9, 9,    9,     0,     1}},
+        {1, cs_error, install,   {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      9,     9, 9,    9,     1,     1}},
+        {2, cs_error, install,   {9, 0, 0, 0,    9, 0, 0, 9,   9, 9,      9,     9, 9,    9,     0,     0}},
+        {3, cs_error, install,   {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      9,     9, 9,    9,     1,     1}},
+        {4, cs_error, install,   {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      1,     9, 9,    9,     1,     1}},
+        {5, cs_error, install,   {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      0,     9, 9,    9,     0,     1}},
+        {6, cs_error, install,   {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      9,     9, 9,    9,     0,     1}},
+        {0, cs_error, take_away, {9, 2, 9, 9,    9, 0, 9, 9,   9, 9,      9,     9, 9,    9,     0,     1}},
+        {1, cs_error, take_away, {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      9,     9, 9,    9,     1,     1}},
+        {2, cs_error, take_away, {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      9,     9, 9,    9,     0,     0}},
+        {3, cs_error, take_away, {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      9,     9, 9,    9,     1,     1}},
+        {4, cs_error, take_away, {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      1,     9, 9,    9,     1,     1}},
+        {5, cs_error, take_away, {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      0,     9, 9,    9,     0,     1}},
+        {6, cs_error, take_away, {9, 0, 9, 9,    9, 0, 9, 9,   9, 9,      9,     9, 9,    9,     0,     1}},
     }; // clang-format on
     stores all(dir_.at("store"));
     for (const auto& row : rows) {
+        const cm_catalog_entry before = state(row.current, row.now, row.last);
         if (row.current != unset)
-            all.put(state(row.current, row.current));
+            all.put(before);
         const int* answer = row.answers;
         for (const auto& one : questions) {
+            const auto what = std::string(one.what) + " in " + std::to_string(row.current) +
+                              (row.now == cs_error ? " in error" : "") +
+                              (row.last == install ? "" : ", removed");
             for (const int operation : one.operations) {
                 int status = 77;
-                EXPECT_EQ(ask(all, operation, one.action, one.mode, &status), *answer)
-                    << one.what << " " << operation << " in " << row.current;
-                EXPECT_EQ(status, row.current) << one.what << " in " << row.current;
+                EXPECT_EQ(ask(all, operation, one.action, one.mode, &status),
+                          *answer == bad ? 1 : *answer)
+                    << what << " " << operation;
+                EXPECT_EQ(status, *answer == bad ? row.current | cs_error : row.current) << what;
             }
             ++answer;
+        }
+        if (row.current != unset) {
+            EXPECT_EQ(PackageTest::status(all.entry()), PackageTest::status(&before));
         }
     }
     EXPECT_EQ(text_of(all.messages), "");
