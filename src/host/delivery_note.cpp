@@ -1,11 +1,12 @@
 // delivery_note: how far the delivery of a report to a side that cannot be asked has come
 // format: docs/formats/delivery-notes.md
-// invariant: a note is whole, and on the disk before the step that it tells of
+// invariant: a note is on the disk before the step that it tells of, and nothing comes in between
 #include "delivery_note.h"
 
 #include "durable.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +14,8 @@
 namespace kmhost {
 
 namespace {
+
+constexpr size_t word_size = 6; // of all three, with the line feed
 
 constexpr const char* channels[] = {"mail", "spool", "syslog"};
 
@@ -32,17 +35,30 @@ delivery_note::progress delivery_note::read() const {
         return ::access(file_.c_str(), F_OK) == 0 ? progress::begun : progress::none;
     std::string word;
     std::getline(in, word);
+    if (word == "ready")
+        return progress::none;
     return word == "taken" ? progress::taken : progress::begun;
 }
 
-bool delivery_note::write(const std::string& text) const {
+bool delivery_note::prepare() const {
     const km::pathname file(file_.c_str());
     const std::string directory = file_.substr(0, file_.rfind('/'));
     if (::access(directory.c_str(), F_OK) != 0 &&
         !km::make_directories_durably(km::pathname(directory.c_str())))
         return false;
-    return km::replace_durably(
-        file, 0600, [&text](int out) { return km::write_fully(out, text.data(), text.size()); });
+    return km::replace_durably(file, 0600,
+                               [](int out) { return km::write_fully(out, "ready\n", word_size); });
+}
+
+bool delivery_note::change(const char* word) const {
+    const int note = ::open(file_.c_str(), O_WRONLY | O_DSYNC | O_CLOEXEC | O_NOFOLLOW);
+    if (note < 0)
+        return false;
+    const bool changed = ::pwrite(note, word, word_size, 0) == static_cast<ssize_t>(word_size);
+    const int error = errno;
+    ::close(note);
+    errno = error;
+    return changed;
 }
 
 void delivery_note::withdraw() const { ::unlink(file_.c_str()); }

@@ -117,7 +117,7 @@ delivery deliver_to_log(const report_fields& report, const report_settings& sett
         why = "a process ended while it told the system log: nobody knows whether the log has it";
     if (before != delivery_note::progress::none)
         return delivery::done;
-    if (!note.begin()) {
+    if (!note.prepare() || !note.begin()) {
         why = std::string("the telling cannot be noted: ") + std::strerror(errno);
         return delivery::failed;
     }

@@ -140,6 +140,10 @@ delivery deliver_to_server(const report_fields& report, const report_settings& s
     call.trust(settings.mail_ca_file);
     if (!log_in(call, settings, why))
         return delivery::failed;
+    if (!note.prepare()) {
+        why = std::string("the sending cannot be noted: ") + std::strerror(errno);
+        return delivery::failed;
+    }
     return send(call, what, note, why);
 }
 
@@ -159,7 +163,7 @@ delivery put_into_spool(const report_fields& report, const report_settings& sett
         return km::write_fully(out, what.text.data(), what.text.size());
     };
     if (km::make_directories_durably(km::pathname(spool.c_str())) &&
-        km::replace_durably(temporary, 0600, write) && note.begin() &&
+        km::replace_durably(temporary, 0600, write) && note.prepare() && note.begin() &&
         km::rename_durably(temporary, target, 0))
         return delivery::done;
     why = "the mail cannot be put into " + spool + ": " + std::strerror(errno);

@@ -41,7 +41,7 @@ class Server(socketserver.ThreadingTCPServer):
     def __init__(self, handler, pem=""):
         super().__init__(("127.0.0.1", 0), handler)
         self.port = self.server_address[1]
-        self.actions = {}
+        self.actions, self.on_stage = {}, None
         self.taken, self.seen = [], []
         self.gone = threading.Event()
         self.tls = None
@@ -56,6 +56,8 @@ class Server(socketserver.ThreadingTCPServer):
     def at(self, stage):
         """What to do at a stage: the action for the caller, or the end of the connection."""
         self.seen.append(stage)
+        if self.on_stage:
+            self.on_stage(stage)
         action = self.actions.get(stage, "")
         if action == "hang":
             self.gone.wait(60)
@@ -81,7 +83,19 @@ class Smtp(Server):
         super().__init__(SmtpTalk, pem)
 
 
-class SmtpTalk(socketserver.StreamRequestHandler):
+class Talk:
+    """Closes what it has wrapped."""
+
+    def finish(self):
+        try:
+            super().finish()
+        except OSError:
+            pass
+        if self.server.tls:
+            self.request.close()
+
+
+class SmtpTalk(Talk, socketserver.StreamRequestHandler):
     def handle(self):
         try:
             self.talk()
@@ -171,7 +185,7 @@ class Web(Server):
         super().__init__(WebTalk, pem)
 
 
-class WebTalk(http.server.BaseHTTPRequestHandler):
+class WebTalk(Talk, http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
 
     def setup(self):

@@ -223,7 +223,8 @@ TEST(MailServer, IsNotAskedWhenItMayHaveTheReport) {
         const char* note;
         bool again;
         delivery wanted;
-    } cases[] = {{"begun\n", false, delivery::done},
+    } cases[] = {{"ready\n", false, delivery::failed},
+                 {"begun\n", false, delivery::done},
                  {"begun\n", true, delivery::failed},
                  {"taken\n", true, delivery::done},
                  {"", false, delivery::done}};
