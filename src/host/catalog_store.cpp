@@ -190,6 +190,10 @@ bool catalog_store::restore_counts(outcome& result) {
                         ".");
         return false;
     }
+    // A backup is whole before its table goes: without a table this one is the first that was
+    // begun.
+    if (!has_table && fs::remove(backup, error))
+        return true;
     result.fail(exit_failed, "counts",
                 "The reference counts " + table +
                     " cannot be read, and there is no good backup of them. Nothing was changed. "

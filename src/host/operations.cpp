@@ -14,6 +14,7 @@
 #include "package_stream.h"
 #include "plan.h"
 #include "program_command.h"
+#include "reboot.h"
 #include "report_writer.h"
 #include "session.h"
 #include "status_words.h"
@@ -291,7 +292,9 @@ bool run_remove(session& at, std::unique_ptr<km::cm_package> package,
         end_remove(at, before);
         return true;
     }
-    if (!at.passes_gate(*package, km::o_execute, km::a_reverse, asked, "remove"))
+    // Behind a reboot the operation itself goes on; the gate is for operations that begin.
+    const bool goes_on = (asked & km::m_during_reboot) && waits_for_reboot(before);
+    if (!goes_on && !at.passes_gate(*package, km::o_execute, km::a_reverse, asked, "remove"))
         return at.had_ended(was_cut, removed_words(at.entry())) || accepts_first;
     if (failed_in_install(before))
         switch_off_unreached(*package);

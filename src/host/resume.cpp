@@ -3,6 +3,7 @@
 // invariant: an operation goes on by the command that was cut, with its own arguments
 #include "resume.h"
 
+#include "base_configuration.h"
 #include "continue_run.h"
 #include "inspect.h"
 #include "intent.h"
@@ -12,6 +13,8 @@
 #include "report_writer.h"
 #include "session.h"
 #include "upgrade.h"
+
+#include <algorithm>
 
 namespace kmhost {
 
@@ -29,7 +32,7 @@ void merge(outcome& into, const outcome& one) {
     into.text += one.text + (one.text.empty() || one.text.back() == '\n' ? "" : "\n");
     if (one.package)
         into.package = one.package;
-    if (one.failed() && !into.failed()) {
+    if (one.exit != exit_done && !into.failed()) {
         into.exit = one.exit;
         into.word = one.word;
     }
@@ -104,35 +107,57 @@ void go_back(const intent& cut, const operation_request& request, worker_line& l
     undo(back, line, result);
 }
 
-// What stopped for a reboot goes on behind it.
+// What the engine needs to go on with a package behind a reboot.
+struct behind_reboot {
+    intent what;
+    size_t place; // in the boot list
+};
+
+std::vector<behind_reboot> waiting_since_boot(catalog_store& store, const std::string& target,
+                                              outcome& result) {
+    const auto list = boot_list();
+    std::vector<behind_reboot> all;
+    for (const auto& one : find_packages(store.catalog(), "")) {
+        if (!is_meant(one.id, target) || !waits_for_reboot(*one.entry) || !was_booted_since(one.id))
+            continue;
+        km::spmessage messages;
+        const auto profile = open_profile(one.entry->profile_name.mbcs_str(), messages, result);
+        if (!profile)
+            continue;
+        const auto place = std::find_if(list.begin(), list.end(), [&one](const package_id& id) {
+            return id.text() == one.id.text();
+        });
+        all.push_back({{command_behind_reboot(*one.entry),
+                        one.id,
+                        profile->source_path.mbcs_str(),
+                        {},
+                        static_cast<unsigned>(one.entry->entry_mode) | km::m_during_reboot,
+                        0},
+                       static_cast<size_t>(place - list.begin())});
+    }
+    std::stable_sort(
+        all.begin(), all.end(),
+        [](const behind_reboot& one, const behind_reboot& two) { return one.place < two.place; });
+    return all;
+}
+
+// What stopped for a reboot goes on behind it, in the order of the boot list. One that fails holds
+// no other up; one that asks for a reboot again does where each is to have its own.
 bool go_on_behind_reboot(const operation_request& request, worker_line& line, outcome& result) {
-    std::vector<intent> all;
+    std::vector<behind_reboot> all;
     {
         catalog_store store;
         if (!store.open(access_kind::read, request.wait_seconds, result))
             return false;
-        for (const auto& one : find_packages(store.catalog(), "")) {
-            if (!is_meant(one.id, request.target) || !waits_for_reboot(*one.entry) ||
-                !was_booted_since(one.id))
-                continue;
-            km::spmessage messages;
-            const auto profile = open_profile(one.entry->profile_name.mbcs_str(), messages, result);
-            if (!profile)
-                continue;
-            const unsigned mode =
-                static_cast<unsigned>(one.entry->entry_mode) | km::m_during_reboot;
-            all.push_back({command_behind_reboot(*one.entry),
-                           one.id,
-                           profile->source_path.mbcs_str(),
-                           {},
-                           mode,
-                           0});
-        }
+        all = waiting_since_boot(store, request.target, result);
     }
+    const bool one_reboot = km::base_configuration().get_resinit_one_reboot();
     for (const auto& one : all) {
         outcome told;
-        go_on(one, request, line, told);
+        go_on(one.what, request, line, told);
         merge(result, told);
+        if (!one_reboot && wants_reboot(one.what.id))
+            break;
     }
     return !all.empty();
 }
@@ -151,7 +176,8 @@ void tell_waiting(const operation_request& request, worker_line& line, outcome& 
 
 } // namespace
 
-void resume(const operation_request& request, bool back, worker_line& line, outcome& result) {
+void resume(const operation_request& request, resume_kind how, worker_line& line, outcome& result) {
+    const bool back = how == resume_kind::back;
     const auto all = read_intents();
     { // mends what a kill left in the stores, and ends what needs no more than that
         catalog_store store;
@@ -172,7 +198,8 @@ void resume(const operation_request& request, bool back, worker_line& line, outc
             go_on(cut, request, line, one);
         merge(result, one);
     }
-    tell_waiting(request, line, result);
+    if (how != resume_kind::boot)
+        tell_waiting(request, line, result);
     if (!any && !result.failed()) {
         result.word = "nothing";
         result.text += "No operation was cut; nothing was to do";

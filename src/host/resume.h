@@ -5,8 +5,14 @@
 
 namespace kmhost {
 
-// Finishes the cut operation of the package, or of all packages with an empty target. With `back`
-// an upgrade or an undoable install is taken back instead.
-void resume(const operation_request& request, bool back, worker_line& line, outcome& result);
+enum class resume_kind {
+    forward,
+    back, // an upgrade or an undoable install is taken back instead
+    boot  // as the machine starts: what cannot go on yet is no message
+};
+
+// Finishes what waited for a reboot that has come, in the order of the boot list, then the cut
+// operation of the package, or of all packages with an empty target.
+void resume(const operation_request& request, resume_kind how, worker_line& line, outcome& result);
 
 } // namespace kmhost

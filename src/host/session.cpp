@@ -41,7 +41,7 @@ bool stands_installed(const km::cm_catalog_entry& entry) {
 bool session::open(access_kind kind, long wait_seconds) {
     if (!store.open(kind, wait_seconds, result_))
         return false;
-    set_hooks(line_, &store);
+    set_hooks(line_, &store, &id);
     km::forget_room();
     km::forget_made_directories();
     return true;
@@ -127,6 +127,21 @@ bool ended_in_error(const km::cm_catalog_entry* now) {
 
 } // namespace
 
+namespace {
+void note_reboot(const package_id& id, const km::cm_catalog_entry* now,
+                 const km::cm_package& package, km::cm_result engine_result, outcome& result) {
+    if (!now || !waits_for_reboot(*now))
+        return forget_reboot(id);
+    reboot_wish wish = wish_of(const_cast<km::cm_package&>(package));
+    wish.wanted = engine_result >= km::cm_command::success_reboot_now &&
+                  engine_result < km::cm_command::success_in_a_reboot;
+    if (!wait_for_reboot(id, wish))
+        result.warn("reboot",
+                    "The id of this boot could not be noted: " + std::string(std::strerror(errno)) +
+                        ". 'kmctl resume' will not know that the machine was booted.");
+}
+} // namespace
+
 void session::finish(const km::cm_package& package, km::cm_result engine_result, const char* done,
                      const char* word) {
     take_messages(messages, result_);
@@ -136,12 +151,7 @@ void session::finish(const km::cm_package& package, km::cm_result engine_result,
                          engine_result <= km::cm_command::success_retry;
     if (!goes_on)
         km::forget_programs(id.name, id.version);
-    if (const auto* now = entry(); !now || !waits_for_reboot(*now))
-        forget_reboot(id);
-    else if (!wait_for_reboot(id))
-        result_.warn("reboot", "The id of this boot could not be noted: " +
-                                   std::string(std::strerror(errno)) +
-                                   ". 'kmctl resume' will not know that the machine was booted.");
+    note_reboot(id, entry(), package, engine_result, result_);
     if (is_success(engine_result) && ended_in_error(entry()))
         return tell_failure(package, word);
     if (is_success(engine_result)) {

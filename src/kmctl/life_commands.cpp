@@ -137,12 +137,19 @@ void add_upgrade(CLI::App& app, life_arguments& given, stream_arguments& stream,
                });
     });
     auto* resume = app.add_subcommand("resume", "Finish what was cut, or say what is pending");
-    resume->add_option("PACKAGE", operation.target, "NAME[^VERSION]");
-    resume->add_flag("--back", given.back, "Take it back instead, where there is a backup");
+    auto* package = resume->add_option("PACKAGE", operation.target, "NAME[^VERSION]");
+    auto* back =
+        resume->add_flag("--back", given.back, "Take it back instead, where there is a backup");
+    resume->add_flag("--boot", given.boot, "All of it as the machine starts, for its start-up")
+        ->excludes(package)
+        ->excludes(back);
     add_retry_options(*resume, stream);
     resume->callback([&given, choose] {
         choose("resume", false, false, [&given](worker_line& line, outcome& result) {
-            kmhost::resume(given.operation, given.back, line, result);
+            const auto how = given.boot   ? kmhost::resume_kind::boot
+                             : given.back ? kmhost::resume_kind::back
+                                          : kmhost::resume_kind::forward;
+            kmhost::resume(given.operation, how, line, result);
         });
     });
 }

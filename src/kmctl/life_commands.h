@@ -16,7 +16,7 @@ namespace kmctl {
 struct life_arguments {
     kmhost::operation_request operation;
     std::string base, newer, output, file, path;
-    bool all = false, back = false, undo_prepared = false;
+    bool all = false, back = false, boot = false, undo_prepared = false;
 };
 
 // How a command is chosen: its name, whether it only reads, whether its text is the answer that was

@@ -9,6 +9,7 @@
 #include "options.h"
 #include "print.h"
 #include "queries.h"
+#include "reboot_command.h"
 #include "report_commands.h"
 #include "report_delivery.h"
 #include "report_writer.h"
@@ -21,6 +22,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <unistd.h>
 
@@ -356,6 +358,8 @@ outcome carry_out(const global_options& options, const arguments& given, const c
         if (is_logged)
             kmhost::run_log(home, words).begins();
         work(options, given, choice, line, result);
+        if (is_logged)
+            kmhost::decide_reboot(result);
     };
     const auto watch = kmctl::make_progress_line(options, choice.command);
     kmhost::worker_end end;
@@ -391,7 +395,11 @@ int main(int count, char** texts) {
         result.text.clear();
     if (result.exit == kmhost::exit_reboot && !options.reboot_exit_code)
         result.exit = kmhost::exit_done;
-    if (!kmctl::print_outcome(options, choice.command, result) && !result.failed())
-        return kmhost::exit_failed;
-    return result.exit;
+    const auto order = kmhost::take_reboot_order(result);
+    const bool printed = kmctl::print_outcome(options, choice.command, result);
+    std::string why;
+    const bool rebooted = kmhost::run_reboot(order, why);
+    if (!rebooted)
+        std::cerr << "kmctl: " << why << "\n";
+    return (printed && rebooted) || result.failed() ? result.exit : int{kmhost::exit_failed};
 }

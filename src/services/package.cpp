@@ -125,7 +125,7 @@ void cm_package::init_operation() {
     is_backup_package = 0;
     external_call = 1;
     commit_phase = 0;
-    commit_may_reboot = 0;
+    commit_may_reboot = commit_goes_on = 0;
     resume_stage = next_resume_stage = 0;
     mode = 0;
     current_offset = check_point_offset = block_size = restart_offset = 0;
@@ -232,6 +232,7 @@ void cm_package::copy_values(const cm_package& other) {
     external_call = other.external_call;
     commit_phase = other.commit_phase;
     commit_may_reboot = other.commit_may_reboot;
+    commit_goes_on = other.commit_goes_on;
     resume_stage = other.resume_stage;
     next_resume_stage = other.next_resume_stage;
     mode = other.mode;

@@ -270,6 +270,7 @@ class cm_package : public cm_composite_command {
     std::int32_t external_call; // 0 while the engine calls itself
     std::int32_t commit_phase;
     std::int32_t commit_may_reboot;
+    std::int32_t commit_goes_on; // its profile is that of a commit that stopped
     std::int32_t
         resume_stage; // leg at which a resumed run enters: 0 start, 1 do, 2 accept, 3 commit
     std::int32_t next_resume_stage;

@@ -79,10 +79,12 @@ void cm_package::initialize_commit(int mode_word, int call_argument) {
         result = failure;
         return;
     }
-    const bool rebooted = entry.current_result == success_reboot_now ||
-                          ((entry.current_result == success_reboot_now_reexecute ||
-                            entry.current_result == success_reboot_after) &&
-                           (mode_word & m_during_reboot));
+    commit_goes_on = entry.current_result != success;
+    // The check of a commit that begins forgets which commands have to run again.
+    const bool rebooted =
+        entry.current_result == success_reboot_now ||
+        (entry.current_result >= success_reboot_now_reexecute &&
+         entry.current_result <= success_reboot_after_reexecute && (mode_word & m_during_reboot));
     if (rebooted) {
         KM_TRACE(trace_info, "common", "commit called after a reboot");
         operation_phase = u"commit_after_reboot";
@@ -355,7 +357,16 @@ bool cm_package::end_commit(int next) {
     do_execute(entry.last_action, p_commit_cleanup);
     KM_TRACE(trace_info, "common", "cleanup returned a result = %d", static_cast<int>(result));
     result = result == success ? outcome : warning;
-    return true;
+    // The profile tells what was done before the reboot alone, and that it is not to be done again.
+    // Later operations go by it. A cut behind these lines commits once more.
+    if (!commit_goes_on || !external_call)
+        return true;
+    const auto ended = result;
+    const bool written = download_list(entry.profile_name, 1);
+    result = written ? ended : fatal_failure;
+    if (!written)
+        KM_TRACE(trace_error, "common", "Error downloading the list");
+    return written;
 }
 
 bool cm_package::suspend_commit() {

@@ -59,6 +59,8 @@ class RebootLife : public LifeTest, public testing::WithParamInterface<row> {
     }
 };
 
+class RebootCommit : public RebootLife {};
+
 void PrintTo(const row& one, std::ostream* to) {
     *to << one.before << "; " << one.op << " " << one.mode << ", " << one.fails << "="
         << one.result;
@@ -88,6 +90,26 @@ TEST_P(RebootLife, GoesOnBehindIt) {
     ends >> should >> tree;
     expect_whole(should, tree);
 }
+
+// In the pass behind the reboot; one that begins anew would forget it.
+TEST_P(RebootCommit, AsksAgainWhatIsNotFinished) {
+    const int code = GetParam().result;
+    play("install t = 0 IP--- before; fail do 1 3 trap=" + std::to_string(code));
+    EXPECT_EQ(run("commit", 0), code) << told_;
+    recorder::results.clear();
+    recorder::calls.clear();
+    EXPECT_EQ(go_on("commit"), 0) << told_;
+    EXPECT_EQ(std::count(recorder::calls.begin(), recorder::calls.end(), "do 1 5 trap"), 1);
+    expect_whole("IC---", "new");
+    // Later operations go by what the profile tells.
+    recorder::calls.clear();
+    EXPECT_EQ(run("remove", 0), 0) << told_;
+    EXPECT_EQ(std::count(recorder::calls.begin(), recorder::calls.end(), "do 2 1 trap"), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(NotFinished, RebootCommit,
+                         testing::Values(row{"", "commit", "", "do 1 3 trap", 2, "", "", "", 0},
+                                         row{"", "commit", "", "do 1 3 trap", 4, "", "", "", 0}));
 
 INSTANTIATE_TEST_SUITE_P(
     Results, RebootLife,
