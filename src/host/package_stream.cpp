@@ -8,6 +8,7 @@
 #include "engine_run.h"
 #include "intent.h"
 #include "location.h"
+#include "lookup.h"
 #include "reboot.h"
 
 #include <filesystem>
@@ -102,7 +103,7 @@ std::string loss_words(const stream_loss& loss) {
 }
 
 bool open_stream(const std::string& address, const source_note* note, long offset,
-                 opened_package& into, outcome& result) {
+                 opened_package& into, outcome& result, asks_server when) {
     if (const std::string fault = fault_of_address(address); !fault.empty()) {
         result.fail(exit_usage, "usage", address + " cannot be used: " + fault + ".");
         return false;
@@ -123,7 +124,8 @@ bool open_stream(const std::string& address, const source_note* note, long offse
     if (note)
         into.stream->expect(note->identity);
     into.stream->change_offset(start);
-    if (!into.stream->open() || !stands_at(into, offset))
+    const bool later = when == asks_server::when_read && note && !into.digest;
+    if (!later && (!into.stream->open() || !stands_at(into, offset)))
         return tell_fault(*into.stream, address, result);
     into.reader = std::make_unique<km::unzipping_channel>(into.stream.get());
     into.reader->set_skip_tail(0);
@@ -223,7 +225,24 @@ void sweep_sources(const catalog_store& store) {
         drop_source(id);
 }
 
-std::string profile_of_cut_run(const std::string& command, const std::string& address) {
+namespace {
+// What waits for a reboot was not cut: only its entry tells of it.
+std::string profile_behind_reboot(const std::string& address) {
+    catalog_store store;
+    outcome ignored;
+    if (!store.open(access_kind::read, 0, ignored))
+        return {};
+    for (const auto& one : find_packages(store.catalog(), "")) {
+        const auto note = waits_for_reboot(*one.entry) ? source_of(one.id) : std::nullopt;
+        if (note && note->address == address)
+            return one.entry->profile_name.mbcs_str();
+    }
+    return {};
+}
+} // namespace
+
+std::string profile_of_cut_run(const std::string& command, const std::string& address,
+                               bool behind_reboot) {
     catalog_store store;
     outcome ignored;
     for (const auto& cut : read_intents()) {
@@ -235,7 +254,7 @@ std::string profile_of_cut_run(const std::string& command, const std::string& ad
         if (ended || goes_on_from_profile(cut.id, entry, cut.mode))
             return entry->profile_name.mbcs_str();
     }
-    return {};
+    return behind_reboot ? profile_behind_reboot(address) : "";
 }
 
 bool continue_stream(session& at, opened_package& opened, km::cm_result& answer) {
@@ -252,7 +271,9 @@ bool continue_stream(session& at, opened_package& opened, km::cm_result& answer)
     at.take(*package);
     current.package = package.get();
     const long offset = package->current_offset;
-    if (!open_stream(note->address, &*note, offset, opened, at.result()))
+    // Behind a reboot there may be nothing left to read, and no network yet.
+    const auto when = waits_for_reboot(entry) ? asks_server::when_read : asks_server::now;
+    if (!open_stream(note->address, &*note, offset, opened, at.result(), when))
         return false;
     connect(*package, opened, offset);
     const int reboot = is_noted_for_reboot(at.id) ? int{km::m_during_reboot} : 0;
@@ -267,7 +288,10 @@ bool open_to_put(const operation_request& request, const std::string& command, b
                  session& at, opened_package& opened) {
     const bool streamed = is_address(request.target);
     const std::string profile =
-        streamed && goes_on && !request.dry_run ? profile_of_cut_run(command, request.target) : "";
+        streamed && goes_on && !request.dry_run
+            ? profile_of_cut_run(command, request.target,
+                                 request.resuming && (request.mode & km::m_during_reboot))
+            : "";
     if (!profile.empty()) {
         opened.package = open_profile(profile, at.messages, at.result());
         return opened.package != nullptr;

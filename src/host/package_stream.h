@@ -11,11 +11,14 @@
 
 namespace kmhost {
 
+enum class asks_server { now, when_read };
+
 // Opens the stream at an offset, with a reader of entries over it. With a note it must be the file
 // that the note tells of, and the digest goes on from its state there; without that state the
-// stream is read from its start. False: `result` says why, and the parent knows.
+// stream is read from its start. The server is asked at once, or, where the note tells all that it
+// would, with the first byte that is wanted. False: `result` says why, and the parent knows.
 bool open_stream(const std::string& address, const source_note* note, long offset,
-                 opened_package& into, outcome& result);
+                 opened_package& into, outcome& result, asks_server when = asks_server::now);
 
 // Opens the package that `command` is to put in place, and compares the digest of a file with the
 // one that is expected. Where `goes_on`, the tree of a cut run comes from its profile and not from
@@ -42,9 +45,11 @@ void end_source(const session& at);
 // Notes of no operation that is open.
 void sweep_sources(const catalog_store& store);
 
-// The profile of a cut run of `command` from that address, with which it goes on without the tree
-// from the server; "" if there is none.
-std::string profile_of_cut_run(const std::string& command, const std::string& address);
+// The profile of a run of `command` from that address that was cut, or with `behind_reboot` of one
+// that waits for a reboot: with it the run goes on without the tree from the server. "" if there is
+// none.
+std::string profile_of_cut_run(const std::string& command, const std::string& address,
+                               bool behind_reboot);
 
 // As continue_run, with the data from the server.
 bool continue_stream(session& at, opened_package& opened, km::cm_result& answer);

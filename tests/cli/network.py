@@ -26,9 +26,9 @@ class NetworkCase(KmctlCase):
         cls.top = tempfile.mkdtemp(prefix="kmwww.")
         os.chmod(cls.top, 0o755)
         cls.addClassCleanup(shutil.rmtree, cls.top)
-        cls.nginx = web.Nginx(cls.top)
+        cls.authority = web.Authority(cls.top + "/authority")
+        cls.nginx = web.Nginx(cls.top, cls.authority)
         cls.addClassCleanup(cls.nginx.close)
-        cls.certificate, cls.authority = web.certificate(cls.nginx.dir)
         bytes_of = random.Random(7)
         tree = make_tree(os.path.join(cls.top, "tree"), {
             "d%d/f%02d" % (i % 4, i): bytes_of.randbytes(cls.file_size) for i in range(cls.files)
@@ -145,10 +145,10 @@ class Streams(NetworkCase):
         self.assertEqual(before, (picture(self.root), self.state_picture()))
 
     def test_over_tls(self):
-        proxy = self.proxy(certificate=self.certificate, cut_every=900000)
+        proxy = self.proxy(certificate=self.authority.sign("proxy"), cut_every=900000)
         ended = self.km("install", "--retries", "0", proxy.address("p.spb"), code=1)
         self.assertIn("certificate", ended.err)
-        self.km("config", "set", "net_ca_file", self.authority)
+        self.km("config", "set", "net_ca_file", self.authority.certificate)
         self.km("install", proxy.address("p.spb"))
         self.settle(())
 
@@ -174,6 +174,7 @@ class BrokenLines(NetworkCase):
                 self.assertGreaterEqual(tries, 5, ended)
                 # Each goes on at the command that was cut.
                 self.assertLessEqual(proxy.sent, self.size + tries * (self.file_size + 65536))
+                self.assertLessEqual(proxy.most_often(), 2)
                 self.settle(mode)
                 self.forget()
 
@@ -249,6 +250,7 @@ class BrokenLines(NetworkCase):
                     # At most what came since the last place, and what the line holds.
                     again = proxy.sent - self.size
                     self.assertLess(again, 1000000 + self.file_size + (6 << 20), (first, mode))
+                    self.assertLessEqual(proxy.most_often(), 2)  # no byte more than once again
                     self.settle(mode)
                     self.forget()
 

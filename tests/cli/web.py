@@ -1,7 +1,9 @@
 """Servers for the tests of packages from a network, all on loopback: a real nginx, and in front of it a
 proxy that misbehaves in the ways that a test asks for and counts what it hands out."""
+import base64
 import http.client
 import os
+import select
 import shutil
 import socket
 import ssl
@@ -21,7 +23,16 @@ http {{
     uwsgi_temp_path {dir}/t4; scgi_temp_path {dir}/t5;
     access_log off; sendfile on; gzip on; gzip_types *; gzip_min_length 1;
     server {{ listen 127.0.0.1:{port}; root {top}; }}
+    {more}
 }}
+"""
+
+# A site over TLS that anybody may read, and one for machines with a certificate.
+SAFE = """
+    ssl_certificate {cert}; ssl_certificate_key {key};
+    server {{ listen 127.0.0.1:{open_port} ssl; root {top}; }}
+    server {{ listen 127.0.0.1:{closed_port} ssl; root {top};
+              ssl_client_certificate {ca}; ssl_verify_client on; }}
 """
 
 
@@ -32,15 +43,17 @@ def free_port():
 
 
 class Nginx:
-    """Serves a directory. A kernel's port is free for the moment only, so a few are tried."""
+    """Serves a directory, with an authority also over TLS. A kernel's port is free for the moment only,
+    so a few are tried."""
 
-    def __init__(self, top):
+    def __init__(self, top, authority=None):
         if not NGINX:
             raise RuntimeError("nginx is not installed: these tests need it (Debian: nginx-light)")
         self.dir = tempfile.mkdtemp(prefix="kmweb.")
         os.chmod(self.dir, 0o755)
+        self.authority = authority
         for _ in range(5):
-            self.port = free_port()
+            self.port, self.open_port, self.closed_port = (free_port() for _ in range(3))
             self.process = self.begin(top)
             if self.answers():
                 return
@@ -49,8 +62,13 @@ class Nginx:
 
     def begin(self, top):
         user = "user root;" if os.geteuid() == 0 else ""
+        safe = ""
+        if self.authority:
+            cert, key = self.authority.sign("server")
+            safe = SAFE.format(cert=cert, key=key, ca=self.authority.certificate, top=top,
+                               open_port=self.open_port, closed_port=self.closed_port)
         with open(self.dir + "/nginx.conf", "w", encoding="utf-8") as out:
-            out.write(CONFIG.format(dir=self.dir, port=self.port, top=top, user=user))
+            out.write(CONFIG.format(dir=self.dir, port=self.port, top=top, user=user, more=safe))
         return subprocess.Popen([NGINX, "-e", self.dir + "/error.log", "-c",
                                  self.dir + "/nginx.conf"], stdin=subprocess.DEVNULL,
                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -106,8 +124,10 @@ class Proxy:
         self.tls = None
         if certificate:
             self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            self.tls.load_cert_chain(certificate)
+            self.tls.load_cert_chain(*certificate)
         self.requests, self.sent, self.ranges = 0, 0, []
+        self.interruptions = 0  # that it made
+        self.spans = []         # [first byte, how many] of the file, of each answer
         self.is_open = True
         self.thread = threading.Thread(target=self.accept, daemon=True)
         self.thread.start()
@@ -145,6 +165,7 @@ class Proxy:
         faults = self.faults
         if faults.drop > 0:
             faults.drop -= 1
+            self.interruptions += 1
             return
         if faults.head is not None:
             for block in faults.head if not isinstance(faults.head, bytes) else [faults.head]:
@@ -152,6 +173,7 @@ class Proxy:
             return
         if faults.status and faults.status[1] > 0:
             faults.status = (faults.status[0], faults.status[1] - 1)
+            self.interruptions += 1
             client.sendall(b"HTTP/1.1 %d Bad\r\nContent-Length: 4\r\nConnection: close\r\n\r\noops"
                            % faults.status[0])
             return
@@ -180,10 +202,24 @@ class Proxy:
         if faults.edit:
             head = faults.edit(head)
         client.sendall(("\r\n".join(head) + "\r\n\r\n").encode("latin-1"))
-        self.body(reply, client)
+        span = [0, 0]
+        if reply.status == 206:
+            span[0] = int(reply.getheader("Content-Range").split()[1].split("-")[0])
+        self.spans.append(span)
+        self.body(reply, client, span)
         server.close()
 
-    def body(self, reply, client):
+    def most_often(self):
+        """How often the byte of the file was handed out that was handed out most often."""
+        steps = sorted([(first, 1) for first, count in self.spans if count] +
+                       [(first + count, -1) for first, count in self.spans if count])
+        most = now = 0
+        for _, step in steps:  # an end comes before a begin at the same byte
+            now += step
+            most = max(most, now)
+        return most
+
+    def body(self, reply, client, span):
         faults, of_this = self.faults, 0
         while True:
             wanted = 16384
@@ -193,6 +229,7 @@ class Proxy:
                 wanted = min(wanted, faults.stall_at - of_this)
             if wanted <= 0:
                 faults.cuts -= 1
+                self.interruptions += 1
                 if faults.stall_at >= 0 and of_this >= faults.stall_at:
                     faults.stall_at = -1
                     client.recv(1)  # until the other side has had enough
@@ -203,6 +240,7 @@ class Proxy:
             client.sendall(block)
             of_this += len(block)
             self.sent += len(block)
+            span[1] = of_this
             if faults.on_bytes:
                 faults.on_bytes(self.sent)
             if faults.slow:
@@ -213,15 +251,104 @@ class Proxy:
         self.socket.close()
 
 
-def certificate(where):
-    """A key and a certificate of 127.0.0.1 signed by itself, in one file, and the certificate alone."""
-    both, alone = os.path.join(where, "both.pem"), os.path.join(where, "ca.pem")
-    key = os.path.join(where, "key.pem")
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
-                    "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out",
-                    alone], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    with open(both, "wb") as out:
-        for name in (key, alone):
-            with open(name, "rb") as part:
-                out.write(part.read())
-    return both, alone
+class ForwardProxy:
+    """A proxy as an office has one: it connects for others, whom it may ask for a password, and may end
+    each connection behind so many bytes."""
+
+    def __init__(self, password=None, cut_every=0):
+        self.password = password and b"Basic " + base64.b64encode(password.encode())
+        self.cut_every = cut_every
+        self.asked, self.refused = [], 0  # first lines of requests
+        self.socket = socket.socket()
+        self.socket.bind(("127.0.0.1", 0))
+        self.socket.listen(16)
+        self.address = "127.0.0.1:%d" % self.socket.getsockname()[1]
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def accept(self):
+        while True:
+            try:
+                client, _ = self.socket.accept()
+            except OSError:
+                return
+            threading.Thread(target=self.serve, args=(client,), daemon=True).start()
+
+    def serve(self, client):
+        with client:
+            try:
+                client.settimeout(60)
+                self.answer(client)
+            except OSError:
+                pass
+
+    def answer(self, client):
+        request = b""
+        while b"\r\n\r\n" not in request:
+            block = client.recv(65536)
+            if not block:
+                return
+            request += block
+        head, body = request.split(b"\r\n\r\n", 1)
+        lines = head.split(b"\r\n")
+        if self.password and b"Proxy-Authorization: " + self.password not in lines:
+            self.refused += 1
+            client.sendall(b"HTTP/1.1 407 Who\r\nProxy-Authenticate: Basic realm=\"x\"\r\n"
+                           b"Content-Length: 0\r\nConnection: close\r\n\r\n")
+            return
+        self.asked.append(lines[0].decode())
+        method, target, version = lines[0].split(b" ")
+        place, path = target, b""
+        if method != b"CONNECT":  # http://PLACE/PATH
+            place, _, path = target.split(b"//", 1)[1].partition(b"/")
+        host, port = place.split(b":")
+        with socket.create_connection((host.decode(), int(port)), 60) as server:
+            if method == b"CONNECT":
+                client.sendall(b"HTTP/1.1 200 Connected\r\n\r\n")
+            else:
+                server.sendall(b"\r\n".join([method + b" /" + path + b" " + version, *lines[1:]])
+                               + b"\r\n\r\n")
+            server.sendall(body)
+            self.pass_on(client, server)
+
+    def pass_on(self, client, server):
+        passed = 0
+        while True:
+            for one in select.select([client, server], [], [], 60)[0]:
+                block = one.recv(16384)
+                if not block:
+                    return
+                if one is client:
+                    server.sendall(block)
+                    continue
+                client.sendall(block)
+                passed += len(block)
+                if self.cut_every and passed >= self.cut_every:
+                    return
+
+    def close(self):
+        self.socket.close()
+
+
+class Authority:
+    """Signs certificates, as a company does for its own machines."""
+
+    def __init__(self, where, name="authority"):
+        self.where, self.name = where, name
+        os.makedirs(where, exist_ok=True)
+        self.certificate, self.key = self.files(name)
+        self.make(name, "/CN=" + name)
+
+    def files(self, name):
+        return tuple(os.path.join(self.where, name + end) for end in (".pem", ".key"))
+
+    def make(self, name, subject, *more):
+        cert, key = self.files(name)
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
+                        subject, "-keyout", key, "-out", cert, *more],
+                       check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        return cert, key
+
+    def sign(self, name, host="IP:127.0.0.1"):
+        """Certificate and key of a server at that place, or of a client."""
+        return self.make(name, "/CN=" + name, "-CA", self.certificate, "-CAkey", self.key, "-addext",
+                         "subjectAltName=" + host, "-addext", "basicConstraints=CA:FALSE")
