@@ -59,7 +59,7 @@ std::string digest_of(const std::string& bytes) {
 
 std::string digest_of_open_file(int descriptor, long most) {
     sha256 digest;
-    static char block[65536];
+    char block[65536]; // two threads may be here
     for (long left = most; left != 0;) {
         const long wanted = left < 0 ? long{sizeof block} : std::min<long>(left, sizeof block);
         const ssize_t got = ::read(descriptor, block, static_cast<std::size_t>(wanted));

@@ -9,6 +9,7 @@
 #include "digest.h"
 #include "durable.h"
 #include "kill_point.h"
+#include "object_command.h"
 #include "object_messages.h"
 #include "own_texts.h"
 #include "package.h"
@@ -200,6 +201,8 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
     if (opened != cm_command::success)
         return opened;
     const std::string target = directory_part(path_bytes()) + into;
+    struct stat present {};
+    const bool replaces = look_at(target, present) && S_ISREG(present.st_mode);
     const auto parents = make_parents(target);
     if (parents != cm_command::success)
         return pass_over_data(parents);
@@ -207,9 +210,10 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
     if (!where.found())
         return pass_over_data(fail("reach", where.parent, where.error));
     temporary_may_be_left = true;
+    stop_reading_ahead();
     const auto written = write_temporary(*in, where, name);
     KM_KILL_POINT("file.before_rename");
-    if (written != cm_command::success || !replace_name(where, name)) {
+    if (written != cm_command::success || !replace_name(where, name, replaces)) {
         const int error = errno;
         remove_name(where.parent + "/" + name, false);
         return written != cm_command::success ? written : fail("put in place", target, error);
@@ -345,26 +349,58 @@ bool km_file::stands_as_described(const std::string& at, bool with_rights) {
         return false;
     if (about.st_size != size)
         return differs_by_own_texts(at);
-    if (compared_.is(about) || (at == path_bytes() && is_as_placed(about)))
+    if (at == path_bytes() && is_as_placed(about))
         return true;
-    timespec before{};
-    ::clock_gettime(CLOCK_REALTIME, &before);
-    const open_file in(open_for_reading(at));
-    if (!in.good()) {
+    const std::string sum = digest_at(at, about);
+    if (sum.empty()) {
         // What its owner may not read either is told by its time.
         const timespec told = modification_time();
         return errno == EACCES && about.st_mtim.tv_sec == told.tv_sec &&
                about.st_mtim.tv_nsec == told.tv_nsec;
     }
-    if (ustring(digest_of_open_file(in.get(), size).c_str()) != digest)
-        return differs_by_own_texts(at);
-    // The check and the run behind it ask the same. A file that changed a moment ago may change
-    // again within the same tick of its clock, and is read again.
-    constexpr long moment = 2;
-    struct stat behind {};
-    if (::fstat(in.get(), &behind) == 0 && before.tv_sec - behind.st_ctim.tv_sec > moment)
-        compared_.set(behind);
-    return true;
+    return ustring(sum.c_str()) == digest || differs_by_own_texts(at);
+}
+
+namespace {
+void add_files(cm_composite_command& tree, std::vector<std::string>& paths) {
+    for (list_iterator at(tree.get_children()); at.hasMoreElements();) {
+        auto* command = at.nextElement();
+        if (auto* inner = dynamic_cast<cm_composite_command*>(command))
+            add_files(*inner, paths);
+        else if (auto* add = dynamic_cast<cm_add_object*>(command))
+            if (auto* file = dynamic_cast<km_file*>(add->object))
+                paths.push_back(file->path_bytes());
+    }
+}
+
+// Whoever asked for some files of a package goes on to ask for all of them.
+void look_ahead(cm_package& package, const std::string& path, known_file& known,
+                std::string& digest) {
+    constexpr int some = 64;
+    static int asked = 0;
+    if (!began_to_read_ahead()) {
+        if (++asked < some)
+            return;
+        std::vector<std::string> paths;
+        add_files(package, paths);
+        begin_to_read_ahead(paths);
+    }
+    take_read_ahead(path, known, digest);
+}
+} // namespace
+
+// The check, the backup and the run behind them ask the same.
+std::string km_file::digest_at(const std::string& at, const struct stat& about) {
+    if (!read_.is(about) && package && at == path_bytes())
+        look_ahead(*package, at, read_, read_digest_);
+    if (read_.is(about))
+        return read_digest_;
+    const open_file in(open_for_reading(at));
+    if (!in.good())
+        return {};
+    read_ = {};
+    read_digest_ = digest_of_known_file(in.get(), about.st_size, read_);
+    return read_digest_;
 }
 
 // Lines and other texts that the package itself put into the file belong to it.
@@ -374,15 +410,6 @@ bool km_file::differs_by_own_texts(const std::string& at) const {
         bytes.size() != static_cast<size_t>(size))
         return false;
     return ustring(digest_of(bytes).c_str()) == digest;
-}
-
-bool km_file::compared_file::is(const struct stat& about) const {
-    return known && device == about.st_dev && inode == about.st_ino &&
-           changed.tv_sec == about.st_ctim.tv_sec && changed.tv_nsec == about.st_ctim.tv_nsec;
-}
-
-void km_file::compared_file::set(const struct stat& about) {
-    *this = {true, about.st_dev, about.st_ino, about.st_ctim};
 }
 
 // On the machine that packs the source is an own path; the source of an undo is the live path.
@@ -403,10 +430,9 @@ cm_result km_file::load(int) {
     if (!S_ISREG(about.st_mode))
         return fail(om_special, shown);
     take_metadata(about);
-    compared_ = {};
     placed = ustring();
     size = about.st_size;
-    const std::string sum = digest_of_open_file(in.get());
+    const std::string sum = read_.is(about) ? read_digest_ : digest_of_open_file(in.get());
     if (sum.empty())
         return fail("read", shown, errno);
     digest = ustring(sum.c_str());

@@ -6,6 +6,7 @@
 
 #include "data_entry.h"
 #include "km_object.h"
+#include "read_ahead.h"
 
 namespace km {
 
@@ -26,6 +27,13 @@ class km_file : public km_object {
     // time of its last change are these nobody wrote to it since. Empty: not known.
     ustring placed;
 
+    // The data of the file that `about` tells of were read.
+    bool has_read(const struct stat& about) const { return read_.is(about); }
+    // This object is the state of a file that another one looked into.
+    void take_what_was_read(const km_file& of) {
+        read_ = of.read_;
+        read_digest_ = of.read_digest_;
+    }
     // What stands there is no file with these data.
     bool has_other_content() { return !stands_as_described(path_bytes(), false); }
     long get_size() override { return size; }
@@ -50,17 +58,9 @@ class km_file : public km_object {
     cm_result pass_over_data(cm_result with);
 
   private:
-    // The file whose data were found to have the digest. Its inode tells of every later change.
-    struct compared_file {
-        bool known = false;
-        dev_t device = 0;
-        ino_t inode = 0;
-        timespec changed{};
-        bool is(const struct stat& about) const;
-        void set(const struct stat& about);
-    };
-    compared_file compared_;
-    compared_file seen_as_placed_;
+    known_file read_;
+    std::string read_digest_; // of the data of `read_`
+    known_file seen_as_placed_;
     ino_t written_inode_ = 0;
 
     // Where the data come from: opens this file's entry.
@@ -77,6 +77,8 @@ class km_file : public km_object {
     void note_placed(const place& where);
     bool is_as_placed(const struct stat& about);
     bool differs_by_own_texts(const std::string& at) const;
+    // Of the data of the file `at`, which `about` tells of. Empty, with errno: it cannot be read.
+    std::string digest_at(const std::string& at, const struct stat& about);
 };
 
 } // namespace km

@@ -52,6 +52,11 @@ void km_add_command::can_execute(int action, int phase) {
     cm_add_object::can_execute(action, phase);
 }
 
+void km_add_command::can_backup(int action) {
+    const one_look for_all_questions;
+    cm_add_object::can_backup(action);
+}
+
 namespace {
 // Between two commands of the phases that do the work. What was begun ends, and cleanup always
 // runs.
@@ -145,6 +150,7 @@ void km_add_command::skip_data() {
 
 // The undo is written as classes of this library, so that it is read back by them.
 cm_command* km_add_command::get_undo_command(int action) {
+    const one_look for_all_questions;
     tell_index(object, command_index);
     const switched_off off(*this, is_left(action));
     return cm_add_object::get_undo_command(action);

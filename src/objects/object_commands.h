@@ -17,6 +17,7 @@ class km_add_command : public cm_add_object {
     void import(importer& from) override;
     void export_(exporter& to) const override;
     void can_execute(int action, int phase) override;
+    void can_backup(int action) override;
     void do_execute(int action, int phase) override;
     void skip_data() override;
     cm_command* get_undo_command(int action) override;

@@ -45,8 +45,11 @@ km_object* object_of_present(km_object& of) {
     made->package = of.package;
     made->created = of.created || (of.package && made_by(*of.package, of.path_bytes()));
     made->take_metadata(about);
-    if (S_ISREG(about.st_mode))
-        made->size = about.st_size;
+    if (auto* file = dynamic_cast<km_file*>(made.get())) {
+        file->size = about.st_size;
+        if (const auto* seen = dynamic_cast<const km_file*>(&of))
+            file->take_what_was_read(*seen);
+    }
     if (auto* link = dynamic_cast<km_link*>(made.get())) {
         std::string text;
         if (!read_link(of.path_bytes(), text)) {
@@ -63,7 +66,8 @@ cm_result can_read_present(km_object& of) {
     const std::string& path = of.path_bytes();
     if (!look_at(path, about))
         return of.fail("look at", path, errno);
-    if (S_ISREG(about.st_mode)) {
+    const auto* file = dynamic_cast<const km_file*>(&of);
+    if (S_ISREG(about.st_mode) && !(file && file->has_read(about))) {
         const int in = open_for_reading(path);
         if (in < 0)
             return of.fail("read", path, errno);
@@ -72,7 +76,7 @@ cm_result can_read_present(km_object& of) {
         std::string text;
         if (!read_link(path, text))
             return of.fail("read the link", path, errno);
-    } else if (!S_ISDIR(about.st_mode)) {
+    } else if (!S_ISDIR(about.st_mode) && !S_ISREG(about.st_mode)) {
         return of.fail(om_special, path);
     }
     return of.result = cm_command::success;

@@ -277,6 +277,10 @@ int look_at(const std::string& path, struct stat& about) {
     return last.error == 0;
 }
 
+int open_directory_below_root(const std::string& path) {
+    return open_below(path, O_PATH | O_DIRECTORY);
+}
+
 int open_for_reading(const std::string& path) {
     place where = locate(path);
     if (!where.found()) {
@@ -302,21 +306,45 @@ int read_link(const std::string& path, std::string& text) {
     return 1;
 }
 
+namespace {
+// While alive the name of a file goes alone; its blocks follow in the background.
+class held_file {
+  public:
+    held_file(const place& where, bool is_file) {
+        const cached* known = is_file ? cached_under(where.directory) : nullptr;
+        if (known && known->gives_back_slowly)
+            held_ = hold_for_release(where.directory, where.name.c_str());
+    }
+    ~held_file() {
+        const int error = errno;
+        release_late(held_);
+        errno = error;
+    }
+    held_file(const held_file&) = delete;
+    held_file& operator=(const held_file&) = delete;
+
+  private:
+    int held_ = -1;
+};
+
+int unlink_name(const place& where, bool is_directory) {
+    const held_file held(where, !is_directory);
+    return ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
+}
+
+int rename_in_place(const place& where, const std::string& temporary, bool replaces_file) {
+    const held_file held(where, replaces_file);
+    return ::renameat(where.directory, temporary.c_str(), where.directory, where.name.c_str());
+}
+} // namespace
+
 int remove_name(const std::string& path, bool is_directory) {
     place where = locate(path);
     if (!where.found()) {
         errno = where.error;
         return where.error == ENOENT || where.error == ENOTDIR;
     }
-    const cached* known = cached_under(where.directory);
-    const bool by_another = !is_directory && known && known->gives_back_slowly;
-    const int held = by_another ? hold_for_release(where.directory, where.name.c_str()) : -1;
-    int done = ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
-    if (held >= 0) {
-        const int error = errno;
-        release_late(held);
-        errno = error;
-    }
+    int done = unlink_name(where, is_directory);
     if (done != 0 && errno == EACCES) {
         writable_directory lifted(where.directory);
         done = ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
@@ -359,13 +387,13 @@ int remove_name_unseen(const std::string& path) {
     return remove_name(path, false);
 }
 
-int replace_name(const place& where, const std::string& temporary) {
+int replace_name(const place& where, const std::string& temporary, bool replaces_file) {
     state().absent.clear();
-    if (::renameat(where.directory, temporary.c_str(), where.directory, where.name.c_str()) != 0) {
+    if (rename_in_place(where, temporary, replaces_file) != 0) {
         if (errno != EACCES)
             return 0;
         writable_directory lifted(where.directory);
-        if (::renameat(where.directory, temporary.c_str(), where.directory, where.name.c_str()))
+        if (rename_in_place(where, temporary, false) != 0)
             return 0;
     }
     touched(where.directory);

@@ -58,6 +58,9 @@ class one_look {
     one_look& operator=(const one_look&) = delete;
 };
 
+// An O_PATH descriptor of the caller's own, -1 with errno. Any thread may ask while the root stays.
+int open_directory_below_root(const std::string& path);
+
 // Opens what stands at `path` for reading; a last symbolic link is refused (ELOOP). -1 with errno.
 int open_for_reading(const std::string& path);
 
@@ -71,9 +74,9 @@ int remove_name(const std::string& path, bool is_directory);
 // Removes a name and leaves the times of its directory as they were. 1 or 0.
 int remove_name_unseen(const std::string& path);
 
-// Renames inside one directory, over what stands there. Same help with the mode. 1, or 0 with
-// errno.
-int replace_name(const place& where, const std::string& temporary);
+// Renames inside one directory, over what stands there. Same help with the mode. `replaces_file`: a
+// file stands there, whose blocks may be given back later. 1, or 0 with errno.
+int replace_name(const place& where, const std::string& temporary, bool replaces_file = false);
 
 // Renames from one path to another of the same file system, over what stands there. 1, or 0 with
 // errno.

@@ -21,6 +21,7 @@ namespace km {
 
 namespace {
 constexpr const char16_t* backup_version = u"1.0.0";
+constexpr int save_block = 1 << 16;
 
 bool asks_for_backup(int operation) {
     return operation == o_execute_undoable || operation == o_prepare_undoable ||
@@ -176,7 +177,10 @@ void cm_package::describe_undo(cm_package& undo, const pathname& path) const {
 bool cm_package::save_undo(cm_package& undo, const pathname& path, int phase) {
     make_directories_durably(path.get_parent());
     file_output_channel out(path, 0);
-    zipping_channel zip(&out);
+    const int synchronises = out.get_sync_data();
+    out.set_sync_data(0); // not for each block
+    buffered_output_channel blocks(&out, save_block);
+    zipping_channel zip(&blocks);
     if (out.get_error()) {
         KM_TRACE(trace_error, "common", "Error: initializing backup package");
         tell_unwritten(messages, path, out.get_handle().get_system_error());
@@ -194,6 +198,8 @@ bool cm_package::save_undo(cm_package& undo, const pathname& path, int phase) {
     }
     KM_TRACE(trace_info, "common", "undo package save returned = %d", static_cast<int>(result));
     if (result == success) {
+        blocks.flush();
+        out.set_sync_data(synchronises);
         out.flush();
         out.close();
         if (out.get_error() || !sync_directory(path.get_parent()))

@@ -2,6 +2,7 @@
 states, words and trees at every step."""
 import glob
 import os
+import time
 
 import support
 from support import KmctlCase, picture
@@ -229,6 +230,66 @@ class Life(KmctlCase):
         self.play(("install {one} --undoable", 1, "", "backup_dir is empty"),
                   ("install {one} --preferably-undoable", 0, "1IC---"), ("remove p", 0, ""))
         self.assert_same(before, self.tree())
+
+
+class ManyFiles(KmctlCase):
+    """Enough of them that a second thread reads some of them ahead."""
+
+    FILES = ["d%d/f%03d" % (i // 60, i) for i in range(360)]
+
+    def setUp(self):
+        super().setUp()
+        self.one = self.build({name: "content of " + name for name in self.FILES}, "p", "1")
+        self.two = self.build({name: ("CONTENT" if i % 2 else "content") + " of " + name
+                               for i, name in enumerate(self.FILES)}, "p", "2")
+        self.km("install", self.one)
+        time.sleep(3.1)  # what changed a moment ago is always read again
+
+    def spoil(self, name):
+        """Only the bytes tell: size and time of modification stay."""
+        path = self.at("/opt/p/" + name)
+        about = os.stat(path)
+        with open(path, "r+b") as file:
+            file.write(b"C")
+        os.utime(path, ns=(about.st_atime_ns, about.st_mtime_ns))
+
+    def test_verify_finds_each_difference_and_repair_mends_it(self):
+        whole = self.picture_of_files()
+        chosen = [self.FILES[i] for i in (0, 62, 63, 64, 65, 180, 358, 359)]
+        for name in chosen:
+            self.spoil(name)
+        time.sleep(3.1)
+        for _ in range(5):  # the two threads meet elsewhere each time
+            told = self.km("verify", "p", code=100).out
+            for name in self.FILES:
+                self.assertEqual("/opt/p/%s: content" % name in told, name in chosen, name)
+        self.km("repair", "p")
+        self.km("verify", "p")
+        self.assert_same(whole, self.picture_of_files())
+
+    def test_what_stands_in_the_place_of_a_file_is_no_file(self):
+        for name, make in ((self.FILES[70], os.mkdir), (self.FILES[200], os.mkfifo),
+                           (self.FILES[355], lambda path: os.symlink("f000", path))):
+            os.unlink(self.at("/opt/p/" + name))
+            make(self.at("/opt/p/" + name))
+        told = self.km("verify", "p", code=100).out
+        self.assertEqual(told.count("/opt/p/"), 3, told)
+
+    def test_upgrade_and_undo_take_what_was_read_ahead_for_what_it_is(self):
+        for name in self.FILES[10:350:20]:
+            self.spoil(name)
+        before = self.picture_of_files()
+        time.sleep(3.1)
+        self.km("upgrade", self.two)
+        for i, name in enumerate(self.FILES):
+            text = ("CONTENT" if i % 2 else "content") + " of " + name
+            self.assertEqual(self.read("/opt/p/" + name), text.encode(), name)
+        self.km("undo", "p")
+        self.assert_same(before, self.picture_of_files())
+
+    def picture_of_files(self):
+        """A directory tells when something in it was put anew."""
+        return {path: one for path, one in picture(self.at("/opt/p")).items() if b"/" in path}
 
 
 if __name__ == "__main__":
