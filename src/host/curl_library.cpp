@@ -40,6 +40,7 @@ std::string load(curl_library& all) {
     from.find("curl_easy_init", all.easy_init);
     from.find("curl_easy_setopt", all.easy_setopt);
     from.find("curl_easy_getinfo", all.easy_getinfo);
+    from.find("curl_easy_perform", all.easy_perform);
     from.find("curl_easy_pause", all.easy_pause);
     from.find("curl_easy_strerror", all.easy_strerror);
     from.find("curl_easy_cleanup", all.easy_cleanup);

@@ -13,6 +13,7 @@ struct curl_library {
     decltype(&::curl_easy_init) easy_init;
     decltype(&::curl_easy_setopt) easy_setopt;
     decltype(&::curl_easy_getinfo) easy_getinfo;
+    decltype(&::curl_easy_perform) easy_perform;
     decltype(&::curl_easy_pause) easy_pause;
     decltype(&::curl_easy_strerror) easy_strerror;
     decltype(&::curl_easy_cleanup) easy_cleanup;

@@ -17,11 +17,6 @@ namespace {
 
 constexpr size_t longest_line = 300;
 
-bool start_library() {
-    static const bool started = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-    return started;
-}
-
 // What a server says goes into messages for people.
 std::string printable(const char* bytes, size_t count) {
     std::string line(bytes, std::min(count, longest_line));
@@ -35,41 +30,48 @@ std::string printable(const char* bytes, size_t count) {
 
 } // namespace
 
-void remote_call::closer::operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-
 remote_call::remote_call(const std::string& url, const char* protocols,
                          std::chrono::milliseconds limit)
-    : handle_(start_library() ? curl_easy_init() : nullptr),
+    : library_(curl_library::get(fault_)),
+      handle_(library_ ? library_->easy_init() : nullptr, closer{library_}),
       limit_(std::max(limit, std::chrono::milliseconds(1))) {
-    if (!handle_)
-        return;
-    CURL* handle = handle_.get();
-    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, protocols);
-    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 0L);
-    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, error_);
-    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, keep_line);
-    curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, drop_body);
-    curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, open_socket);
-    curl_easy_setopt(handle, CURLOPT_OPENSOCKETDATA, this);
+    set(CURLOPT_URL, url.c_str());
+    set(CURLOPT_PROTOCOLS_STR, protocols);
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_ERRORBUFFER, error_);
+    set(CURLOPT_HEADERFUNCTION, keep_line);
+    set(CURLOPT_HEADERDATA, this);
+    set(CURLOPT_WRITEFUNCTION, drop_body);
+    set(CURLOPT_OPENSOCKETFUNCTION, open_socket);
+    set(CURLOPT_OPENSOCKETDATA, this);
     set_time_limits();
 }
 
 // The library's own limit ends a transfer, but neither its farewell nor a look-up of a name.
 void remote_call::set_time_limits() {
-    CURL* handle = handle_.get();
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
-    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, static_cast<long>(limit_.count()));
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limit_.count()));
-    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, watch_time);
-    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_QUICK_EXIT, 1L);
+    set(CURLOPT_TIMEOUT_MS, static_cast<long>(limit_.count()));
+    set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limit_.count()));
+    set(CURLOPT_NOPROGRESS, 0L);
+    set(CURLOPT_XFERINFOFUNCTION, watch_time);
+    set(CURLOPT_XFERINFODATA, this);
+}
+
+void remote_call::set_lines(CURLoption option, const std::vector<std::string>& lines) {
+    if (!handle_)
+        return;
+    curl_slist* list = nullptr;
+    for (const auto& line : lines)
+        list = library_->slist_append(list, line.c_str());
+    lists_.push_back(list);
+    set(option, list);
 }
 
 // Behind a success the farewell is said, but no answer is waited for.
 remote_call::~remote_call() {
+    for (auto* list : lists_)
+        library_->slist_free_all(list);
     if (socket_ != CURL_SOCKET_BAD) {
         ::shutdown(socket_, SHUT_RD);
         ::close(socket_);
@@ -77,32 +79,32 @@ remote_call::~remote_call() {
 }
 
 void remote_call::trust(const std::string& ca_file) {
-    if (handle_ && !ca_file.empty()) {
-        curl_easy_setopt(handle_.get(), CURLOPT_CAINFO, ca_file.c_str());
-        curl_easy_setopt(handle_.get(), CURLOPT_CAPATH, nullptr);
+    if (!ca_file.empty()) {
+        set(CURLOPT_CAINFO, ca_file.c_str());
+        set(CURLOPT_CAPATH, static_cast<char*>(nullptr));
     }
 }
 
 void remote_call::log_in(const std::string& user, const std::string& password) {
-    if (handle_ && !user.empty()) {
-        curl_easy_setopt(handle_.get(), CURLOPT_USERNAME, user.c_str());
-        curl_easy_setopt(handle_.get(), CURLOPT_PASSWORD, password.c_str());
+    if (!user.empty()) {
+        set(CURLOPT_USERNAME, user.c_str());
+        set(CURLOPT_PASSWORD, password.c_str());
     }
 }
 
 bool remote_call::perform() {
     if (!handle_) {
-        why_ = "the network library cannot be started";
+        why_ = "the network library cannot be started" + (fault_.empty() ? "" : ": " + fault_);
         return false;
     }
     end_ = std::chrono::steady_clock::now() + limit_;
-    const CURLcode done = curl_easy_perform(handle_.get());
-    curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &code_);
+    const CURLcode done = library_->easy_perform(handle_.get());
+    library_->easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &code_);
     if (done == CURLE_OK)
         return true;
     const bool late = done == CURLE_OPERATION_TIMEDOUT || done == CURLE_ABORTED_BY_CALLBACK;
     why_ = late ? "no end within " + std::to_string(limit_.count()) + " ms"
-                : printable(*error_ ? error_ : curl_easy_strerror(done), CURL_ERROR_SIZE);
+                : printable(*error_ ? error_ : library_->easy_strerror(done), CURL_ERROR_SIZE);
     return false;
 }
 

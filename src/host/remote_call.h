@@ -4,10 +4,12 @@
 // name, connecting, the handshake of TLS, each answer, and the farewell. No signal is used.
 #pragma once
 
+#include "curl_library.h"
+
 #include <chrono>
-#include <curl/curl.h>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace kmhost {
 
@@ -20,8 +22,13 @@ class remote_call {
     remote_call(const remote_call&) = delete;
     remote_call& operator=(const remote_call&) = delete;
 
-    // For the caller's own options. Those of time, signals, error text and answer lines are taken.
-    CURL* handle() const { return handle_.get(); }
+    // An option of the caller's own. Those of time, signals, error text and answer lines are taken.
+    template <class value> void set(CURLoption option, value given) {
+        if (handle_)
+            library_->easy_setopt(handle_.get(), option, given);
+    }
+    // Lines that an option takes as a list; they stay as long as the call.
+    void set_lines(CURLoption option, const std::vector<std::string>& lines);
     // Certificates are always checked: against this file, or for "" against the system's.
     void trust(const std::string& ca_file);
     void log_in(const std::string& user, const std::string& password);
@@ -38,7 +45,8 @@ class remote_call {
 
   private:
     struct closer {
-        void operator()(CURL* handle) const;
+        const curl_library* library = nullptr;
+        void operator()(CURL* handle) const { library->easy_cleanup(handle); }
     };
     static size_t keep_line(char* bytes, size_t size, size_t count, void* self);
     static size_t drop_body(char* bytes, size_t size, size_t count, void* self);
@@ -46,7 +54,10 @@ class remote_call {
     static curl_socket_t open_socket(void* self, curlsocktype, curl_sockaddr* address);
     void set_time_limits();
 
+    std::string fault_; // why there is no library
+    const curl_library* library_;
     std::unique_ptr<CURL, closer> handle_;
+    std::vector<curl_slist*> lists_;
     std::chrono::milliseconds limit_;
     std::chrono::steady_clock::time_point end_;
     curl_socket_t socket_ = CURL_SOCKET_BAD;

@@ -133,13 +133,7 @@ delivery deliver_to_log(const report_fields& report, const report_settings& sett
     return delivery::failed;
 }
 
-struct heads {
-    ~heads() { curl_slist_free_all(list); }
-    void add(const std::string& line) { list = curl_slist_append(list, line.c_str()); }
-    curl_slist* list = nullptr;
-};
-
-bool add_token(const std::string& file, heads& to, std::string& why) {
+bool add_token(const std::string& file, std::vector<std::string>& to, std::string& why) {
     if (file.empty())
         return true;
     std::string token;
@@ -147,7 +141,7 @@ bool add_token(const std::string& file, heads& to, std::string& why) {
         why = file + " cannot be read: " + std::strerror(errno);
         return false;
     }
-    to.add("Authorization: Bearer " + token);
+    to.push_back("Authorization: Bearer " + token);
     return true;
 }
 
@@ -165,21 +159,18 @@ std::string server_of(const std::string& url) {
 bool was_taken(long code) { return code >= 200 && code < 300; }
 
 delivery post(const report_fields& report, const report_settings& settings, std::string& why) {
-    heads all;
-    all.add("Content-Type: application/json");
-    all.add("Expect:");
-    all.add("Idempotency-Key: " + report.key);
-    if (!add_token(settings.event_token_file, all, why))
+    std::vector<std::string> heads = {"Content-Type: application/json",
+                                      "Expect:", "Idempotency-Key: " + report.key};
+    if (!add_token(settings.event_token_file, heads, why))
         return delivery::failed;
     const std::string body = report_json(report) + "\n";
     remote_call call(settings.event_url, "http,https", std::chrono::seconds(settings.timeout));
     call.trust(settings.event_ca_file);
-    CURL* handle = call.handle();
-    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, all.list);
-    curl_easy_setopt(handle, CURLOPT_USERAGENT, "kmctl");
-    curl_easy_setopt(handle, CURLOPT_POST, 1L);
-    curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-    curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.data());
+    call.set_lines(CURLOPT_HTTPHEADER, heads);
+    call.set(CURLOPT_USERAGENT, "kmctl");
+    call.set(CURLOPT_POST, 1L);
+    call.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    call.set(CURLOPT_POSTFIELDS, body.data());
     const bool ended = call.perform();
     if (was_taken(call.code())) // what comes behind these words changes nothing
         return delivery::done;

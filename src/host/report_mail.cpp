@@ -44,16 +44,12 @@ struct mail_reader {
     }
 };
 
-struct recipients {
-    explicit recipients(const std::vector<std::string>& addresses) {
-        for (const auto& one : addresses)
-            list = curl_slist_append(list, ("<" + one + ">").c_str());
-    }
-    ~recipients() { curl_slist_free_all(list); }
-    recipients(const recipients&) = delete;
-    recipients& operator=(const recipients&) = delete;
-    curl_slist* list = nullptr;
-};
+std::vector<std::string> recipients(const std::vector<std::string>& addresses) {
+    std::vector<std::string> all;
+    for (const auto& one : addresses)
+        all.push_back("<" + one + ">");
+    return all;
+}
 
 bool is_server_name(const std::string& name) {
     return std::all_of(name.begin(), name.end(), [](char one) {
@@ -104,14 +100,12 @@ std::string failure_of(const remote_call& call, const mail_reader& reader) {
 
 delivery send(remote_call& call, const mail& what, const delivery_note& note, std::string& why) {
     mail_reader reader{what.text, note};
-    const recipients to(what.to);
-    CURL* handle = call.handle();
-    curl_easy_setopt(handle, CURLOPT_MAIL_FROM, ("<" + what.from + ">").c_str());
-    curl_easy_setopt(handle, CURLOPT_MAIL_RCPT, to.list);
-    curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(what.text.size()));
-    curl_easy_setopt(handle, CURLOPT_READFUNCTION, mail_reader::read);
-    curl_easy_setopt(handle, CURLOPT_READDATA, &reader);
+    call.set(CURLOPT_MAIL_FROM, ("<" + what.from + ">").c_str());
+    call.set_lines(CURLOPT_MAIL_RCPT, recipients(what.to));
+    call.set(CURLOPT_UPLOAD, 1L);
+    call.set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(what.text.size()));
+    call.set(CURLOPT_READFUNCTION, mail_reader::read);
+    call.set(CURLOPT_READDATA, &reader);
     if (call.perform()) {
         note.take();
         return delivery::done;
@@ -136,7 +130,7 @@ delivery deliver_to_server(const report_fields& report, const report_settings& s
         return delivery::failed;
     remote_call call(url, "smtp,smtps", std::chrono::seconds(settings.timeout));
     if (settings.mail_tls != "none")
-        curl_easy_setopt(call.handle(), CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+        call.set(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
     call.trust(settings.mail_ca_file);
     if (!log_in(call, settings, why))
         return delivery::failed;
