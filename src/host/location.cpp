@@ -8,6 +8,7 @@
 #include "durable.h"
 #include "file.h"
 #include "target_root.h"
+#include "user_scope.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -78,6 +79,8 @@ std::string data_directory() {
 std::string state_directory(const location& where) {
     if (!where.state.empty())
         return absolute(where.state);
+    if (where.is_user)
+        return user_state_directory();
     const std::string root = where.root.empty() ? "/" : absolute(where.root);
     return root == "/" ? "" : root + default_product_directory;
 }
@@ -88,6 +91,12 @@ bool enter_location(const location& where, outcome& result) {
     ::setenv("SPEDITOR_LIB_PATH", data_directory().c_str(), 1);
     km::my_set_default_path((data_directory() + "/nls/%l/%N.cat").c_str());
     const std::string state = state_directory(where);
+    if (where.is_user)
+        enter_user_scope();
+    if (state.empty() && where.is_user) {
+        result.fail(exit_failed, "user", "There is no home directory for --user.");
+        return false;
+    }
     if (state.empty()) {
         if (::geteuid() == 0)
             ::setenv("ZNPIS_PRODUCT_DIR", default_product_directory, 1);

@@ -11,6 +11,7 @@ struct location {
     std::string state;      // directory of all that the engine keeps; empty: the default
     std::string root;       // put in front of every path of objects; empty: the machine itself
     bool read_only = false; // the state need not be writable
+    bool is_user = false;   // the packages of a user: another default state
 };
 
 // Makes this process work there: settings, working directories and catalog below the state, objects

@@ -19,6 +19,7 @@
 #include "session.h"
 #include "status_words.h"
 #include "upgrade_record.h"
+#include "user_scope.h"
 
 #include <cstring>
 
@@ -170,6 +171,8 @@ void install(const operation_request& given, worker_line& line, outcome& result)
     km::cm_package& package = *opened.package;
     package.source_path = km::pathname(absolute_path(request.target).c_str());
     at.take(package);
+    if (!fits_user_scope(package, result))
+        return;
     const intent wanted{"install",           at.id,        absolute_path(request.target),
                         request.definitions, request.mode, 0};
     const bool forced = request.mode & km::m_force;

@@ -118,6 +118,8 @@ km::cm_command* builder::make(const found& one) {
     auto* command = one.what == kind::directory ? km::new_add_directory(object)
                     : one.what == kind::file    ? km::new_add_file(object)
                                                 : km::new_add_link(object);
+    if (request_.per_user)
+        command->scope = 2;
     // Who installs a package wants its content, whatever the times say.
     command->replace_if_newer = 1;
     return command;

@@ -19,6 +19,7 @@ struct build_request {
     std::vector<std::string> variables; // NAME=VALUE, the package's defaults
     std::vector<std::string> shared;    // patterns of paths below the source
     bool stored = false;                // data are not compressed
+    bool per_user = false;              // a package of a user's, for --user
 };
 
 // Packs the tree: directories before their contents, files in path order, links last. Sockets,

@@ -12,6 +12,7 @@
 #include "reboot.h"
 #include "room.h"
 #include "status_words.h"
+#include "user_scope.h"
 
 #include <sys/statvfs.h>
 
@@ -53,6 +54,8 @@ void session::take(km::cm_package& package) {
     package.reference_table = store.counts();
     package.catalog_key = km::cm_catalog_key(package.name, package.version);
     package.connected = 0;
+    if (in_user_scope())
+        package.package_mask = 2;
     package.set_error_message(&messages);
     km::dynamic_variable_list::set_package(&package);
 }

@@ -25,6 +25,7 @@
 #include "text_object.h"
 #include "tree_walk.h"
 #include "upgrade_record.h"
+#include "user_scope.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -446,6 +447,8 @@ void upgrade(const operation_request& request, worker_line& line, outcome& resul
         return;
     opened.package->source_path = km::pathname(full.target.c_str());
     at.take(*opened.package);
+    if (!fits_user_scope(*opened.package, result))
+        return;
     upgrader(full, at, opened, line).run();
 }
 

@@ -35,8 +35,10 @@ void refuse_wrong_options(const definition_arguments& given) {
             throw CLI::ValidationError(
                 definition ? std::string(name) + " is told by the definition " + build.source
                            : std::string(name) + " is required to pack a directory");
-    if (definition && (!build.title.empty() || !build.description.empty() || !build.shared.empty()))
-        throw CLI::ValidationError("--title, --description and --shared are for directories: the "
+    if (definition && (!build.title.empty() || !build.description.empty() ||
+                       !build.shared.empty() || build.per_user))
+        throw CLI::ValidationError("--title, --description, --shared and --per-user are for "
+                                   "directories: the "
                                    "definition " +
                                    build.source + " tells them");
     if (!definition && !given.base.empty())
@@ -76,6 +78,7 @@ void add_build(CLI::App& app, definition_arguments& given, const definition_choi
         ->type_name("PATTERN")
         ->allow_extra_args(false);
     one->add_flag("--stored", build.stored, "Do not compress the data");
+    one->add_flag("--per-user", build.per_user, "A package for --user (of a directory)");
     one->callback([&given, choose] {
         refuse_wrong_options(given);
         choose("build", false, [&given](kmhost::worker_line&, kmhost::outcome& result) {

@@ -62,8 +62,11 @@ void add_globals(CLI::App& app, global_options& options) {
                                                    {"never", kmctl::when::never}};
     app.add_option("--state", options.state, "Directory of all that the engine keeps")
         ->type_name("DIR");
-    app.add_option("--root", options.root, "Put in front of every path that packages touch")
-        ->type_name("DIR");
+    auto* root =
+        app.add_option("--root", options.root, "Put in front of every path that packages touch")
+            ->type_name("DIR");
+    app.add_flag("--user", options.user, "Packages of yours, below your home directory")
+        ->excludes(root);
     app.add_flag("--json", options.json, "One JSON object on standard output");
     app.add_flag("-q,--quiet", options.quiet, "Errors only");
     app.add_flag("-v,--verbose", options.verbose, "Tell more");
@@ -333,7 +336,7 @@ outcome carry_out(const global_options& options, const arguments& given, const c
     const bool is_logged = !choice.only_reads && !choice.only_answers;
     const std::string words = words_of(choice, given);
     std::unique_ptr<kmhost::temporary_state> temporary;
-    kmhost::location where{options.state, options.root, choice.only_reads};
+    kmhost::location where{options.state, options.root, choice.only_reads, options.user};
     if ((choice.needs_no_state && where.state.empty()) ||
         (choice.only_reads && is_missing(where))) {
         temporary = std::make_unique<kmhost::temporary_state>();

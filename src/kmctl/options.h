@@ -11,6 +11,7 @@ enum class when { automatic, always, never };
 struct global_options {
     std::string state; // --state, "" if not given
     std::string root;  // --root, "" if not given
+    bool user = false; // packages of the user who calls
     bool json = false;
     bool quiet = false;
     int verbose = 0;
