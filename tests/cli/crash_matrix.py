@@ -11,8 +11,11 @@ SHARES = int(os.environ.get("KM_SHARES", "4"))
 
 def points_of(one, number):
     """A few points of each way; where they lie differs from way to way and from operation to
-    operation, so that all shares together see every step."""
+    operation, so that all shares together see every step. The sanitizers look for other faults, and a
+    start costs them ten times as much: each operation meets a third of the ways."""
     for index, way in enumerate(matrix.WAYS):
+        if SANITIZED and way != "kill" and (index + number) % 3:
+            continue
         wanted = (2 if SANITIZED else 6) if way == "kill" else 1 if SANITIZED else 2
         stride = max(1, one.calls // wanted)
         yield from one.points([way], stride, (7 * index + 5 * number) % stride)
