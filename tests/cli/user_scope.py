@@ -98,11 +98,14 @@ class UserScope(KmctlCase):
             file.write(DEFINITION % ("$(home_path)/.d/b", "is_per_user = y"))
         KmctlCase.call(self, [support.KMCTL, "build", self.path("p.spd"), "--base", self.dir, "-o",
                               self.path("d.spb")])
-        self.km("install", self.path("d.spb"), "-D", "which=this")
-        for name in "ab":
-            with open(self.home + "/.d/" + name) as file:
-                self.assertEqual(file.read(), name)
-        self.assertFalse(self.stands(".d/skipped"))
+        for source in (self.path("d.spb"), "file://" + self.path("d.spb")):
+            self.km("install", source, "-D", "which=this")
+            for name in "ab":
+                with open(self.home + "/.d/" + name) as file:
+                    self.assertEqual(file.read(), name)
+            self.assertFalse(self.stands(".d/skipped"))
+            self.km("remove", "d")
+            self.assertFalse(self.stands(".d"))
 
     def test_what_is_not_for_users_is_refused(self):
         outside = self.path("elsewhere")
