@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
 #include <string>
 #include <unistd.h>
 
@@ -18,7 +19,8 @@ const std::string& record_file() {
         char home[] = "/tmp/kmfuzz.XXXXXX";
         if (!::mkdtemp(home))
             std::abort();
-        ::setenv("SPEDITOR_LIB_PATH", home, 0);
+        std::ofstream(std::string(home) + "/libs.znp") << KM_BUILD_LIB "/libkmcore\n";
+        ::setenv("SPEDITOR_LIB_PATH", home, 1);
         km::set_configuration_location(km::pathname(home));
         return std::string((km::states::get_states_dir() + km::ustring(u"op")).mbcs_str());
     }();

@@ -14,6 +14,7 @@
 #include "object_command.h"
 #include "object_words.h"
 #include "package_file.h"
+#include "plan.h"
 #include "planned_step.h"
 #include "program_command.h"
 #include "queries.h"
@@ -34,27 +35,46 @@ using nlohmann::json;
 
 namespace {
 
-// Room that the files need on one file system.
-struct room_need {
-    std::string at;
-    unsigned long long needed = 0, available = 0;
-};
+using room_accounts = std::map<dev_t, km::room_account>;
 
-void add_room(km::km_object& object, std::map<dev_t, room_need>& all) {
+void add_backup_room(long bytes, room_accounts& all) {
+    km::room_account one;
+    dev_t device = 0;
+    if (km::account_of_backups(device, one))
+        all.emplace(device, one).first->second.add_to_backup(bytes);
+}
+
+// What the object needs, and its backup where there is to be one.
+void add_room(km::km_object& object, unsigned mode, room_accounts& all) {
     std::string path = object.path_bytes();
     km::place where = km::locate(path);
     while (!where.found() && where.parent != "/" && !where.parent.empty()) {
         path = where.parent;
         where = km::locate(path);
     }
-    unsigned long long bytes = 0;
+    km::room_account one;
     dev_t device = 0;
-    if (!where.found() || !km::room_in(where.directory, bytes, device))
+    if (!where.found() || !km::room_in(where.directory, one.free, device))
         return;
-    auto& one = all[device];
-    if (one.at.empty())
-        one = {where.parent, 0, bytes};
-    one.needed += static_cast<unsigned long long>(object.size);
+    one.at = where.parent;
+    struct stat about {};
+    const bool replaces = km::look_at(object.path_bytes(), about) && S_ISREG(about.st_mode);
+    const bool in_place = replaces && !(mode & km::m_transactional);
+    all.emplace(device, one).first->second.add(object.size, in_place ? about.st_size : 0);
+    if (replaces && (mode & (km::m_undoable | km::m_preferably_undoable)))
+        add_backup_room(about.st_size, all);
+}
+
+void tell_room(const room_accounts& rooms, outcome& result) {
+    result.data["room"] = json::array();
+    for (const auto& [device, one] : rooms) {
+        result.data["room"].push_back(
+            {{"at", one.at}, {"needed", one.needed()}, {"backup", one.backup}, {"free", one.free}});
+        result.text +=
+            one.at + ": " + km::in_words(one.needed()) + " needed" +
+            (one.backup ? " (" + km::in_words(one.backup) + " of it for the backup)" : "") + ", " +
+            km::in_words(one.free) + " free\n";
+    }
 }
 
 } // namespace
@@ -70,7 +90,7 @@ void preview(const operation_request& request, worker_line& line, outcome& resul
     package.operation_name = u"install";
     result.package = facts_of(at.id, at.entry());
     result.data["plan"] = json::array();
-    std::map<dev_t, room_need> rooms;
+    room_accounts rooms;
     std::map<std::string, long> counts;
     each_due_leaf(package, [&](km::cm_command& command) {
         const planned_step one = step_of_install(command);
@@ -85,16 +105,10 @@ void preview(const operation_request& request, worker_line& line, outcome& resul
         auto* on = dynamic_cast<km::cm_object_command*>(&command);
         auto* object = on ? dynamic_cast<km::km_object*>(on->object) : nullptr;
         if (object && (one.action == "add" || one.action == "replace"))
-            add_room(*object, rooms);
+            add_room(*object, request.mode, rooms);
     });
-    result.data["room"] = json::array();
-    for (const auto& [device, one] : rooms) {
-        result.data["room"].push_back(
-            {{"at", one.at}, {"needed", one.needed}, {"free", one.available}});
-        result.text += one.at + ": " + km::in_words(one.needed) + " needed, " +
-                       km::in_words(one.available) + " free\n";
-    }
-    package.can_execute(km::a_execute, km::p_do);
+    tell_room(rooms, result);
+    check_install(package, request.mode);
     take_messages(at.messages, result);
     if (package.result != km::cm_command::success)
         result.fail(exit_failed, "check", "The install of " + at.id.text() + " would fail.");

@@ -188,7 +188,7 @@ void install(const operation_request& given, worker_line& line, outcome& result)
     }
     if (request.dry_run) {
         if (at.would_pass_gate(package, km::o_execute, km::a_execute, request.mode, "install"))
-            plan_install(package, at.id, at.entry(), result);
+            plan_install(package, at.id, at.entry(), request.mode, result);
         take_messages(at.messages, result);
         return;
     }
@@ -333,7 +333,9 @@ void remove(const operation_request& request, worker_line& line, outcome& result
     if (request.dry_run) {
         tell_cut(wanted, result);
         if (at.would_pass_gate(*package, km::o_execute, km::a_reverse, request.mode, "remove"))
-            plan_remove(*package, at.id, before, held_by_others(at.store, id), result);
+            plan_remove(*package, at.id, before, held_by_others(at.store, id), request.mode,
+                        result);
+        take_messages(at.messages, result);
         return;
     }
     if (!passes_cut(wanted, result))

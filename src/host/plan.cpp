@@ -43,10 +43,31 @@ void tell_plan(const tally& all, const package_id& id, const km::cm_catalog_entr
 
 } // namespace
 
-void plan_install(km::cm_package& package, const package_id& id, const km::cm_catalog_entry* entry,
-                  outcome& result) {
+namespace {
+// False: it is needed, and cannot be made.
+bool check_backup(km::cm_package& package, int action, unsigned mode) {
+    package.result = km::cm_command::success;
+    package.operation_is_preferably_undoable = (mode & km::m_preferably_undoable) != 0;
+    if (!(mode & (km::m_undoable | km::m_preferably_undoable)))
+        return true;
+    package.can_backup(action);
+    if (package.result != km::cm_command::temporary_failure ||
+        !package.operation_is_preferably_undoable)
+        return package.result == km::cm_command::success;
+    package.operation_is_preferably_undoable = 0;
+    return true;
+}
+} // namespace
+
+void check_install(km::cm_package& package, unsigned mode) {
     package.operation_name = u"install";
-    package.can_execute(km::a_execute, km::p_do);
+    if (check_backup(package, km::a_execute, mode))
+        package.can_execute(km::a_execute, mode & km::m_transactional ? km::p_prepare : km::p_do);
+}
+
+void plan_install(km::cm_package& package, const package_id& id, const km::cm_catalog_entry* entry,
+                  unsigned mode, outcome& result) {
+    check_install(package, mode);
     if (package.result != km::cm_command::success)
         result.fail(exit_failed, "check", "The install of " + id.text() + " would fail.");
     tally all;
@@ -69,8 +90,10 @@ bool is_of_package(km::cm_object& object) {
 } // namespace
 
 void plan_remove(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
-                 const path_hashes& held, outcome& result) {
+                 const path_hashes& held, unsigned mode, outcome& result) {
     package.operation_name = u"remove";
+    if (!check_backup(package, km::a_reverse, mode))
+        result.fail(exit_failed, "check", "The remove of " + id.text() + " would fail.");
     tally all;
     long kept = 0;
     each_due_leaf(package, [&](km::cm_command& command) {

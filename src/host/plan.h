@@ -8,12 +8,16 @@
 
 namespace kmhost {
 
-// Asks every command whether it could run, and tells what it would change. Nothing is changed.
+// Asks every command, as the run of this mode does, whether it could run; where there is to be a
+// backup, whether that could be made before it. The package's `result` tells.
+void check_install(km::cm_package& package, unsigned mode);
+
+// Checks so, and tells what it would change. Nothing is changed.
 void plan_install(km::cm_package& package, const package_id& id, const km::cm_catalog_entry* entry,
-                  outcome& result);
+                  unsigned mode, outcome& result);
 // Paths in `held` belong to other packages, too, and stay.
 void plan_remove(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
-                 const path_hashes& held, outcome& result);
+                 const path_hashes& held, unsigned mode, outcome& result);
 
 // commit, accept, undo and rollback (km::operation).
 void plan_later(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,

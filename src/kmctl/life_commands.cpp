@@ -84,6 +84,10 @@ void add_verify(CLI::App& app, life_arguments& given, const choose_command& choo
 void add_questions(CLI::App& app, life_arguments& given, const choose_command& choose) {
     auto* preview = app.add_subcommand("preview", "What an install would do, with sizes");
     preview->add_option("FILE", given.operation.target, "Package file, or its address")->required();
+    for (const auto& one : mode_options)
+        if (one.bit & (km::m_undoable | km::m_preferably_undoable | km::m_transactional))
+            preview->add_flag_callback(
+                one.name, [&given, &one] { given.operation.mode |= one.bit; }, one.about);
     auto* explain = app.add_subcommand("explain", "Why each command runs or does not");
     explain->add_option("PACKAGE", given.operation.target, "Package file, or NAME[^VERSION]")
         ->required();
@@ -92,6 +96,8 @@ void add_questions(CLI::App& app, life_arguments& given, const choose_command& c
             ->type_name("NAME=VALUE")
             ->allow_extra_args(false);
     preview->callback([&given, choose] {
+        if (const std::string fault = fault_of_mode(given.operation.mode); !fault.empty())
+            throw CLI::ValidationError(fault);
         choose("preview", true, true, [&given](worker_line& line, outcome& result) {
             kmhost::preview(given.operation, line, result);
         });

@@ -334,8 +334,13 @@ cm_result km_file::check_target(const place& where, const struct stat* present) 
         return stands_as_described(path_bytes(), false) ? cm_command::success
                                                         : fail(om_not_replaced, path_bytes());
     std::string needed, free_bytes;
-    const long replaced = present && S_ISREG(present->st_mode) ? present->st_size : 0;
-    if (note_room(where.directory, size, replaced, needed, free_bytes))
+    if (is_only_prepared())
+        return cm_command::success;                    // it has its room
+    const bool in_place = checked_phase_ != p_prepare; // else the copies stand beside, all together
+    const long replaced = in_place && present && S_ISREG(present->st_mode) ? present->st_size : 0;
+    // Where a backup is a wish only, it is given up before files are: see object_of_present.
+    const bool with_backup = !package || !package->operation_is_preferably_undoable;
+    if (note_room(where.directory, size, replaced, with_backup, needed, free_bytes))
         return cm_command::success;
     if (errno != ENOSPC)
         return fail("ask for the room of", where.parent, errno);

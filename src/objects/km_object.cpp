@@ -321,6 +321,7 @@ cm_result km_object::check_add(int phase) {
         expect_parents(*package, path_bytes(), nearest);
     struct stat about {};
     const bool present = nearest == path_bytes() && look_at(path_bytes(), about);
+    checked_phase_ = phase;
     return check_target(where, present ? &about : nullptr);
 }
 

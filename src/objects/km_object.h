@@ -92,7 +92,8 @@ class km_object : public cm_object {
     // Whether `at` holds what this object describes, its rights apart unless asked for.
     virtual bool stands_as_described(const std::string& at, bool with_rights) = 0;
     virtual cm_result finish_add() { return cm_command::success; }
-    // Checks of a class beside those of all: the target is `present`, or null.
+    // Checks of a class beside those of all, for `checked_phase_`: the target is `present`, or
+    // null.
     virtual cm_result check_target(const place&, const struct stat*) { return cm_command::success; }
     // The staged copy was renamed into its place.
     virtual void was_placed() {}
@@ -114,6 +115,7 @@ class km_object : public cm_object {
     bool well_formed() const;
 
     bool temporary_may_be_left = true;
+    int checked_phase_ = p_do;
 
     // In the commit: the staged copy is renamed into its place.
     virtual cm_result put_staged(int phase);

@@ -8,6 +8,7 @@
 #include "link_object.h"
 #include "made_directories.h"
 #include "object_messages.h"
+#include "room.h"
 
 #include <cerrno>
 #include <memory>
@@ -27,6 +28,12 @@ std::unique_ptr<km_object> of_kind(const struct stat& about) {
     default:
         return nullptr;
     }
+}
+
+cm_result no_room(const km_object& of, const std::string& at, const std::string& needed,
+                  const std::string& free_bytes) {
+    tell(of.package, om_no_room, at, needed, free_bytes);
+    return cm_command::temporary_failure;
 }
 } // namespace
 
@@ -49,6 +56,11 @@ km_object* object_of_present(km_object& of) {
         file->size = about.st_size;
         if (const auto* seen = dynamic_cast<const km_file*>(&of))
             file->take_what_was_read(*seen);
+        std::string at, needed, free_bytes;
+        if (!backup_finds_room(at, needed, free_bytes)) {
+            of.result = no_room(of, at, needed, free_bytes);
+            return nullptr;
+        }
     }
     if (auto* link = dynamic_cast<km_link*>(made.get())) {
         std::string text;
@@ -66,17 +78,22 @@ cm_result can_read_present(km_object& of) {
     const std::string& path = of.path_bytes();
     if (!look_at(path, about))
         return of.fail("look at", path, errno);
-    const auto* file = dynamic_cast<const km_file*>(&of);
-    if (S_ISREG(about.st_mode) && !(file && file->has_read(about))) {
-        const int in = open_for_reading(path);
-        if (in < 0)
-            return of.fail("read", path, errno);
-        ::close(in);
+    if (S_ISREG(about.st_mode)) {
+        const auto* file = dynamic_cast<const km_file*>(&of);
+        if (!(file && file->has_read(about))) {
+            const int in = open_for_reading(path);
+            if (in < 0)
+                return of.fail("read", path, errno);
+            ::close(in);
+        }
+        std::string at, needed, free_bytes;
+        if (!note_backup_room(about.st_size, at, needed, free_bytes))
+            return of.result = no_room(of, at, needed, free_bytes);
     } else if (S_ISLNK(about.st_mode)) {
         std::string text;
         if (!read_link(path, text))
             return of.fail("read the link", path, errno);
-    } else if (!S_ISDIR(about.st_mode) && !S_ISREG(about.st_mode)) {
+    } else if (!S_ISDIR(about.st_mode)) {
         return of.fail(om_special, path);
     }
     return of.result = cm_command::success;

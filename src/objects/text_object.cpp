@@ -266,7 +266,7 @@ cm_result text_object::check_file(text_target& at, long more) {
     const place where = locate(at.path());
     std::string needed, free_bytes;
     if (!where.found() ||
-        note_room(where.directory, at.size() + more, at.size(), needed, free_bytes))
+        note_room(where.directory, at.size() + more, at.size(), true, needed, free_bytes))
         return result;
     if (errno != ENOSPC)
         return fail("ask for the room of", where.parent, errno);

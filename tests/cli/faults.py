@@ -126,6 +126,40 @@ class Reasons(KmctlCase):
         self.km("install", package)
         self.km("remove", "p")
 
+    @unittest.skipUnless(os.geteuid() == 0, "mounts a small file system")
+    def test_a_disk_that_a_backup_would_fill(self):
+        """Root and state share it: what an undo needs must fit beside the files."""
+        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=8m", "none", self.root],
+                                 stderr=subprocess.DEVNULL)
+        if mounted.returncode:
+            self.skipTest("may not mount")
+        self.addCleanup(subprocess.run, ["umount", self.root])
+        self.state = os.path.join(self.root, "state")
+        old = self.build({"a": os.urandom(2_000_000)}, "p")
+        new = self.build({"a": os.urandom(2_500_000), "b": os.urandom(1_500_000)}, "p", "2.0")
+        self.km("install", old)
+        before = picture(self.at("/opt"))
+        # 6 MB are free: 2 grow, 2 stand beside for a moment, and 2 are the backup.
+        subprocess.run(["mount", "-o", "remount,size=7m", self.root], check=True)
+        for words in (["preview", new, "--undoable"], ["install", new, "--undoable", "-n"],
+                      ["install", new, "--undoable"]):
+            ended = self.km(*words, code=1)
+            self.assertRegex(ended.err, r"room .* in /.*: [0-9.]+ MiB \([0-9.]+ MiB of it for the "
+                                        r"backup\) needed, [0-9.]+ MiB free")
+        self.assert_same(before, picture(self.at("/opt")))
+        room, = self.km_json("preview", new, "--undoable", code=1)["room"]
+        self.assertGreater(room["needed"], room["free"])
+        self.assertGreater(room["backup"], 2_000_000)
+        self.km("preview", new)
+        self.km("install", new, "--preferably-undoable")
+        self.assertEqual(self.letters("p^2.0"), "IC---")
+        # What is prepared has its room, so that a commit needs none.
+        self.km("remove", "p^2.0")
+        self.km("remove", "p^1.0", "--force", code=None)
+        big = self.build({"big": os.urandom(4_000_000)}, "q")
+        self.km("install", big, "--transactional")
+        self.km("commit", "q")
+
     @unittest.skipUnless(os.geteuid() == 0, "mounts a file system")
     def test_a_target_that_is_read_only(self):
         package = self.build({"a": "1"})
