@@ -437,13 +437,38 @@ cm_result km_file::load(int) {
     take_metadata(about);
     placed = ustring();
     size = about.st_size;
-    const std::string sum = read_.is(about) ? read_digest_ : digest_of_open_file(in.get());
+    std::string sum = read_digest_;
+    if (!read_.is(about)) {
+        read_ = {};
+        sum = read_digest_ = digest_of_known_file(in.get(), size, read_);
+    }
     if (sum.empty())
         return fail("read", shown, errno);
     digest = ustring(sum.c_str());
     sequence = next_data_sequence();
     return result;
 }
+
+namespace {
+// The number of bytes, which is above `most` where there are more; -1 with errno.
+long copy_data(int in, zipping_channel& out, long most, sha256* sum) {
+    long passed = 0;
+    while (passed <= most) {
+        const ssize_t got = ::read(in, block, block_size);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return got < 0 ? -1 : passed;
+        passed += got;
+        if (passed > most)
+            break;
+        if (sum)
+            sum->add(block, static_cast<size_t>(got));
+        out.write(block, static_cast<int>(got));
+    }
+    return passed;
+}
+} // namespace
 
 cm_result km_file::save(zipping_channel* out) {
     result = cm_command::success;
@@ -459,23 +484,18 @@ cm_result km_file::save(zipping_channel* out) {
     entry->time = unix2dostime(&seconds);
     if (!out->put_next_entry(entry))
         return result = cm_command::failure;
+    struct stat about {};
+    const auto is_known = [&] {
+        return ::fstat(in.get(), &about) == 0 && read_.is(about) && about.st_size == size &&
+               ustring(read_digest_.c_str()) == digest;
+    };
     sha256 sum;
-    long passed = 0;
-    for (;;) {
-        const ssize_t got = ::read(in.get(), block, block_size);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            return fail("read", shown, errno);
-        if (got == 0)
-            break;
-        passed += got;
-        if (passed > size)
-            break;
-        sum.add(block, static_cast<size_t>(got));
-        out->write(block, static_cast<int>(got));
-    }
-    if (passed != size || ustring(sum.finish().c_str()) != digest) {
+    const bool known = is_known();
+    const long passed = copy_data(in.get(), *out, size, known ? nullptr : &sum);
+    if (passed < 0)
+        return fail("read", shown, errno);
+    const bool is_same = known ? is_known() : ustring(sum.finish().c_str()) == digest;
+    if (passed != size || !is_same) {
         fail(om_changed, shown);
         return result = cm_command::temporary_failure;
     }
