@@ -83,6 +83,8 @@ void go_on(const intent& cut, const operation_request& request, worker_line& lin
     }
 }
 
+} // namespace
+
 void go_back(const intent& cut, const operation_request& request, worker_line& line,
              outcome& result) {
     if (source_of(cut.id))
@@ -106,6 +108,8 @@ void go_back(const intent& cut, const operation_request& request, worker_line& l
     back.wait_seconds = request.wait_seconds;
     undo(back, line, result);
 }
+
+namespace {
 
 // What the engine needs to go on with a package behind a reboot.
 struct behind_reboot {

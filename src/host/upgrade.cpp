@@ -19,6 +19,7 @@
 #include "planned_step.h"
 #include "program_command.h"
 #include "report_writer.h"
+#include "resume.h"
 #include "session.h"
 #include "status_words.h"
 #include "text_commands.h"
@@ -435,6 +436,31 @@ void upgrader::run() {
         end_run(at_.id, result_);
 }
 
+// By force a cut run is begun anew, as an install is. But its backup is all that holds the older
+// version: what was done is taken back before.
+bool begins_anew(const operation_request& request, const km::cm_package& package, worker_line& line,
+                 outcome& result) {
+    if (!(request.mode & km::m_force) || request.resuming || request.dry_run)
+        return true;
+    { // an intent of a run that still holds the lock is not one of a cut run
+        catalog_store store;
+        if (!store.open(access_kind::change, request.wait_seconds, result))
+            return false;
+    }
+    const auto cut = intent_of({package.name.mbcs_str(), package.version.mbcs_str()});
+    if (!cut || cut->command != "upgrade")
+        return true;
+    outcome back;
+    go_back(*cut, request, line, back);
+    if (back.failed()) {
+        result = back;
+        return false;
+    }
+    result.info("cut", "The upgrade of " + cut->id.text() +
+                           ", which was cut, was taken back; it begins anew.");
+    return true;
+}
+
 } // namespace
 
 void upgrade(const operation_request& request, worker_line& line, outcome& result) {
@@ -443,6 +469,7 @@ void upgrade(const operation_request& request, worker_line& line, outcome& resul
     operation_request full = request;
     full.target = absolute_path(request.target);
     if (!open_to_put(full, "upgrade", true, at, opened) ||
+        !begins_anew(full, *opened.package, line, result) ||
         !at.open(full.dry_run ? access_kind::read : access_kind::change, full.wait_seconds))
         return;
     opened.package->source_path = km::pathname(full.target.c_str());

@@ -55,6 +55,26 @@ class Kills(KmctlCase):
         self.assertEqual(os.listdir(self.root), ["opt"])
         self.assertEqual(os.listdir(self.at("/opt")), [])
 
+    def test_by_force_a_cut_upgrade_begins_anew_and_can_be_undone(self):
+        one = self.build(self.files, "p", "1.0", "/opt/in/p")
+        two = self.build(dict(self.files, a="newer\n"), "p", "2.0", "/opt/in/p")
+        self.km("install", one)
+        old = picture(self.at("/opt/in/p"))
+        calls = self.calls_of("upgrade", two)
+        new = picture(self.at("/opt/in/p"))
+        self.km("undo", "p")
+        for at in (calls // 3, calls // 2, calls * 3 // 4):
+            self.assertEqual(self.killed(at, "upgrade", two), 137, at)
+            told = self.km_json("upgrade", "--force", two)
+            self.assertIn("taken back; it begins anew", str(told["messages"]), at)
+            self.assert_same(new, picture(self.at("/opt/in/p")), at)
+            self.assertEqual(self.letters("p"), "ICU--", at)
+            self.km("undo", "p")
+            self.assert_same(old, picture(self.at("/opt/in/p")), at)
+            self.assertEqual(self.km_json("list")["packages"][0]["version"], "1.0", at)
+            self.assertEqual(self.leftovers(), [], at)
+        self.km("check")
+
     def notes(self):
         return os.listdir(os.path.join(self.state, "work/made"))
 
