@@ -4,6 +4,7 @@
 #include "message_files.h"
 
 #include "codec.h"
+#include "durable.h"
 #include "decode_channel.h"
 #include "file.h"
 #include "file_channel.h"
@@ -18,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace kmhost {
 
@@ -66,13 +68,20 @@ std::vector<std::string> message_names() {
     std::error_code error;
     for (const auto& one : fs::directory_iterator(directory(), error)) {
         const std::string name = one.path().filename().string();
-        struct stat about {};
-        if (is_message_name(name) && ::lstat(one.path().c_str(), &about) == 0 &&
-            S_ISREG(about.st_mode) && about.st_size > 0)
+        // What the listing tells; a look at each of thousands takes its time.
+        if (is_message_name(name) && !one.is_symlink(error) && one.is_regular_file(error))
             names.push_back(name);
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+unread_message why_unread(const std::string& name) {
+    struct stat about {};
+    const std::string path = directory() + "/" + name;
+    if (::lstat(path.c_str(), &about) != 0 || about.st_size == 0)
+        return unread_message::gone;
+    return ::access(path.c_str(), R_OK) == 0 ? unread_message::strange : unread_message::forbidden;
 }
 
 bool is_named(const km::ZNPMessage& message, const std::string& name) {
@@ -107,20 +116,49 @@ std::unique_ptr<km::ZNPMessage> read_message(const std::string& name) {
 }
 
 bool put_aside(const std::string& name) {
-    const km::pathname culprits((directory() + "/removed").c_str());
-    km::file(culprits).mk_tree();
-    return km::file(km::pathname((directory() + "/" + name).c_str()))
-        .rename_to(culprits + km::ustring(name.c_str()), 0);
+    // Not by way of a pathname: that would take a backslash of the name for a separator.
+    const std::string place = directory() + "/removed";
+    km::file(km::pathname(place.c_str())).mk_tree();
+    return km::rename_file((directory() + "/" + name).c_str(), (place + "/" + name).c_str()) != 0;
 }
+
+namespace {
+
+// Each look at a file copies it. So what is large and does not begin as a message is not looked at.
+bool is_large_stranger(const fs::path& path) {
+    constexpr std::uintmax_t large = 1 << 20;
+    constexpr size_t head_size = 256;
+    std::error_code error;
+    if (fs::file_size(path, error) < large || error)
+        return false;
+    std::string head(head_size, '\0');
+    std::ifstream in(path, std::ios::binary);
+    in.read(head.data(), head_size);
+    return head.find(km::ZNPMessage().codable_name()) == std::string::npos;
+}
+
+// What is put aside must not go where somebody's link leads.
+void free_the_place_aside() {
+    std::error_code error;
+    const fs::path place = directory() + "/removed";
+    const auto status = fs::symlink_status(place, error);
+    if (fs::exists(status) && !fs::is_directory(status))
+        fs::remove(place, error);
+}
+
+} // namespace
 
 long put_strangers_aside() {
     std::vector<std::string> strangers;
     std::error_code error;
+    free_the_place_aside();
     for (const auto& one : fs::directory_iterator(directory(), error)) {
         const std::string name = one.path().filename().string();
         const auto type = one.symlink_status(error).type();
         const bool is_progress = ends_in(name, "_msg_statuses") && type == fs::file_type::directory;
-        if (name.starts_with(prefix) && !is_progress && type != fs::file_type::regular)
+        if (name.starts_with(prefix) && !is_progress &&
+            (type != fs::file_type::regular || name.find('\\') != std::string::npos ||
+             is_large_stranger(one.path())))
             strangers.push_back(name);
     }
     return std::count_if(strangers.begin(), strangers.end(), put_aside);

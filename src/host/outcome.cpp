@@ -80,7 +80,7 @@ std::string to_json_text(const outcome& result, const std::string& command) {
     object["schema"] = 1;
     object["command"] = command;
     if (result.data.is_object())
-        object.update(result.data);
+        object.update(result.data.begin(), result.data.end());
     return dump(object, 2);
 }
 
@@ -98,7 +98,7 @@ bool from_wire(const std::string& line, outcome& result) {
     result.word = object.value("outcome", "");
     result.exit = object.value("exit_code", static_cast<int>(exit_failed));
     result.text = object.value("text", "");
-    result.data = object.value("data", json());
+    result.data = std::move(object["data"]);
     result.messages.clear();
     for (const auto& one : object.value("messages", json::array()))
         result.messages.push_back({one.value("id", ""), severity_of(one.value("severity", "")),

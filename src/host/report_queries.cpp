@@ -78,15 +78,11 @@ std::string words_of(const json& list) {
     return words;
 }
 
-std::string package_of(const json& one) {
-    return package_id{one["name"].get<std::string>(), one["version"].get<std::string>()}.text();
-}
-
-std::string line_of(const json& one) {
-    const std::string pending = words_of(one["pending"]);
-    return one["id"].get<std::string>() + "  " + one["time"].get<std::string>() + "  " +
-           one["operation"].get<std::string>() + " " + package_of(one) + ": " +
-           one["result"].get<std::string>() +
+std::string line_of(const km::report& one, const std::string& name) {
+    const std::string pending = words_of(channels(one.status, false));
+    return key_of(*one.get_protocol(), name) + "  " + text(one.exec_time) + "  " +
+           operation_word(one.operation_type) + " " +
+           package_id{text(one.name), text(one.version)}.text() + ": " + text(one.exit_codes_msg) +
            (pending.empty() ? "  [delivered]" : "  [" + pending + "]") + "\n";
 }
 
@@ -104,11 +100,11 @@ class protocols_to_tell {
 };
 
 // The line of a message after a template; "" for one that the filter leaves out.
-std::string formatted(km::ZNPMessage& message, km::filter& by, const char* form, bool removes) {
+std::string formatted(km::ZNPMessage& message, km::filter& by, report_formatter& line,
+                      bool removes) {
     constexpr int first_room = 256;
     km::array_output_channel bytes(first_room);
     km::ustring_writer writer(&bytes);
-    report_formatter line(form);
     if (removes)
         message.remove(by, writer, line);
     else
@@ -132,12 +128,66 @@ bool is_readable(outcome& result) {
     return false;
 }
 
-void tell_unreadable(long count, outcome& result) {
-    if (count)
-        result.warn("unreadable", std::to_string(count) + " files in " + setting("working_dir") +
-                                      "/message are no messages; 'kmctl report deliver' puts "
-                                      "them aside.");
-}
+// Files that are no messages, or are not for this user.
+class unreadable_files {
+  public:
+    void add(const std::string& name) {
+        const auto why = why_unread(name);
+        strange_ += why == unread_message::strange;
+        forbidden_ += why == unread_message::forbidden;
+    }
+    void tell(outcome& result) const {
+        if (forbidden_)
+            result.fail(exit_failed, "rights",
+                        std::to_string(forbidden_) + (forbidden_ == 1 ? " report" : " reports") +
+                            " cannot be read: Permission denied. Run as the owner of " +
+                            setting("working_dir") + ".");
+        if (strange_)
+            result.warn("unreadable", std::to_string(strange_) + " of the files in " +
+                                          setting("working_dir") +
+                                          "/message are no messages; 'kmctl report deliver' puts "
+                                          "them aside.");
+    }
+
+  private:
+    long strange_ = 0, forbidden_ = 0;
+};
+
+} // namespace
+
+namespace {
+
+// What tells the lines of reports: a template of the caller, the own form where there is none, and
+// for lists of reports, which tell their lines themselves, the form of the library.
+class listing {
+  public:
+    explicit listing(const report_selection& wanted)
+        : wanted_(wanted), by_(filter_of(wanted)),
+          asked_(wanted.form.empty() ? "-" : wanted.form.c_str()) {}
+    void add(km::ZNPMessage& message, const std::string& name, outcome& result) {
+        const auto* one = report_in(message);
+        if (one && !one->get_protocol())
+            one = nullptr;
+        const bool is_formed = !wanted_.form.empty() || !one;
+        const std::string line =
+            formatted(message, by_, wanted_.form.empty() && !one ? own_ : asked_, false);
+        if (line.empty())
+            return;
+        result.text += is_formed ? line : line_of(*one, name);
+        if (!wanted_.with_data)
+            return;
+        json object = one ? json_of(*one, name) : json{{"file", name}};
+        if (is_formed)
+            object["line"] = line.substr(0, line.size() - 1);
+        result.data["reports"].push_back(std::move(object));
+    }
+
+  private:
+    const report_selection& wanted_;
+    km::filter by_;
+    report_formatter asked_;
+    report_formatter own_{nullptr};
+};
 
 } // namespace
 
@@ -145,37 +195,27 @@ void list_reports(const report_selection& wanted, outcome& result) {
     if (!is_readable(result))
         return;
     protocols_to_tell protocols;
-    km::filter by = filter_of(wanted);
+    listing all(wanted);
     result.data["reports"] = json::array();
-    long unreadable = 0;
+    unreadable_files unreadable;
     for (const auto& name : message_names()) {
-        const auto message = read_message(name);
-        auto* one = message ? report_in(*message) : nullptr;
-        unreadable += !message;
-        if (!message)
-            continue;
-        // A list of reports tells its lines itself.
-        const bool is_formed = !wanted.form.empty() || !one || !one->get_protocol();
-        const std::string line =
-            formatted(*message, by, wanted.form.empty() ? nullptr : wanted.form.c_str(), false);
-        if (line.empty())
-            continue;
-        json object = is_formed && (!one || !one->get_protocol()) ? json{{"file", name}}
-                                                                  : json_of(*one, name);
-        result.text += is_formed ? line : line_of(object);
-        if (is_formed)
-            object["line"] = line.substr(0, line.size() - 1);
-        result.data["reports"].push_back(std::move(object));
+        if (const auto message = read_message(name))
+            all.add(*message, name, result);
+        else
+            unreadable.add(name);
     }
-    tell_unreadable(unreadable, result);
+    unreadable.tell(result);
 }
 
 void show_report(const std::string& id, outcome& result) {
     if (!is_readable(result))
         return;
+    unreadable_files unreadable;
     for (const auto& name : message_names()) {
         const auto message = read_message(name);
         const auto* one = message ? report_in(*message) : nullptr;
+        if (!message)
+            unreadable.add(name);
         if (!one || !one->get_protocol() || !has_id(*message, name, id))
             continue;
         const json object = json_of(*one, name);
@@ -187,6 +227,7 @@ void show_report(const std::string& id, outcome& result) {
     }
     result.fail(exit_not_found, "report",
                 "There is no report " + id + " that waits ('kmctl report list' tells them).");
+    unreadable.tell(result);
 }
 
 namespace {
@@ -197,7 +238,8 @@ std::unique_ptr<km::ZNPMessage> take_selected(const std::string& name, km::filte
     auto message = read_message(name);
     if (!message || !has_id(*message, name, id))
         return nullptr;
-    return formatted(*message, by, nullptr, true).empty() ? nullptr : std::move(message);
+    report_formatter form("-");
+    return formatted(*message, by, form, true).empty() ? nullptr : std::move(message);
 }
 
 void remove_selected(const report_selection& wanted, outcome& result) {

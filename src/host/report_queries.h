@@ -14,8 +14,9 @@ struct report_selection {
     std::vector<std::string> targets;       // endpoint names
     std::string id;                         // key of one report, or the file of its message
     bool only_undelivered = false;
-    std::string form; // template of a line; "": the own form
-    bool all = false; // for a removal that names nothing else
+    std::string form;      // template of a line; "": the own form
+    bool all = false;      // for a removal that names nothing else
+    bool with_data = true; // of a list; else only its text is told
 };
 
 // Reports whose message is still there: those that a channel has not got, and with

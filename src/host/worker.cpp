@@ -42,7 +42,14 @@ stream_loss loss_of(const json& event) {
             event.value("pending", false), event.value("back", false)};
 }
 
+// In front of the line with the result; the others are events, JSON objects.
+constexpr char result_mark = '=';
+
 void hear(const std::string& line, heard& so_far, const progress_watcher& watch) {
+    if (line.starts_with(result_mark)) {
+        so_far.has_result = from_wire(line.substr(1), so_far.result);
+        return;
+    }
     json event = json::parse(line, nullptr, false);
     if (!event.is_object())
         return;
@@ -57,8 +64,6 @@ void hear(const std::string& line, heard& so_far, const progress_watcher& watch)
         so_far.end.note = event.value("text", "");
     else if (kind == "reported")
         so_far.end.reported = true;
-    else if (kind == "result")
-        so_far.has_result = from_wire(event.value("outcome", ""), so_far.result);
 }
 
 void listen(int descriptor, heard& so_far, const progress_watcher& watch) {
@@ -70,9 +75,10 @@ void listen(int descriptor, heard& so_far, const progress_watcher& watch) {
             continue;
         if (got <= 0)
             return;
+        size_t start = 0, from = pending.size();
         pending.append(block, static_cast<size_t>(got));
-        size_t start = 0;
-        for (size_t end; (end = pending.find('\n', start)) != std::string::npos; start = end + 1)
+        for (size_t end; (end = pending.find('\n', from)) != std::string::npos;
+             start = from = end + 1)
             hear(pending.substr(start, end - start), so_far, watch);
         pending.erase(0, start);
     }
@@ -212,8 +218,7 @@ void worker_line::note(const std::string& text) {
 void worker_line::reported() { send(R"({"event":"reported"})"); }
 
 void worker_line::result(const outcome& final) {
-    json event = {{"event", "result"}, {"outcome", to_wire(final)}};
-    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+    send(result_mark + to_wire(final)); // no event: a long list would be coded twice
 }
 
 outcome run_worker(const worker_body& body, const progress_watcher& watch, worker_end* end) {

@@ -315,6 +315,17 @@ void work(const global_options& options, const arguments& given, const chosen& c
         report(options, given, choice, line, result);
 }
 
+// Of an answer the parent need not get what it will not print: both forms of a long list take their
+// time.
+void drop_untold(const global_options& options, const chosen& choice, outcome& result) {
+    if (!choice.only_answers)
+        return;
+    if (options.json)
+        result.text.clear();
+    else
+        result.data = nullptr;
+}
+
 // Writes the report of what failed for good because its stream was lost.
 void report_loss(const global_options& options, const arguments& given, const chosen& choice,
                  const kmhost::worker_body& enter, kmhost::worker_end& end, outcome& result) {
@@ -363,6 +374,7 @@ outcome carry_out(const global_options& options, const arguments& given, const c
         work(options, given, choice, line, result);
         if (is_logged)
             kmhost::decide_reboot(result);
+        drop_untold(options, choice, result);
     };
     const auto watch = kmctl::make_progress_line(options, choice.command);
     kmhost::worker_end end;
@@ -393,6 +405,7 @@ int main(int count, char** texts) {
     }
     given.operation.wait_seconds = given.life.operation.wait_seconds = given.report.wait_seconds =
         options.wait_seconds;
+    given.report.selection.with_data = options.json;
     outcome result = carry_out(options, given, choice);
     if (options.quiet && !choice.only_answers)
         result.text.clear();

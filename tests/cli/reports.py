@@ -321,36 +321,55 @@ class Commands(ReportCase):
         self.assertEqual(self.km_json("report", "remove", "--all")["outcome"], "nothing")
 
     def test_a_directory_of_hostile_files(self):
-        good = self.pending(1)[0]
-        name = self.messages()[0]
-        with open(self.work("message", name), "rb") as file:
+        good = self.pending(3)
+        top = self.work("message")
+        names = [name for name in self.messages() if not name.endswith("_statuses")]
+        with open(os.path.join(top, names[0]), "rb") as file:
             whole = file.read()
-
-        def put(name, content):
-            with open(self.work("message", name), "wb") as file:
-                file.write(content)
-
-        put("MSA00000000001", b"garbage" * 100)
-        put("MSA00000000002", b"\x01" + b"\x7f\xff\xff\xff" * 40)
-        put("MSA00000000003", whole[: len(whole) // 2])
-        put("MSB00000000004", whole)  # a message of another name
-        put("MSA00000000005", b"")
-        put("MSA00000000006\\..\\x", whole)
-        put("other", b"x")
-        os.symlink("/dev/zero", self.work("message/MSA00000000007"))
-        os.symlink(self.work("message/pipe"), self.work("message/MSA00000000008.bak"))
-        os.mkfifo(self.work("message/pipe"))
-        os.mkfifo(self.work("message/MSA00000000009"))
-        os.mkdir(self.work("message/MSA00000000010"))
-        before = self.messages()
+        outside = support.make_tree(self.path("outside"), {"0": b"\xff" * 4, "file": "mine"})
+        before = support.picture(outside)
+        for name, content in {
+            "01": b"garbage" * 100, "02": b"\x01" + b"\x7f\xff\xff\xff" * 40,
+            "03": whole[: len(whole) // 2], "04": b"", "05\nnew\nline": whole, "06\\..\\x": whole,
+            "07.bak": whole, "08.wrn": whole, "09": whole, "09.wrn": b"junk", ".bak": b"x",
+            "10_msg_statuses": b"x", "9" * 240: b"x", "11/": "", "12.bak/": "", "13.wrn/": "",
+            "14": ("/dev/zero",), "15.bak": (outside + "/file",), "16.wrn": (outside + "/file",),
+            "17": (outside,), "18": ("MSA18",), "19_msg_statuses": (outside,),
+        }.items():
+            support.make_tree(top, {"MSA" + name: content})
+        for name in ("MSA20", "MSA21.bak", "MSA22.wrn", "MSA23_msg_statuses", "pipe"):
+            os.mkfifo(os.path.join(top, name))
+        for name in ("MSA24", "MSA25.bak"):
+            with open(os.path.join(top, name), "wb") as file:
+                file.truncate(1 << 30)
+        os.chmod(support.make_tree(top, {"MSA26": whole}) + "/MSA26", 0)
+        # The progress of good messages: a pipe for its word, and a link to where all is delivered.
+        shutil.rmtree(os.path.join(top, names[1] + "_msg_statuses"))
+        os.mkdir(os.path.join(top, names[1] + "_msg_statuses"))
+        os.mkfifo(os.path.join(top, names[1] + "_msg_statuses/0"))
+        shutil.rmtree(os.path.join(top, names[2] + "_msg_statuses"))
+        os.symlink(outside, os.path.join(top, names[2] + "_msg_statuses"))
+        found = sorted(os.listdir(top))
         listed = self.km_json("report", "list", timeout=20)
-        self.assertEqual([one["id"] for one in listed["reports"]], [good])
-        self.assertEqual(self.messages(), before)
+        self.assertEqual([one["id"] for one in listed["reports"]], good)
+        self.assertEqual(sorted(os.listdir(top)), found)
         self.unblock()
-        self.assertEqual(self.km_json("report", "deliver", timeout=30)["delivered"], 1)
-        self.assertEqual(self.told(), [("install", "p", DONE)])
+        self.km("report", "deliver", timeout=30, code=None)
         self.assertEqual(self.km_json("report", "deliver")["delivered"], 0)
-        self.assertIn("MSA00000000001", os.listdir(self.work("message/removed")))
+        self.assertEqual(self.told(), [("install", "p", DONE)] * 3)
+        self.assertEqual(support.picture(outside), before)
+        self.assertEqual(self.messages(), ["removed"])
+        aside = os.listdir(os.path.join(top, "removed"))
+        for name in ("MSA01", "MSA03", "MSA05\nnew\nline", "MSA06\\..\\x", "MSA09.wrn", "MSA11", "MSA14", "MSA20",
+                     "MSA24", "MSA25.bak"):
+            self.assertIn(name, aside)
+        # And what is put aside does not go where a link leads.
+        shutil.rmtree(os.path.join(top, "removed"))
+        os.symlink(outside, os.path.join(top, "removed"))
+        support.make_tree(top, {"MSA27": "junk"})
+        self.km("report", "deliver", timeout=30, code=None)
+        self.assertEqual(os.listdir(os.path.join(top, "removed")), ["MSA27"])
+        self.assertEqual(support.picture(outside), before)
 
     def test_without_the_list_of_libraries_no_message_is_lost(self):
         self.pending(1)
