@@ -6,6 +6,7 @@
 #include "base/msg_supp.h"
 #include "crc.h"
 #include "durable.h"
+#include "kept_variables.h"
 #include "location.h"
 #include "lookup.h"
 #include "object_commands.h"
@@ -74,6 +75,7 @@ hashes list_of(const listed_package& one) {
         return all;
     km::spmessage messages;
     outcome ignored;
+    const kept_variables of_the_package_at_work;
     const auto profile = open_profile(one.entry->profile_name.mbcs_str(), messages, ignored);
     if (!profile)
         return all;

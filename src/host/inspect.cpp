@@ -9,6 +9,7 @@
 #include "file_object.h"
 #include "holders.h"
 #include "intent.h"
+#include "kept_variables.h"
 #include "lookup.h"
 #include "messages.h"
 #include "object_command.h"
@@ -273,7 +274,11 @@ void repair(const operation_request& request, const std::string& file, worker_li
     if (!select_what_differs(*package, count))
         return tell_whole(at, result);
     opened_package opened;
-    if (!open_package(source, {}, at.messages, opened, result, 0)) {
+    const auto open_source = [&] {
+        const kept_variables of_the_installed;
+        return open_package(source, {}, at.messages, opened, result, 0);
+    };
+    if (!open_source()) {
         if (file.empty())
             result.info("source", "The package was installed from " + source + "; 'kmctl repair " +
                                       id.text() +

@@ -9,6 +9,7 @@
 #include "kept_file_object.h"
 #include "holders.h"
 #include "intent.h"
+#include "kept_variables.h"
 #include "link_object.h"
 #include "lookup.h"
 #include "made_directories.h"
@@ -31,7 +32,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
-#include <set>
 
 namespace kmhost {
 
@@ -86,7 +86,8 @@ class upgrader {
     void merge_common(km::cm_object& mine, km::cm_object& old);
     void merge_placed(km::km_object& mine, km::km_object& old);
     bool is_replaced(km::cm_object& old, const objects_by_name& mine) const;
-    void take_out_programs(std::vector<km::cm_command*>& into);
+    void take_out_programs(std::vector<km::cm_command*>& into, std::vector<km::cm_command*>& back);
+    void put_in_front(const std::vector<km::cm_command*>& commands);
     void take_out(km::cm_object& old, std::vector<km::cm_command*>& into);
     int counted_by_others(km::cm_object& old) const;
     bool keep_user_files();
@@ -136,6 +137,7 @@ bool upgrader::find_old() {
 }
 
 bool upgrader::load_old() {
+    const kept_variables of_the_new_version;
     for (const auto& id : record_.old) {
         const auto* entry = at_.store.find(id.name, id.version);
         auto profile = open_profile(entry->profile_name.mbcs_str(), at_.messages, result_);
@@ -219,25 +221,38 @@ void upgrader::take_out(km::cm_object& old, std::vector<km::cm_command*>& into) 
 }
 
 // A program that only an older version has stays no more than its files do. One that both have is
-// the new version's from now on.
-void upgrader::take_out_programs(std::vector<km::cm_command*>& into) {
-    std::set<std::string> names;
-    each_leaf(package_, [&names](km::cm_command& command) {
-        if (dynamic_cast<km::program_command*>(&command))
-            names.insert(command.get_name().mbcs_str());
+// the new version's from now on; only its undo program runs back, and then the older one's install.
+void upgrader::take_out_programs(std::vector<km::cm_command*>& into,
+                                 std::vector<km::cm_command*>& back) {
+    std::map<std::string, const km::program_command*> mine;
+    each_leaf(package_, [&mine](km::cm_command& command) {
+        if (const auto* program = dynamic_cast<km::program_command*>(&command))
+            mine[command.get_name().mbcs_str()] = program;
     });
     for (size_t i = 0; i < old_.size(); ++i) {
+        const km::ustring version(record_.old[i].text().c_str());
         std::vector<km::cm_command*> of_one;
         each_leaf(*old_[i], [&](km::cm_command& command) {
             const auto* program = dynamic_cast<km::program_command*>(&command);
-            if (!program || !command.get_executed() ||
-                names.contains(command.get_name().mbcs_str()))
+            if (!program || !command.get_executed() || !program->acts_for.empty())
                 return;
-            if (auto* removal = program->removal_for(km::ustring(record_.old[i].text().c_str())))
-                of_one.push_back(removal);
+            const auto same = mine.find(command.get_name().mbcs_str());
+            auto* made = same == mine.end() ? program->removal_for(version)
+                                            : program->return_for(version, *same->second);
+            if (made)
+                (same == mine.end() ? of_one : back).push_back(made);
         });
         into.insert(into.end(), of_one.rbegin(), of_one.rend());
     }
+}
+
+// In front of all others, so that their undo comes behind all others.
+void upgrader::put_in_front(const std::vector<km::cm_command*>& commands) {
+    auto& children = package_.get_children();
+    children.reverse();
+    for (auto one = commands.begin(); one != commands.end(); ++one)
+        package_.add(*one, nullptr);
+    children.reverse();
 }
 
 void upgrader::merge() {
@@ -245,9 +260,10 @@ void upgrader::merge() {
     collect_due(package_, mine);
     for (const auto& one : old_)
         collect_installed(*one, theirs);
-    std::vector<km::cm_command*> removals;
+    std::vector<km::cm_command*> removals, back;
     held_ = held_by_others(at_.store, {at_.id.name, ""});
-    take_out_programs(removals);
+    take_out_programs(removals, back);
+    put_in_front(back);
     for (auto one = theirs.rbegin(); one != theirs.rend(); ++one) { // contents before directories
         const auto same = mine.find(one->first);
         if (same != mine.end())

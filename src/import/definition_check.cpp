@@ -5,6 +5,7 @@
 
 #include "definition_references.h"
 
+#include "expression.h"
 #include "package_version.h"
 #include "rule_values.h"
 
@@ -30,6 +31,18 @@ bool truth_value(const std::string& text, int& value) {
         return false;
     value = found->second;
     return true;
+}
+
+void check_condition(const definition_attribute& one, definition_problems& problems) {
+    if (one.value.empty())
+        return;
+    expression parsed(ustring(one.value.c_str()));
+    if (parsed.infix2postfix())
+        return;
+    std::string why = parsed.error.mbcs_str(); // a message with its number in front
+    if (why.starts_with("ZNPSE"))
+        why.erase(0, why.find_first_of(' ') + 1);
+    problems.add(im_no_condition, one.value_place, {one.name, why.substr(0, why.find('\n'))});
 }
 
 namespace {
@@ -178,8 +191,12 @@ class checker {
         check_rule(one, rule.validation_rule);
     }
 
-    // References to variables are seen when they have values.
+    // References to variables are seen when they have values, but in a condition.
     void check_rule(const definition_attribute& one, const ustring& rule) {
+        if (rule == ustring(u"condition")) {
+            check_condition(one, problems_);
+            return;
+        }
         if (one.value.find("$(") != std::string::npos)
             return;
         const bool bad_version =

@@ -4,8 +4,8 @@
 #include "definition_lint.h"
 
 #include "base/msg_supp.h"
+#include "definition_check.h"
 #include "definition_references.h"
-#include "expression.h"
 #include "lint_findings.h"
 #include "package.h"
 #include "text_importer.h"
@@ -65,10 +65,8 @@ class linter {
     }
 
     void lint_value(const definition_attribute& one) {
-        if (one.name == "dependency" && !one.value.empty())
-            if (expression parsed(ustring(one.value.c_str())); !parsed.infix2postfix())
-                problems_.add(im_no_condition, one.value_place,
-                              {one.name, parsed.error.mbcs_str()});
+        if (one.name == "dependency")
+            check_condition(one, problems_);
         std::set<std::string> told;
         for (const auto& name : references_in(one.value))
             if (told.insert(name).second && !is_defined(name))

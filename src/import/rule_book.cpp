@@ -9,18 +9,50 @@
 
 #include <algorithm>
 #include <set>
+#include <sys/stat.h>
 
 namespace km {
 
+namespace {
+// A file that was changed, or replaced, has another one.
+std::string identity_of(const pathname& file) {
+    struct stat about {};
+    if (::stat(file.mbcs_str(), &about) != 0)
+        return {};
+    std::string text = file.mbcs_str();
+    for (const long part :
+         {static_cast<long>(about.st_dev), static_cast<long>(about.st_ino),
+          static_cast<long>(about.st_size), static_cast<long>(about.st_mtim.tv_sec),
+          about.st_mtim.tv_nsec, static_cast<long>(about.st_ctim.tv_sec), about.st_ctim.tv_nsec})
+        text += " " + std::to_string(part);
+    return text;
+}
+} // namespace
+
 bool rule_book::load(spmessage& messages) {
+    static std::shared_ptr<rules_checker> known;
+    static std::string known_identity;
+    static ustring
+        signature; // as written: a version that is found valid goes into that of the rules
     constexpr long parse_error = 186;
     const pathname file = base_configuration().get_rules_file();
-    if (rules_.initialize(file))
+    const std::string identity = identity_of(file);
+    if (known && identity == known_identity) {
+        rules_ = known;
+        rules_->signature = signature;
         return true;
-    if (rules_.error_line < 0)
+    }
+    rules_ = std::make_shared<rules_checker>();
+    if (rules_->initialize(file)) {
+        known = rules_;
+        known_identity = identity;
+        signature = rules_->signature;
+        return true;
+    }
+    if (rules_->error_line < 0)
         messages.add(24L, file.mbcs_str(), "2");
     else
-        messages.add(parse_error, std::to_string(rules_.error_line).c_str());
+        messages.add(parse_error, std::to_string(rules_->error_line).c_str());
     return false;
 }
 
@@ -28,14 +60,14 @@ const stanza_descriptor* rule_book::stanza(const std::string& name, const std::s
                                            std::string& key) const {
     ustring wanted(name.c_str());
     const ustring where(context.c_str());
-    const auto* found = rules_.get_stanza_descriptor(wanted, where);
+    const auto* found = rules_->get_stanza_descriptor(wanted, where);
     key = wanted.mbcs_str();
     return found && found->has_context(where) ? found : nullptr;
 }
 
 const attribute_descriptor* rule_book::attribute(const std::string& name,
                                                  const std::string& key) const {
-    return rules_.get_attribute_descriptor(ustring(name.c_str()), ustring(key.c_str()));
+    return rules_->get_attribute_descriptor(ustring(name.c_str()), ustring(key.c_str()));
 }
 
 namespace {
@@ -73,7 +105,7 @@ template <class Visit> void rule_book::each_attribute(const std::string& key, Vi
     std::set<std::string> seen{key};
     std::vector<std::string> open{key};
     while (!open.empty()) {
-        const auto* stanza = find_stanza(rules_, open.back());
+        const auto* stanza = find_stanza(*rules_, open.back());
         open.pop_back();
         if (!stanza)
             continue;
@@ -111,7 +143,7 @@ std::vector<std::string> rule_book::mandatory_of(const std::string& key) const {
 std::vector<std::string> rule_book::stanzas_in(const std::string& context) const {
     std::set<std::string> names;
     const ustring where(context.c_str());
-    for (Keyslist at(rules_.stanzas); at.hasMoreElements();) {
+    for (Keyslist at(rules_->stanzas); at.hasMoreElements();) {
         const auto* entry = at.next_entry();
         const auto* name = dynamic_cast<const ustring*>(entry->get_key());
         const auto* stanza = dynamic_cast<const stanza_descriptor*>(entry->get_value());
@@ -124,7 +156,7 @@ std::vector<std::string> rule_book::stanzas_in(const std::string& context) const
 }
 
 bool rule_book::is_stanza(const std::string& name) const {
-    const auto* found = find_stanza(rules_, name);
+    const auto* found = find_stanza(*rules_, name);
     return found && found->context.size() > 0;
 }
 

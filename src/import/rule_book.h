@@ -3,6 +3,7 @@
 
 #include "rules_checker.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,11 +13,12 @@ class spmessage;
 
 class rule_book {
   public:
-    // The product's rules file; false with a message.
+    // The product's rules file, which a process reads again only where it was changed; false with a
+    // message.
     bool load(spmessage& messages);
 
-    rules_checker& rules() { return rules_; }
-    std::string root() const { return rules_.root.mbcs_str(); }
+    rules_checker& rules() { return *rules_; }
+    std::string root() const { return rules_->root.mbcs_str(); }
     // The stanza of that name that may stand in `context` ("root" for none), with the key it has in
     // the rules; null if there is none. Stanzas without a context only lend attributes.
     const stanza_descriptor* stanza(const std::string& name, const std::string& context,
@@ -33,7 +35,7 @@ class rule_book {
 
   private:
     template <class Visit> void each_attribute(const std::string& key, Visit visit) const;
-    rules_checker rules_;
+    std::shared_ptr<rules_checker> rules_ = std::make_shared<rules_checker>();
 };
 
 std::vector<std::string> texts_of(const vector& list);

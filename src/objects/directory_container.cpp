@@ -6,6 +6,7 @@
 #include "command_on.h"
 #include "directory_object.h"
 #include "exporter.h"
+#include "generic_container.h"
 #include "importer.h"
 #include "object_commands.h"
 
@@ -42,7 +43,10 @@ void export_directory(const cm_object_container& container, exporter& to) {
 } // namespace
 
 ustring path_in_container(importer& from, const ustring& path) {
-    const auto* container = dynamic_cast<const cm_object_container*>(from.get_container());
+    const cm_command* around = from.get_container();
+    while (const auto* group = dynamic_cast<const km_generic_container*>(around))
+        around = group->outer;
+    const auto* container = dynamic_cast<const cm_object_container*>(around);
     const auto* directory =
         container ? dynamic_cast<const km_directory*>(container->object) : nullptr;
     const auto stands_alone = [](const ustring& text) {

@@ -14,7 +14,9 @@ const char* km_generic_container::codable_name() const {
 
 void km_generic_container::import(importer& from) {
     from.get_string("caption", &caption);
+    outer = from.get_container();
     cm_composite_command::import(from);
+    outer = nullptr;
 }
 
 void km_generic_container::export_(exporter& to) const {

@@ -18,6 +18,9 @@ class km_generic_container : public cm_composite_command {
     void import(importer& from) override;
     void export_(exporter& to) const override;
     ustring get_name() override;
+
+    // What it stands in, while it is imported: paths in it are below the directory around it.
+    cm_command* outer = nullptr;
 };
 
 } // namespace km

@@ -4,6 +4,7 @@
 #include "hard_link_object.h"
 
 #include "codec.h"
+#include "directory_container.h"
 #include "exporter.h"
 #include "importer.h"
 #include "object_command.h"
@@ -36,6 +37,8 @@ void km_hard_link::import(importer& from) {
     cm_object::import(from);
     from.get_string("path", &path);
     from.get_string("target", &target);
+    path = path_in_container(from, path);
+    target = path_in_container(from, target);
 }
 
 void km_hard_link::export_(exporter& to) const {

@@ -17,6 +17,11 @@ void km_ini_item::encode_object(encoder& to) const {
     to.encode_string_field(221, key);
     to.encode_string_field(222, value);
     to.encode_string_field(223, whole);
+    if (!stood.number)
+        return;
+    to.encode_integer_field(224, stood.number);
+    to.encode_string_field(225, stood.before);
+    to.encode_string_field(226, stood.behind);
 }
 
 codable* km_ini_item::decode_object(decoder& from, long stream_version) {
@@ -25,6 +30,9 @@ codable* km_ini_item::decode_object(decoder& from, long stream_version) {
     from.decode_string_field(221, key);
     from.decode_string_field(222, value);
     from.decode_string_field(223, whole);
+    from.decode_integer_field(224, stood.number);
+    from.decode_string_field(225, stood.before);
+    from.decode_string_field(226, stood.behind);
     return this;
 }
 
@@ -115,7 +123,7 @@ km_ini_item::found km_ini_item::look(const text_bytes& in) const {
     found what;
     bool inside = of.empty(), has_style = false;
     what.has_section = inside;
-    what.end = in.start();
+    what.begin = what.end = in.start();
     text_bytes::line one;
     for (size_t from = in.start(); in.at(from, one); from = one.next) {
         size_t begin = one.begin, end = one.end;
@@ -123,6 +131,7 @@ km_ini_item::found km_ini_item::look(const text_bytes& in) const {
         if (kind == kind_of_line::header) {
             inside = !of.empty() && all.compare(begin, end - begin, of) == 0;
             if (inside) {
+                what.begin = one.next;
                 what.has_section = what.is_empty = true;
                 what.header = one;
                 what.end = one.next;
@@ -193,7 +202,8 @@ void km_ini_item::put_into(text_bytes& in, std::string& replaced) {
     } else if (what.has_item) {
         in.replace(what.item, uncarried(whole));
     } else if (what.has_section) {
-        in.insert(what.end, new_line(what));
+        const size_t place = stood.number ? in.way_back(stood, what.begin, what.end) : what.end;
+        in.insert(place, new_line(what));
     } else {
         in.insert(in.bytes().size(), "[" + clean(section) + "]");
         in.insert(in.bytes().size(), new_line(what));
@@ -218,6 +228,7 @@ void km_ini_item::remember(const text_bytes& in, text_object& copy) const {
     auto& undo = static_cast<km_ini_item&>(copy);
     undo.absent = 0;
     undo.whole = carried(in.text(what.item));
+    undo.stood = in.place_of(what.item);
 }
 
 std::string km_ini_item::slot() const { return "[" + clean(section) + "]" + clean(key); }

@@ -6,7 +6,8 @@
 // ours goes; a section that was made for an item goes when it is empty again.
 //
 // Coded form behind that of text_object: string fields 220 section, 221 key, 222 value; of an undo:
-// string field 223 the whole line, carried.
+// string field 223 the whole line, carried; only where it is known integer field 224 its number
+// from 1, string fields 225 and 226 the lines before and behind it.
 #pragma once
 
 #include "text_object.h"
@@ -33,7 +34,8 @@ class km_ini_item : public text_object {
     ustring section;
     ustring key;
     ustring value;
-    ustring whole; // carried
+    ustring whole;                // carried
+    text_bytes::line_place stood; // of an undo
 
   protected:
     std::string fault() const override;
@@ -54,6 +56,7 @@ class km_ini_item : public text_object {
         bool has_section = false, has_item = false;
         text_bytes::line header;  // of the last block
         text_bytes::line item;    // the last one
+        size_t begin = 0;         // behind the header of the last block
         size_t end = 0;           // behind the last line of the block that is not blank
         bool is_empty = true;     // the last block has blank lines alone
         std::string around = "="; // how the file writes '='

@@ -115,8 +115,13 @@ bool km_kept_file::leaves_present() {
 
 // This content was offered before: what became of it is the user's business.
 bool km_kept_file::is_settled() {
-    const bool removes = package && package->operation_name == ustring(u"remove");
-    return removes || was_offered(digest.mbcs_str());
+    if (!package)
+        return false;
+    const auto* entry = package->catalog_entry;
+    const bool commits_removal =
+        package->operation_name == ustring(u"commit") && entry && entry->last_action == a_reverse;
+    return commits_removal || package->operation_name == ustring(u"remove") ||
+           was_offered(digest.mbcs_str());
 }
 
 int km_kept_file::is_identical(int phase) {
@@ -220,7 +225,7 @@ cm_result km_kept_file::take() {
     const auto dropped = drop_beside();
     if (dropped != cm_command::success)
         return dropped;
-    if (!is_changed())
+    if (!is_changed() || (asked_for_ && was_offered(present_digest())))
         return km_file::take();
     tell(package, om_modified, path_bytes());
     return cm_command::success;

@@ -46,6 +46,9 @@ class km_kept_file : public km_file {
     cm_object* get_undo_object() override;
     cm_result delta_save(pathname* base, unzipping_channel* in, zipping_channel* out) override;
 
+    // The remove is asked for by a definition: it takes what any installed version brought.
+    void set_asked_for(bool asked) { asked_for_ = asked; }
+
     // What stands there the user wrote: an install lays ours beside it, an undo leaves it.
     bool leaves_present();
     // The content that stands there is not the one that this package brings.
@@ -73,6 +76,8 @@ class km_kept_file : public km_file {
     cm_result drop_beside();
     cm_result bring_back(int phase);
     cm_result lay_beside();
+
+    bool asked_for_ = false;
 };
 
 } // namespace km

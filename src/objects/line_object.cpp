@@ -8,8 +8,6 @@
 #include "importer.h"
 #include "text_file.h"
 
-#include <cstdlib>
-
 namespace km {
 
 const char* km_line::codable_name() const { return "com.ombrel.sd.cmObjects.KmLine"; }
@@ -19,9 +17,9 @@ void km_line::encode_object(encoder& to) const {
     to.encode_string_field(220, text);
     to.encode_integer_field(221, position);
     to.encode_string_field(222, pattern);
-    to.encode_integer_field(223, number);
-    to.encode_string_field(224, before);
-    to.encode_string_field(225, behind);
+    to.encode_integer_field(223, stood.number);
+    to.encode_string_field(224, stood.before);
+    to.encode_string_field(225, stood.behind);
     to.encode_string_field(226, whole);
 }
 
@@ -30,9 +28,9 @@ codable* km_line::decode_object(decoder& from, long stream_version) {
     from.decode_string_field(220, text);
     from.decode_integer_field(221, position);
     from.decode_string_field(222, pattern);
-    from.decode_integer_field(223, number);
-    from.decode_string_field(224, before);
-    from.decode_string_field(225, behind);
+    from.decode_integer_field(223, stood.number);
+    from.decode_string_field(224, stood.before);
+    from.decode_string_field(225, stood.behind);
     from.decode_string_field(226, whole);
     return this;
 }
@@ -53,7 +51,7 @@ void km_line::export_(exporter& to) const {
 }
 
 std::string km_line::bytes_of_text() const {
-    return number ? uncarried(whole) : std::string(text.mbcs_str());
+    return stood.number ? uncarried(whole) : std::string(text.mbcs_str());
 }
 
 std::string km_line::name_of_text() const {
@@ -61,7 +59,7 @@ std::string km_line::name_of_text() const {
 }
 
 std::string km_line::fault() const {
-    if (number || (restores && absent))
+    if (stood.number || (restores && absent))
         return {};
     const std::string bytes = bytes_of_text();
     if (bytes.empty() && pattern.empty())
@@ -101,35 +99,11 @@ size_t km_line::place_in(const text_bytes& in) const {
     return is_before ? at.begin : at.next;
 }
 
-// Between the neighbours of before; else behind or in front of the one that is still there; else by
-// number. Of several places the one nearest to the number counts.
-size_t km_line::former_place_in(const text_bytes& in) const {
-    const std::string above = uncarried(before), below = uncarried(behind);
-    struct place {
-        int fit = -1;
-        long distance = 0;
-        size_t at = 0;
-    } best;
-    std::string line_above;
-    size_t at = in.start();
-    text_bytes::line one;
-    for (long i = 1;; ++i) {
-        const bool more = in.at(at, one);
-        const std::string line_below = more ? in.text(one) : "";
-        const place here{(line_above == above ? 2 : 0) + (line_below == below ? 1 : 0),
-                         std::labs(i - number), at};
-        if (here.fit > best.fit || (here.fit == best.fit && here.distance < best.distance))
-            best = here;
-        if (!more)
-            return best.at;
-        line_above = line_below;
-        at = one.next;
-    }
-}
-
 void km_line::put_into(text_bytes& in, std::string& replaced) {
     replaced = "+";
-    in.insert(number ? former_place_in(in) : place_in(in), bytes_of_text());
+    const size_t place =
+        stood.number ? in.way_back(stood, in.start(), in.bytes().size()) : place_in(in);
+    in.insert(place, bytes_of_text());
 }
 
 bool km_line::take_out(text_bytes& in, const std::string&) {
@@ -142,16 +116,12 @@ bool km_line::take_out(text_bytes& in, const std::string&) {
 
 void km_line::remember(const text_bytes& in, text_object& copy) const {
     auto& undo = static_cast<km_line&>(copy);
-    text_bytes::line at, neighbour;
+    text_bytes::line at;
     if (!find(in, at))
         return;
     undo.absent = 0;
     undo.whole = carried(in.text(at));
-    undo.before = in.before(at.begin, neighbour) ? carried(in.text(neighbour)) : ustring();
-    undo.behind = in.at(at.next, neighbour) ? carried(in.text(neighbour)) : ustring();
-    undo.number = 1;
-    for (size_t from = in.start(); in.at(from, neighbour) && from < at.begin; from = neighbour.next)
-        ++undo.number;
+    undo.stood = in.place_of(at);
 }
 
 extern "C" codable* make_KmLine() { return new km_line; }

@@ -29,10 +29,8 @@ class km_line : public text_object {
     ustring text;
     std::int32_t position = 0;
     ustring pattern;
-    std::int32_t number = 0;
-    ustring before; // carried
-    ustring behind; // carried
-    ustring whole;  // carried; of an undo that brings the line back
+    text_bytes::line_place stood; // of an undo
+    ustring whole;                // carried; of an undo that brings the line back
 
   protected:
     std::string fault() const override;
@@ -43,10 +41,9 @@ class km_line : public text_object {
 
   private:
     std::string bytes_of_text() const;
-    bool finds_by_pattern() const { return text.empty() && !number; }
+    bool finds_by_pattern() const { return text.empty() && !stood.number; }
     bool find(const text_bytes& in, text_bytes::line& out) const;
     size_t place_in(const text_bytes& in) const;
-    size_t former_place_in(const text_bytes& in) const;
 };
 
 } // namespace km

@@ -63,16 +63,20 @@ namespace {
 // What a command is switched off for stays out of its profile.
 class switched_off {
   public:
-    switched_off(cm_add_object& of, bool off) : of_(of), kept_(of.is_effective) {
-        if (off)
-            of.is_effective = 0;
+    switched_off(cm_add_object& of, bool off) : of_(of), off_(off), kept_(of.is_effective) {
+        if (off_)
+            of_.is_effective = 0;
     }
-    ~switched_off() { of_.is_effective = kept_; }
+    ~switched_off() {
+        if (off_)
+            of_.is_effective = kept_;
+    }
     switched_off(const switched_off&) = delete;
     switched_off& operator=(const switched_off&) = delete;
 
   private:
     cm_add_object& of_;
+    bool off_;
     std::int32_t kept_;
 };
 
@@ -180,8 +184,11 @@ void km_remove_command::do_execute(int action, int phase) {
     if ((result = stops_here(action, phase)) != success)
         return;
     tell_index(object, command_index);
+    const bool asked_for = package && !package->is_backup_package;
     if (auto* directory = dynamic_cast<km_directory*>(object))
-        directory->set_asked_for(package && !package->is_backup_package);
+        directory->set_asked_for(asked_for);
+    if (auto* kept = dynamic_cast<km_kept_file*>(object))
+        kept->set_asked_for(asked_for);
     cm_remove_object::do_execute(action, phase);
 }
 

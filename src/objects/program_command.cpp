@@ -361,13 +361,10 @@ cm_command* program_command::get_undo_command(int action) {
     return undo;
 }
 
-program_command* program_command::removal_for(const ustring& version) const {
-    const auto& remove = programs[of_remove];
-    if (remove.path.empty())
-        return nullptr;
+// Its undo program is the install program of this one.
+program_command* program_command::undone_by_this(const ustring& version) const {
     auto* command = new program_command;
     command->caption = caption;
-    command->programs[of_install] = remove;
     command->programs[of_undo] = programs[of_install];
     command->working_directory = working_directory;
     command->environment = environment;
@@ -375,8 +372,22 @@ program_command* program_command::removal_for(const ustring& version) const {
     command->exit_codes = exit_codes;
     command->directory = directory;
     command->acts_for = version;
+    return command;
+}
+
+program_command* program_command::removal_for(const ustring& version) const {
+    if (programs[of_remove].path.empty())
+        return nullptr;
+    auto* command = undone_by_this(version);
+    command->programs[of_install] = programs[of_remove];
     command->is_removal = 1;
     return command;
+}
+
+program_command* program_command::return_for(const ustring& version,
+                                             const program_command& newer) const {
+    const bool is_taken_back = !newer.programs[of_undo].path.empty();
+    return is_taken_back && !programs[of_install].path.empty() ? undone_by_this(version) : nullptr;
 }
 
 int program_command::get_timeout(int* count, int action, bool undo, bool) {
@@ -425,36 +436,28 @@ void program_command::delta_save_command(pathname*, unzipping_channel* in, zippi
     return in ? save_command(in, out) : save_command(out);
 }
 
-void program_command::save_command(unzipping_channel* in, zipping_channel* out) {
+template <class Act> void program_command::on_files(const Act& act) {
     result = success;
     if (auto* tree = files.tree()) {
-        tree->save_command(in, out);
+        act(*tree);
         result = static_cast<cm_result>(tree->result);
     }
+}
+
+void program_command::save_command(unzipping_channel* in, zipping_channel* out) {
+    on_files([&](cm_composite_command& tree) { tree.save_command(in, out); });
 }
 
 void program_command::save_command(zipping_channel* out) {
-    result = success;
-    if (auto* tree = files.tree()) {
-        tree->save_command(out);
-        result = static_cast<cm_result>(tree->result);
-    }
+    on_files([&](cm_composite_command& tree) { tree.save_command(out); });
 }
 
 void program_command::load_command(const int load) {
-    result = success;
-    if (auto* tree = files.tree()) {
-        tree->load_command(load);
-        result = static_cast<cm_result>(tree->result);
-    }
+    on_files([&](cm_composite_command& tree) { tree.load_command(load); });
 }
 
 void program_command::skip_data() {
-    result = success;
-    if (auto* tree = files.tree()) {
-        tree->skip_data();
-        result = static_cast<cm_result>(tree->result);
-    }
+    on_files([](cm_composite_command& tree) { tree.skip_data(); });
 }
 
 void program_command::set_package(cm_package* of) {

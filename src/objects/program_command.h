@@ -113,9 +113,16 @@ class program_command : public cm_command {
     // Such a command, the caller's: its install program is the remove program of this one, and its
     // undo program the install program. Null without a remove program.
     program_command* removal_for(const ustring& name_and_version) const;
+    // Such a command for a program that the newer version has, too: nothing is installed, and its
+    // undo runs the install program, behind the undo program of the newer one; null without one of
+    // the two.
+    program_command* return_for(const ustring& name_and_version,
+                                const program_command& newer) const;
     ustring directory; // where an install laid them, in the target root; empty: not yet
 
   private:
+    template <class Act> void on_files(const Act& act);
+    program_command* undone_by_this(const ustring& version) const;
     std::string place_of(const ustring& path) const;
     std::string own_directory() const;
     bool lay_files();

@@ -3,6 +3,7 @@
 // invariant: what was put in and is taken out again leaves the bytes of before
 #include "text_bytes.h"
 
+#include <cstdlib>
 #include <utility>
 
 namespace km {
@@ -63,6 +64,45 @@ bool text_bytes::find_like(const ustring& pattern, bool last, line& out) const {
         text.assign(all_.data() + begin, static_cast<ustring::size_type>(end - begin));
         return text.matches_pattern(pattern);
     });
+}
+
+text_bytes::line_place text_bytes::place_of(const line& of) const {
+    line_place place{1, {}, {}};
+    line one;
+    if (before(of.begin, one))
+        place.before = carried(text(one));
+    if (at(of.next, one))
+        place.behind = carried(text(one));
+    for (size_t from = start_; at(from, one) && from < of.begin; from = one.next)
+        ++place.number;
+    return place;
+}
+
+// Of several places that fit alike the one nearest to the number counts.
+size_t text_bytes::way_back(const line_place& stood, size_t from, size_t to) const {
+    const std::string above = uncarried(stood.before), below = uncarried(stood.behind);
+    int best_fit = -1;
+    long best_distance = 0;
+    size_t best = from;
+    std::string line_above;
+    line one;
+    size_t here = start_;
+    for (long number = 1;; ++number) {
+        const bool more = at(here, one);
+        const std::string line_below = more ? text(one) : "";
+        const int fit = (line_above == above ? 2 : 0) + (line_below == below ? 1 : 0);
+        const long distance = std::labs(number - stood.number);
+        if (here >= from && here <= to &&
+            (fit > best_fit || (fit == best_fit && distance < best_distance))) {
+            best_fit = fit;
+            best_distance = distance;
+            best = here;
+        }
+        if (!more || here >= to)
+            return best;
+        line_above = line_below;
+        here = one.next;
+    }
 }
 
 // How the line at `at` ends, or the nearest one in front of it that ends.

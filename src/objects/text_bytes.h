@@ -7,6 +7,7 @@
 
 #include "ustring.h"
 
+#include <cstdint>
 #include <string>
 
 namespace km {
@@ -16,6 +17,12 @@ class text_bytes {
     // A line: [begin, end) without its end, the next one begins at `next`.
     struct line {
         size_t begin = 0, end = 0, next = 0;
+    };
+
+    // Where a line stood: its number from 1 (0: unknown), and the lines around it, carried.
+    struct line_place {
+        std::int32_t number = 0;
+        ustring before, behind;
     };
 
     text_bytes() = default;
@@ -35,6 +42,11 @@ class text_bytes {
     bool find(const std::string& text, bool last, line& out) const;
     // The same by a pattern of '*' and '?'; blanks at both ends of a line do not count.
     bool find_like(const ustring& pattern, bool last, line& out) const;
+
+    line_place place_of(const line& of) const;
+    // Where a line that stood there goes back to, from `from` to `to`: between the neighbours of
+    // before; else behind or in front of the one that is still there; else by number.
+    size_t way_back(const line_place& stood, size_t from, size_t to) const;
 
     // Puts a line in front of the one that begins at `at`, or behind the last one.
     void insert(size_t at, const std::string& text);

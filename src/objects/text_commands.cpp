@@ -62,7 +62,9 @@ void km_text_add_command::do_execute(int action, int phase) {
     km_add_command::do_execute(action, phase);
     if (is_gone && result == success && !on->forget_if_gone())
         result = failure;
-    if (works && action == a_verify_execute && result == success && !on->is_identical(phase)) {
+    const bool may_differ = on && on->may_replace() && !replace_if_existing && on->exists(phase);
+    if (works && action == a_verify_execute && result == success && !may_differ &&
+        !on->is_identical(phase)) {
         KM_TRACE(trace_error, "common", "error: the text does not stand");
         result = failure;
     }

@@ -305,7 +305,10 @@ cm_result text_object::check_remove(int phase) {
     return check_file(at, 0);
 }
 
-cm_result text_object::add(int phase) {
+cm_result text_object::add(int phase) { return work(phase, true); }
+cm_result text_object::remove(int phase) { return work(phase, false); }
+
+cm_result text_object::work(int phase, bool puts) {
     result = cm_command::success;
     if (!well_formed())
         return is_quiet_phase(phase) ? result : refuse_definition();
@@ -313,9 +316,9 @@ cm_result text_object::add(int phase) {
     case p_do:
     case p_commit:
     case p_commit_after_reboot:
-        return edit(true);
+        return edit(puts);
     case p_prepare:
-        return check_add(phase);
+        return puts ? check_add(phase) : check_remove(phase);
     case p_do_cleanup:
     case p_prepare_cleanup:
     case p_commit_cleanup:
@@ -323,27 +326,6 @@ cm_result text_object::add(int phase) {
         return result;
     default:
         return result; // the second pass of a commit does it all
-    }
-}
-
-cm_result text_object::remove(int phase) {
-    result = cm_command::success;
-    if (!well_formed())
-        return is_quiet_phase(phase) ? result : refuse_definition();
-    switch (phase) {
-    case p_do:
-    case p_commit:
-    case p_commit_after_reboot:
-        return edit(false);
-    case p_prepare:
-        return check_remove(phase);
-    case p_do_cleanup:
-    case p_prepare_cleanup:
-    case p_commit_cleanup:
-        drop_temporary();
-        return result;
-    default:
-        return result;
     }
 }
 

@@ -120,6 +120,7 @@ class text_object : public cm_object {
     virtual bool takes_own_out(const text_bytes&) const { return absent; }
 
   private:
+    cm_result work(int phase, bool puts);
     cm_result edit(bool puts);
     cm_result put(text_target& at, text_bytes& text);
     cm_result put_back(text_target& at, text_bytes& text);

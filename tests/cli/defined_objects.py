@@ -76,6 +76,45 @@ class TextsInOwnFiles(DefinedObjects):
         self.assertEqual(os.listdir(self.root), [])
 
 
+class Variables(DefinedObjects):
+    BODY = """
+      add_line { path = /etc/r text = "r $(role)" create = y }
+      add_file { path = /etc/s source = conf condition = '$(role) == "server"' }
+      add_file { path = /etc/v source = conf condition = '$(v) == 2' }
+    """
+
+    def versions(self):
+        body = self.BODY.replace("add_line", "default_variables { v = %s role = client } add_line")
+        head = HEAD.replace("  default_variables { v = 1.0 }\n", "").replace("$(v)", "%s")
+        made = []
+        for version in ("1", "2"):
+            support.make_tree(self.dir, {"p.spd": head % (version, body % version), "conf": "c\n"})
+            made.append(self.path("p%s.spb" % version))
+            self.km("build", "p.spd", "-o", made[-1])
+        return made
+
+    def test_each_version_has_its_own(self):
+        first, second = self.versions()
+        self.km("install", first)
+        self.assertEqual(os.listdir(self.at("/etc")), ["r"])
+        self.km("upgrade", second)
+        self.assertEqual(sorted(os.listdir(self.at("/etc"))), ["r", "v"])
+        self.assertIn("v=2 ", self.km("show", "p^2", "--variables").out)
+        self.km("undo", "p")
+        self.assertIn("v=1 ", self.km("show", "p^1", "--variables").out)
+
+    def test_a_repair_has_those_of_the_install(self):
+        self.km("install", self.versions()[0], "-D", "role=server")
+        for path in ("/etc/s", "/etc/r"):
+            os.unlink(self.at(path))
+        self.km("repair", "p")
+        self.assertEqual((self.read("/etc/s"), self.read("/etc/r")), (b"c\n", b"r server\n"))
+        self.assertIn("role=server ", self.km("show", "p", "--variables").out)
+        self.km("verify", "p")
+        self.km("remove", "p")
+        self.assertEqual(os.listdir(self.root), [])
+
+
 class FilesAndDirectories(DefinedObjects):
     def test_what_lay_beside_a_kept_file_comes_back(self):
         body = "add_kept_file { path = /etc/p.conf source = conf mode = 0644 }"
@@ -91,6 +130,18 @@ class FilesAndDirectories(DefinedObjects):
             self.km("undo", "p")
             self.assertEqual(differences(before, picture(self.root, times=False)), [], words)
         self.assertEqual(self.read("/etc/p.conf.kmnew"), b"v2\n")
+
+    def test_a_kept_file_is_removed_where_a_version_brought_it(self):
+        adds = self.defined("add_kept_file { path = /etc/p.conf source = conf }", "1", {"conf": "one\n"})
+        removes = self.defined("remove_kept_file { path = /etc/p.conf }", "2")
+        for text, left in (("one\n", False), ("mine\n", True)):
+            self.km("install", adds)
+            self.write("/etc/p.conf", text)
+            self.km("install", removes, "--undoable")
+            self.assertEqual(os.path.exists(self.at("/etc/p.conf")), left)
+            self.km("undo", "p^2")
+            self.assertEqual(self.read("/etc/p.conf").decode(), text)
+            self.km("remove", "p^1")
 
     def test_missing_parents_are_made_and_go_again(self):
         package = self.defined("""
@@ -189,7 +240,9 @@ class ProgramsOfThePackage(DefinedObjects):
         upgraded = ["both 2 install install p^2 w2", "only 1 remove remove p^1 w1"]
         self.assertEqual(self.told(), upgraded)
         self.km("undo", "p")
-        self.assertEqual(self.told(), ["only 1 undo install p^1 w1", "both 2 undo install p^2 w2"])
+        undone = ["only 1 undo install p^1 w1", "both 2 undo install p^2 w2",
+                  "both 1 undo install p^1 w1"]
+        self.assertEqual(self.told(), undone)
         self.assertEqual(self.files(), ["p^1"])
         self.km("upgrade", second)
         self.assertEqual((self.told(), self.files()), (upgraded, ["p^1", "p^2"]))

@@ -2,7 +2,7 @@
 """page_examples.py KMCTL: the examples of the pages, carried out.
 
 The first chapter of the user guide is run as it stands. Members of JSON objects are all told in
-docs/JSON.md. Bytes and lines that format pages show are those that a run writes.
+docs/JSON.md. Every stanza of the definitions has an example, and each builds. Bytes and lines that format pages show are those that a run writes.
 """
 import json
 import os
@@ -80,6 +80,31 @@ def check_json(where, faults):
         said = shell(f"kmctl --state st --root image --json {line} 2>/dev/null", where)
         for key in sorted(set(members(json.loads(said))) - told):
             faults.append(f"JSON.md: {line}: the member {key} is not told")
+
+
+def check_definitions(where, faults):
+    page = (DOCS / "DEFINITIONS.md").read_text()
+    examples = [re.sub("^    ", "", block, flags=re.M).lstrip("\n") for block in
+                re.findall(r"^((?:    .*\n|\n(?=    ))+)", page, re.M)]
+    examples = [text for text in examples if re.match(r"kmspd|(#.*\n)*\w+ \{", text)]
+    rules = (TOP / "src/import/rules.spr").read_text()
+    told = set(re.findall(r"^ *(\w+) \{", "\n".join(examples), re.M))
+    for name in re.findall(r"^(\w+) \{\n +context =", rules, re.M):
+        if name not in told:
+            faults.append(f"DEFINITIONS.md: {name} has no example")
+    top = where / "definitions"
+    top.mkdir()
+    for text in examples:
+        for name in re.findall(r"source = (\S+)", text):
+            (top / name).parent.mkdir(parents=True, exist_ok=True)
+            (top / name).touch()
+        if not text.startswith(("kmspd", "package")):
+            text = "package { name = p version = 1\n" + text + "}"
+        (top / "one.spd").write_text(text if text.startswith("kmspd") else "kmspd 1.0\n" + text)
+        said = shell("kmctl build definitions/one.spd -o one.spb", where)
+        if "error" in said or not (where / "one.spb").exists():
+            faults.append(f"DEFINITIONS.md: {text}: {said}")
+        (where / "one.spb").unlink(missing_ok=True)
 
 
 def dump_of(page, offset=None):
@@ -175,6 +200,7 @@ def main():
         os.environ.update(PATH=path, LC_ALL="C.UTF-8", TZ="UTC")
         check_guide(where, faults)
         check_json(where, faults)
+        check_definitions(where, faults)
         check_formats(where, faults)
     for fault in faults:
         print(fault)
