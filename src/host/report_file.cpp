@@ -238,8 +238,10 @@ bool settle(journal& what, const report_settings& settings) {
         if (!is_same_file(what, file))
             return true;
         const std::string there = file.read(what.offset, what.line.size());
-        if (there == what.line)
+        if (there == what.line) {
+            mark_written(settings);
             return true;
+        }
         const bool is_torn = what.line.compare(0, there.size(), there) == 0 &&
                              what.offset + static_cast<long>(there.size()) == file.size();
         if (is_torn) {
@@ -278,6 +280,8 @@ bool deliver(const report_fields& report, const report_settings& settings) {
     journal was = read_journal(settings);
     if (holds(was.recent, report.key) || holds(was.struck, report.key))
         return true;
+    // In front of the look at the line before: somebody may have taken its directory away.
+    km::make_directories_durably(km::pathname(settings.file.c_str()).get_parent());
     if (!was.key.empty()) {
         const bool is_settled = settle(was, settings);
         if (was.key == report.key || (!is_settled && was.path == settings.file))
@@ -288,7 +292,6 @@ bool deliver(const report_fields& report, const report_settings& settings) {
         keep_last(was.recent, most_recent_keys);
         keep_last(was.struck, most_struck_keys);
     }
-    km::make_directories_durably(km::pathname(settings.file.c_str()).get_parent());
     journal next = was;
     next.key = report.key;
     next.path = settings.file;

@@ -102,9 +102,15 @@ TEST_F(Reports, AFileThatIsTakenAwayHasItsLines) {
     put(settings.file, ""); // copied and shortened
     ASSERT_EQ(file("k3", "three"), delivery::done);
     EXPECT_EQ(content(settings.file), "three\n");
+    forget_the_end();
+    fs::remove_all(fs::path(settings.file).parent_path());
+    ASSERT_EQ(file("k3", "three"), delivery::done) << why;
+    ASSERT_EQ(file("k4", "four"), delivery::done) << why;
+    EXPECT_EQ(file("k5", "five"), delivery::done);
     put(journal(), "no journal");
-    EXPECT_EQ(file("k4", "four"), delivery::done);
-    EXPECT_EQ(content(settings.file), "three\nfour\n");
+    put(settings.file, "");
+    EXPECT_EQ(file("k6", "six"), delivery::done);
+    EXPECT_EQ(content(settings.file), "six\n");
 }
 
 TEST_F(Reports, TheFileIsRotatedAndAHalfDoneRotationDropsNothing) {
