@@ -72,6 +72,11 @@ std::unique_ptr<km::cm_package> read_definition(const std::string& path, km::spm
         return package;
     take_faults(messages, path, result);
     const int faults = messages.get_count();
+    constexpr char no_rules[] = "ZNPSE0024"; // the rules file of the product is not there
+    if (faults > 0 && messages.id_of(0) == no_rules) {
+        result.fail(exit_usage, "rules", "There are no rules to read definitions by.");
+        return nullptr;
+    }
     result.fail(exit_invalid, "definition",
                 path + ": " + std::to_string(faults) + (faults == 1 ? " fault." : " faults.") +
                     " Nothing was made.");

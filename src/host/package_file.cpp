@@ -12,6 +12,7 @@
 #include "signatures.h"
 #include "sp_object.h"
 #include "user_variables.h"
+#include "variable_file.h"
 #include "words.h"
 #include "zip_file.h"
 
@@ -240,6 +241,8 @@ bool open_package(const std::string& path, const std::vector<std::string>& defin
 bool decode_package(const std::string& path, const std::vector<std::string>& definitions,
                     km::spmessage& messages, opened_package& opened, outcome& result,
                     int substitute) {
+    if (substitute && !check_variable_files(result))
+        return false;
     const km::zip_entry* first = opened.reader->get_next_entry();
     if (opened.stream && opened.stream->get_error())
         return tell_fault(*opened.stream, path, result);

@@ -103,6 +103,22 @@ class Variables(DefinedObjects):
         self.km("undo", "p")
         self.assertIn("v=1 ", self.km("show", "p^1", "--variables").out)
 
+    def test_faults_of_their_file(self):
+        package = self.versions()[0]
+        file = os.path.join(self.state, "znpis.var")
+        os.makedirs(self.state)
+        for text, place in ((b"role = x\ncut", ":2:1"), ("role = \u00e4".encode("latin-1"), ":1:8"),
+                            ("a = 1\n".encode("utf-16"), ":1:1"), (b"a = b\0c", ":1:6"),
+                            (b"a = " + b"x" * (10 << 20), ":1:1"), (b"x" * (10 << 20), ":1:1"),
+                            (b"#\na = $(b)\n b = 1$(c)\nc=$(a)", ":2:1")):
+            with open(file, "wb") as out:
+                out.write(text)
+            self.assertIn(file + place, self.km("install", package, code=6).err)
+        with open(file, "w") as out:
+            out.write("# mine\n\nrole = server\nother = $(role)/$(role)\n")
+        self.km("install", package)
+        self.assertEqual(self.read("/etc/r"), b"r server\n")
+
     def test_a_repair_has_those_of_the_install(self):
         self.km("install", self.versions()[0], "-D", "role=server")
         for path in ("/etc/s", "/etc/r"):
