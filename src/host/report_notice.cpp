@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 #include <iterator>
 #include <unistd.h>
 
@@ -75,11 +76,15 @@ std::vector<notice> read_notices(const std::string& working_directory) {
         std::string text(most_bytes, '\0');
         in.read(text.data(), static_cast<std::streamsize>(text.size()));
         text.resize(static_cast<size_t>(in.gcount()));
-        all.push_back({id, text});
+        all.push_back({id, text, one.last_write_time(error)});
     }
-    std::sort(all.begin(), all.end(), [](const notice& a, const notice& b) {
-        return a.text != b.text ? a.text < b.text : a.id < b.id; // by time
-    });
+    // The text begins with the second; what was written first in it happened first.
+    constexpr size_t second = sizeof "2000-01-01T00:00:00Z" - 1;
+    const auto order = [](const notice& one) {
+        return std::make_tuple(one.text.substr(0, second), one.written, one.id);
+    };
+    std::sort(all.begin(), all.end(),
+              [&order](const notice& a, const notice& b) { return order(a) < order(b); });
     return all;
 }
 

@@ -3,11 +3,14 @@
 
 #include "report_channels.h"
 
+#include <filesystem>
+
 namespace kmhost {
 
 struct notice {
     std::string id; // key of its report
     std::string text;
+    std::filesystem::file_time_type written;
 };
 
 // By time. What is no notice (another name, no plain file) is passed over.
