@@ -98,18 +98,21 @@ class directory_kept_open {
     int descriptor_ = -1;
 };
 
+// Looked at before it is opened: opening a pipe lets its writer go, and a device may act on it.
 void read_one(file_ahead& one, directory_kept_open& directories) {
     const std::size_t slash = one.path.find_last_of('/');
+    if (slash == std::string::npos || one.path[0] != '/')
+        return; // whoever asks for it tells the fault
     const int directory = directories.of(slash == 0 ? "/" : one.path.substr(0, slash));
-    if (directory < 0)
+    const char* name = one.path.c_str() + slash + 1;
+    struct stat about {};
+    if (directory < 0 || ::fstatat(directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISREG(about.st_mode) || about.st_size > largest)
         return;
-    const int in = ::openat(directory, one.path.c_str() + slash + 1,
-                            O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    const int in = ::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (in < 0)
         return;
-    struct stat about {};
-    if (::fstat(in, &about) == 0 && S_ISREG(about.st_mode) && about.st_size <= largest)
-        one.digest = digest_of_known_file(in, about.st_size, one.known);
+    one.digest = digest_of_known_file(in, about.st_size, one.known);
     ::close(in);
 }
 

@@ -2,6 +2,7 @@
 states, words and trees at every step."""
 import glob
 import os
+import threading
 import time
 
 import support
@@ -268,12 +269,20 @@ class ManyFiles(KmctlCase):
         self.assert_same(whole, self.picture_of_files())
 
     def test_what_stands_in_the_place_of_a_file_is_no_file(self):
-        for name, make in ((self.FILES[70], os.mkdir), (self.FILES[200], os.mkfifo),
+        for name, make in ((self.FILES[70], os.mkdir), (self.FILES[340], os.mkfifo),
                            (self.FILES[355], lambda path: os.symlink("f000", path))):
             os.unlink(self.at("/opt/p/" + name))
             make(self.at("/opt/p/" + name))
+        fifo = self.at("/opt/p/" + self.FILES[340])
+        writer = threading.Thread(target=lambda: os.close(os.open(fifo, os.O_WRONLY)))
+        writer.start()
         told = self.km("verify", "p", code=100).out
+        time.sleep(0.2)
+        still_waits = writer.is_alive()  # nobody opened what is no file
+        os.close(os.open(fifo, os.O_RDONLY | os.O_NONBLOCK))
+        writer.join(10)
         self.assertEqual(told.count("/opt/p/"), 3, told)
+        self.assertTrue(still_waits)
 
     def test_upgrade_and_undo_take_what_was_read_ahead_for_what_it_is(self):
         for name in self.FILES[10:350:20]:
