@@ -2,7 +2,7 @@
 import os
 
 import support
-from support import KmctlCase, differences, picture
+from support import KmctlCase, differences, picture, put, text_of
 
 HEAD = 'kmspd 1.0\npackage {\n  name = p\n  version = "$(v)"\n  default_variables { v = 1.0 }\n%s\n}\n'
 
@@ -111,11 +111,9 @@ class Variables(DefinedObjects):
                             ("a = 1\n".encode("utf-16"), ":1:1"), (b"a = b\0c", ":1:6"),
                             (b"a = " + b"x" * (10 << 20), ":1:1"), (b"x" * (10 << 20), ":1:1"),
                             (b"#\na = $(b)\n b = 1$(c)\nc=$(a)", ":2:1")):
-            with open(file, "wb") as out:
-                out.write(text)
+            put(file, text)
             self.assertIn(file + place, self.km("install", package, code=6).err)
-        with open(file, "w") as out:
-            out.write("# mine\n\nrole = server\nother = $(role)/$(role)\n")
+        put(file, "# mine\n\nrole = server\nother = $(role)/$(role)\n")
         self.km("install", package)
         self.assertEqual(self.read("/etc/r"), b"r server\n")
 
@@ -208,7 +206,8 @@ class ProgramsOfThePackage(DefinedObjects):
           add_file { path = word source = word } } }""" % (" ".join(words), more)
 
     def made(self, version, *programs):
-        script = "#!/bin/sh\necho $1 $2 $KM_OPERATION $KM_ACTION $KM_PACKAGE $(cat $KM_FILES/word) >> %s\n"
+        script = ("#!/bin/sh\n[ $KM_PHASE$KM_RERUN = commit0 ] || exit 9\n"
+                  "echo $1 $2 $KM_OPERATION $KM_ACTION $KM_PACKAGE $(cat $KM_FILES/word) >> %s\n")
         return self.defined("\n".join(programs), version,
                             {"run.sh": script % self.path("log"), "word": "w" + version})
 
@@ -219,8 +218,7 @@ class ProgramsOfThePackage(DefinedObjects):
         """What ran since the last call; in the end nothing may be left."""
         if not os.path.exists(self.path("log")):
             return []
-        with open(self.path("log")) as log:
-            lines = log.read().splitlines()
+        lines = text_of(self.path("log")).splitlines()
         os.unlink(self.path("log"))
         return lines
 

@@ -4,7 +4,7 @@ import pathlib
 import shutil
 
 import support
-from support import KmctlCase, differences, picture
+from support import KmctlCase, differences, picture, put
 
 EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples"
 
@@ -51,14 +51,12 @@ class Examples(KmctlCase):
     def test_service(self):
         first = self.made("service/service.spd")
         self.live_through(first, "clockd", "start_service=no")
-        with open(self.at("/etc/clockd.conf"), "a") as conf:
-            conf.write("INTERVAL=5\n")
+        put(self.at("/etc/clockd.conf"), "INTERVAL=5\n", "a")
         self.km("verify", "clockd")  # a change by a person is no difference
         mine = self.read("/etc/clockd.conf")
         newer = self.path("newer")
         shutil.copytree(EXAMPLES / "service", newer)
-        with open(os.path.join(newer, "files", "clockd.conf"), "a") as conf:
-            conf.write("ZONE=UTC\n")
+        put(os.path.join(newer, "files", "clockd.conf"), "ZONE=UTC\n", "a")
         update = self.path("update.spb")
         self.km("build", os.path.join(newer, "service.spd"), "-o", update, "--set", "version=1.1")
         told = self.km("upgrade", update, "-D", "start_service=no")

@@ -3,7 +3,7 @@ import os
 import subprocess
 
 import support
-from support import KmctlCase, make_tree, picture
+from support import KmctlCase, make_tree, picture, put
 
 
 class ExitCodes(KmctlCase):
@@ -49,8 +49,7 @@ class ExitCodes(KmctlCase):
             return ended
 
         build(self.path("no such"), 3)
-        with open(self.path("file"), "w"):
-            pass
+        put(self.path("file"))
         build(self.path("file"), 1)
         make_tree(self.path("variable"), {"a$(b)": "x"})
         self.assertIn("a$(b)", build(self.path("variable"), 1).err)
@@ -107,8 +106,7 @@ class ExitCodes(KmctlCase):
     def into_error(self, package):
         """An install in which one write fails: the package stands in error, half in place."""
         for at in range(24, 200, 3):
-            ended = self.call([support.FAULTS, "once", str(at), "5", *self.command("install", package)],
-                              traced=True)
+            ended = self.faulty(["once", at, 5], "install", package)
             listed = self.km_json("list")["packages"]
             if listed and "E" in listed[0]["state"]:
                 self.assertEqual(ended.code, 1, ended)
@@ -121,14 +119,12 @@ class ExitCodes(KmctlCase):
         self.root = self.path("no such root")
         self.assertIn(self.root, self.km("list", code=1).err)
         self.root = self.path("file")
-        with open(self.root, "w"):
-            pass
+        put(self.root)
         self.assertIn(self.root, self.km("list", code=1).err)
         self.assertFalse(os.path.exists(self.state))
 
     def test_a_state_that_cannot_be(self):
-        with open(self.path("file"), "w"):
-            pass
+        put(self.path("file"))
         self.state = self.path("file", "below")
         for words in (["list"], ["config", "set", "a", "b"]):
             self.assertIn(self.state, self.km(*words, code=None).err, words)
@@ -166,8 +162,7 @@ class ExitCodes(KmctlCase):
             self.assertEqual(os.path.exists(self.state), start == "with a state")
             self.km("config", "list")
         self.km("install", package)
-        with open(self.at("/opt/p/a"), "w") as file:
-            file.write("mine")
+        put(self.at("/opt/p/a"), "mine")
         before = picture(self.root), self.state_picture()
         told = self.km_json("remove", "--dry-run", "p")
         plan = {one["path"]: one["action"] for one in told["plan"]}

@@ -5,93 +5,22 @@ import os
 import resource
 import signal
 import subprocess
-import unittest
 
 import support
 from support import KmctlCase, picture
 
 
-class Faults(KmctlCase):
-    files = {"a": "first\n", "b": "second\n" * 900, "s/c": "third\n", "l": ("a",), "s/t/": None}
-
-    def faulty(self, how, at, error, *words):
-        words = [support.FAULTS, how, str(at), str(error), *self.command(*words)]
-        return self.call(words, traced=True)
-
-    def calls_of(self, *words):
-        ended = self.call([support.FAULTS, "count", *self.command(*words)], traced=True)
-        self.assertEqual(ended.code, 0, ended)
-        return int(ended.err.split()[-1])
-
-    def is_true(self, note):
-        """The catalog never says "installed" of what is not; what it does not know was told."""
-        listed = self.km_json("list")["packages"]
-        if not listed:
-            if sorted(picture(self.root)) != [b"."]:
-                self.assertRegex(note[1].err, "catalog does not know|run the same command again", note)
-            return
-        state = listed[0]["state"]
-        if listed[0]["state_text"].startswith("installed") and "E" not in state:
-            self.assertEqual(self.read("/opt/p/a"), b"first\n", note)
-            self.assertEqual(self.read("/opt/p/s/c"), b"third\n", note)
-            self.assertTrue(os.path.islink(self.at("/opt/p/l")), note)
-
-    def advised(self, command, ended, note):
-        """What a person does who reads the words: the same again, or with --force."""
-        again = self.km(*command, code=None)
-        if again.code == 5:
-            self.assertIn("--force", again.err, note)
-            again = self.km(*command, "--force", code=None)
-        self.assertEqual(again.code, 0, (note, ended, again))
-
-    def try_each(self, share):
-        package = self.build(self.files)
-        calls = self.calls_of("install", package)
-        good = picture(self.root, times=False)
-        self.km("remove", "p")
-        clean = picture(self.root)
-        number, of = share
-        for how, error in (("once", errno.EIO), ("fail", errno.ENOSPC)):
-            for at in range(1 + number, calls + 1, of):
-                note = "install, %s %s at %d" % (how, errno.errorcode[error], at)
-                ended = self.faulty(how, at, error, "install", package)
-                self.assertIn(ended.code, (0, 1, 10), (note, ended))
-                if ended.code:
-                    self.assertIn("error: ", ended.err, note)
-                    self.is_true((note, ended))
-                    self.advised(["install", package], ended, note)
-                self.assert_same(good, picture(self.root, times=False), (note, ended))
-                self.km("resume")  # sweeps a file whose own removal was what failed
-                self.assertEqual(self.leftovers(), [], (note, ended))
-                self.remove_with_fault(how, at, error, clean, note)
-
-    def remove_with_fault(self, how, at, error, clean, note):
-        ended = self.faulty(how, at, error, "remove", "p")
-        note = (note, "then remove", ended)
-        self.assertIn(ended.code, (0, 1, 10), note)
-        if ended.code:
-            self.assertIn("error: ", ended.err, note)
-            if self.km_json("list")["packages"]:
-                self.advised(["remove", "p"], ended, note)
-        self.assertEqual(sorted(picture(self.root)), sorted(clean), note)
-        self.assertEqual(self.km_json("list")["packages"], [], note)
-        self.km("remove", "nothing", code=3)  # sweeps a profile that could not be taken away
-        self.assertEqual(self.leftovers(), [], note)
-
-
-def add_shares(case, count):
-    """One test per share of the calls, so that they run beside each other."""
-    for number in range(count):
-        def test(self, number=number):
-            self.try_each((number, count))
-
-        setattr(case, "test_every_call_fails_%d" % number, test)
-
-
-add_shares(Faults, int(os.environ.get("KM_SHARES", "8")))
+FILES = {"a": "first\n", "b": "second\n" * 900, "s/c": "third\n", "l": ("a",), "s/t/": None}
 
 
 class Reasons(KmctlCase):
+    def mount(self, options):
+        """A file system of its own for the root."""
+        words = ["mount", "-t", "tmpfs", "-o", options, "none", self.root]
+        if os.geteuid() or subprocess.run(words, stderr=subprocess.DEVNULL).returncode:
+            self.skipTest("may not mount")
+        self.addCleanup(subprocess.run, ["umount", self.root])
+
     def test_a_file_that_may_not_grow(self):
         package = self.build({"a": "1", "big": os.urandom(3_000_000)})
 
@@ -109,14 +38,9 @@ class Reasons(KmctlCase):
         self.assertEqual(os.listdir(self.root), [])
         self.assertEqual(self.leftovers(), [])
 
-    @unittest.skipUnless(os.geteuid() == 0, "mounts a small file system")
     def test_a_full_disk(self):
         package = self.build({"a": "1", "big": os.urandom(3_000_000)})
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=2m", "none", self.root],
-                                 stderr=subprocess.DEVNULL)
-        if mounted.returncode:
-            self.skipTest("may not mount")
-        self.addCleanup(subprocess.run, ["umount", self.root])
+        self.mount("size=2m")
         ended = self.km("install", package, code=1)
         self.assertIn("room", ended.err)
         self.assertIn("/opt", ended.err.replace("in /:", "in /opt"))
@@ -126,14 +50,9 @@ class Reasons(KmctlCase):
         self.km("install", package)
         self.km("remove", "p")
 
-    @unittest.skipUnless(os.geteuid() == 0, "mounts a small file system")
     def test_a_disk_that_a_backup_would_fill(self):
         """Root and state share it: what an undo needs must fit beside the files."""
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=8m", "none", self.root],
-                                 stderr=subprocess.DEVNULL)
-        if mounted.returncode:
-            self.skipTest("may not mount")
-        self.addCleanup(subprocess.run, ["umount", self.root])
+        self.mount("size=8m")
         self.state = os.path.join(self.root, "state")
         old = self.build({"a": os.urandom(2_000_000)}, "p")
         new = self.build({"a": os.urandom(2_500_000), "b": os.urandom(1_500_000)}, "p", "2.0")
@@ -160,32 +79,32 @@ class Reasons(KmctlCase):
         self.km("install", big, "--transactional")
         self.km("commit", "q")
 
-    @unittest.skipUnless(os.geteuid() == 0, "mounts a file system")
     def test_a_target_that_is_read_only(self):
         package = self.build({"a": "1"})
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "ro", "none", self.root],
-                                 stderr=subprocess.DEVNULL)
-        if mounted.returncode:
-            self.skipTest("may not mount")
-        self.addCleanup(subprocess.run, ["umount", self.root])
+        self.mount("ro")
         ended = self.km("install", package, code=1)
         self.assertIn("Read-only file system", ended.err)
         self.assertEqual(self.km_json("list")["packages"], [])
 
-    def as_nobody(self):
-        """As an ordinary user: the scratch directory is handed to one where root runs this."""
-        if os.geteuid() != 0:
-            return {}
-        for here, names, files in os.walk(self.dir):
-            for name in [".", *names, *files]:
-                os.lchown(os.path.join(here, name), 65534, 65534)
-
-        def drop():
-            os.setgroups([])
-            os.setgid(65534)
-            os.setuid(65534)
-
-        return {"preexec_fn": drop}
+    def test_by_force_a_cut_upgrade_begins_anew_and_can_be_undone(self):
+        one = self.build(FILES, "p", "1.0", "/opt/in/p")
+        two = self.build(dict(FILES, a="newer\n"), "p", "2.0", "/opt/in/p")
+        self.km("install", one)
+        old = picture(self.at("/opt/in/p"))
+        calls = self.calls_of("upgrade", two)
+        new = picture(self.at("/opt/in/p"))
+        self.km("undo", "p")
+        for at in (calls // 3, calls // 2, calls * 3 // 4):
+            self.assertEqual(self.killed(at, "upgrade", two), 137, at)
+            told = self.km_json("upgrade", "--force", two)
+            self.assertIn("taken back; it begins anew", str(told["messages"]), at)
+            self.assert_same(new, picture(self.at("/opt/in/p")), at)
+            self.assertEqual(self.letters("p"), "ICU--", at)
+            self.km("undo", "p")
+            self.assert_same(old, picture(self.at("/opt/in/p")), at)
+            self.assertEqual(self.km_json("list")["packages"][0]["version"], "1.0", at)
+            self.assertEqual(self.leftovers(), [], at)
+        self.km("check")
 
     def test_an_ordinary_user(self):
         source = support.make_tree(self.path("src"), {"ro/in": "1", "ro/below/x": "2", "w": "3",

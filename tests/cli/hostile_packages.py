@@ -10,7 +10,7 @@ import zipfile
 import zlib
 
 import support
-from support import KmctlCase, picture
+from support import KmctlCase, bytes_of, picture, put
 
 MARK = b"km package, sha256 "
 
@@ -45,31 +45,19 @@ def repacked(data, change, method=zipfile.ZIP_DEFLATED):
     return out.getvalue()
 
 
-def inflated(data, start, entry):
-    part = bytes(data[start:start + entry.compress_size])
-    if entry.compress_type == zipfile.ZIP_STORED:
-        return part
-    try:
-        return zlib.decompressobj(-15).decompress(part)
-    except zlib.error:
-        return None
-
-
 class HostileCase(KmctlCase):
     def setUp(self):
         super().setUp()
         files = {"a": "first\n" * 50, "b": os.urandom(300), "s/c": "x" * 4000, "l": ("a",)}
         self.file = self.build(files, "good", "1.0", "/opt/$(d)", "--set", "d=good")
-        with open(self.file, "rb") as file:
-            self.good = file.read()
+        self.good = bytes_of(self.file)
         # A package that stands, so that there is something to spoil.
         self.km("install", self.build({"kept": "1"}, "kept"))
         self.before = picture(self.root), self.state_picture()
 
     def refused(self, data, note, why=""):
         path = self.path("bad.spb")
-        with open(path, "wb") as file:
-            file.write(data)
+        put(path, data)
         ended = self.km("install", path, code=None, preexec_fn=limited, timeout=60)
         self.assertEqual(ended.code, 6, (note, ended))
         self.assertEqual(ended.out, "", note)
@@ -102,20 +90,6 @@ class Damaged(HostileCase):
             bad = bytearray(self.good)
             bad[at] ^= 1 << choice.randrange(8)
             self.refused(bytes(bad), "bit of byte %d flipped" % at)
-
-    def test_flipped_bits_of_data_without_digest(self):
-        data = without_digest(self.good)
-        with zipfile.ZipFile(io.BytesIO(data)) as zip_:
-            entries = zip_.infolist()
-        choice = random.Random(8)
-        for one in entries:
-            start = one.header_offset + 30 + len(one.filename)
-            for at in sorted(choice.sample(range(start, start + one.compress_size), 4)):
-                bad = bytearray(data)
-                bad[at] ^= 1 << choice.randrange(8)
-                if inflated(bad, start, one) == inflated(data, start, one):
-                    continue  # a bit that means nothing: the padding of a block
-                self.refused(bytes(bad), "byte %d of %s flipped" % (at - start, one.filename))
 
 
 class Crafted(HostileCase):
@@ -157,8 +131,7 @@ class Crafted(HostileCase):
                 return tree[:at] + b"\x7f\xff\xff\xff" + tree[at + 4:]
 
             path = self.path("bad.spb")
-            with open(path, "wb") as file:
-                file.write(with_digest(repacked(self.good, lie)))
+            put(path, with_digest(repacked(self.good, lie)))
             ended = self.km("install", "-n", path, code=None, preexec_fn=limited, timeout=60)
             # A lie may also fall into a text, and make another, sound package.
             self.assertIn(ended.code, (0, 1, 6), (at, ended))
@@ -173,8 +146,7 @@ class Crafted(HostileCase):
                     + b"\0\xff\xff" * (depth - 1) + tree[end:])
 
         path = self.path("nested.spb")
-        with open(path, "wb") as file:
-            file.write(with_digest(repacked(self.good, lambda tree: nested(tree, 5))))
+        put(path, with_digest(repacked(self.good, lambda tree: nested(tree, 5))))
         self.assertEqual(len(self.km_json("show", path, "--tree")["tree"]), 11)
         for depth in (10_000, 1_000_000):
             self.refused(with_digest(repacked(self.good, lambda tree: nested(tree, depth))), depth)
@@ -211,8 +183,7 @@ class Crafted(HostileCase):
                     self.refused(bytes(bad), (name, offset))
                     continue
                 path = self.path("bad.spb")
-                with open(path, "wb") as file:
-                    file.write(bad)
+                put(path, bad)
                 self.assertIn(self.km("show", path, code=None).code, (0, 6), (name, offset))
 
     def test_names_of_packages_that_lead_elsewhere(self):
@@ -225,8 +196,7 @@ class Crafted(HostileCase):
         self.km("install", self.file)
         self.assertEqual(self.read("/opt/good/a"), b"first\n" * 50)
         path = self.path("plain.spb")
-        with open(path, "wb") as file:
-            file.write(without_digest(self.good))
+        put(path, without_digest(self.good))
         self.km("remove", "good")
         self.km("install", path)
 

@@ -3,7 +3,7 @@ import json
 import os
 
 import support
-from support import KmctlCase
+from support import KmctlCase, put
 
 
 class Json(KmctlCase):
@@ -14,29 +14,16 @@ class Json(KmctlCase):
                             "-o", self.path("e.spb"))
         self.assertEqual((told["command"], told["outcome"]), ("build", "done"))
         self.assertEqual((told["files"], told["package"]["name"]), (0, "e"))
-        cases = [
-            (["show", package], "done", ["attributes", "package"]),
-            (["show", package, "--files"], "done", ["files", "package"]),
-            (["show", package, "--tree"], "done", ["tree", "package"]),
-            (["show", package, "--variables"], "done", ["variables", "package"]),
-            (["install", "-n", package], "done", ["plan", "package"]),
-            (["install", package], "done", ["package"]),
-            (["install", package], "nothing", ["package"]),
-            (["list"], "done", ["packages"]),
-            (["list", "no*"], "done", ["packages"]),
-            (["status", "p"], "done", ["package"]),
-            (["log", "p"], "done", ["log"]),
-            (["show", "p"], "done", ["attributes", "package"]),
-            (["config", "list"], "done", ["settings"]),
-            (["config", "get", "product_dir"], "done", ["value"]),
-            (["config", "set", "k", "v"], "done", ["value"]),
-            (["variables"], "done", ["variables"]),
-            (["check"], "done", ["packages"]),
-            (["check", "--repair"], "done", ["packages"]),
-            (["remove", "-n", "p"], "done", ["plan", "package"]),
-            (["remove", "p"], "done", ["package"]),
-        ]
-        for words, outcome, members in cases:
+        cases = """show P: attributes package, show P --files: files package, show P --tree: tree package,
+            show P --variables: variables package, install -n P: plan package, install P: package,
+            install P: nothing package, list: packages, list no*: packages, status p: package, log p: log,
+            show p: attributes package, config list: settings, config get product_dir: value,
+            config set k v: value, variables: variables, check: packages, check --repair: packages,
+            remove -n p: plan package, remove p: package"""
+        for case in cases.split(","):
+            words, members = case.split(":")
+            words = [package if word == "P" else word for word in words.split()]
+            outcome, *members = members.split() if "nothing" in members else ["done", *members.split()]
             told = self.km_json(*words)
             self.assertEqual(told["outcome"], outcome, words)
             self.assertEqual(told["command"], words[0])
@@ -47,8 +34,7 @@ class Json(KmctlCase):
                 self.assertEqual(told["package"]["name"], "p")
 
     def test_failures_are_objects_too(self):
-        with open(self.path("bad.spb"), "w") as file:
-            file.write("no package")
+        put(self.path("bad.spb"), "no package")
         for words, code in ((["nonsense"], 2), (["install"], 2), ([], 2), (["status", "p"], 3),
                             (["remove", "p"], 3), (["install", "bad.spb"], 6), (["show", "bad.spb"], 6),
                             (["install", "none.spb"], 3), (["config", "get", "none"], 3)):
@@ -68,8 +54,7 @@ class Json(KmctlCase):
         source = self.path("src")
         os.mkdir(source)
         for name in (b"bad\xff\xfe", b'quote"back\\slash\n\x01', "ünï".encode()):
-            with open(os.path.join(os.fsencode(source), name), "w"):
-                pass
+            put(os.path.join(os.fsencode(source), name))
         package = self.build(source)
         for words in (["show", package, "--files"], ["show", package, "--tree"],
                       ["install", package], ["log", "p"], ["remove", "-n", "p"], ["remove", "p"]):

@@ -6,7 +6,7 @@ import threading
 import time
 
 import support
-from support import KmctlCase, picture
+from support import KmctlCase, picture, put
 
 FIRST = {"d/common": "one\n", "d/same": "same\n", "d/sub/onlyold": "old\n", "d/l": ("common",)}
 SECOND = {"d/common": "two\n", "d/same": "same\n", "d/new/f": "new\n", "d/l": ("same",)}
@@ -31,8 +31,7 @@ class Life(KmctlCase):
                                  words)
 
     def edit(self, path="/opt/p/d/common", text="mine\n"):
-        with open(self.at(path), "a") as file:
-            file.write(text)
+        put(self.at(path), text, "a")
 
     def tree(self):
         """The root's own time apart: whatever is put into it changes that."""
@@ -160,8 +159,7 @@ class Life(KmctlCase):
         source = self.build({"a": "1", "b": "2"}, "v", "1", "$(base)/$(leaf)", "--set",
                             "base=/default", "--set", "leaf=x")
         os.makedirs(self.state, exist_ok=True)
-        with open(os.path.join(self.state, "znpis.var"), "w") as file:
-            file.write("leaf = mine\n")
+        put(os.path.join(self.state, "znpis.var"), "leaf = mine\n")
         self.km("install", source, "-D", "base=/srv")
         os.unlink(os.path.join(self.state, "znpis.var"))
         before = self.tree()

@@ -4,7 +4,7 @@ import re
 import resource
 
 import support
-from support import KmctlCase
+from support import KmctlCase, put
 
 LINE = re.compile(r"[A-Z][a-z]{2} [0-9]{2} [0-9:]{8} ([123]) kmctl [0-9]+ (.*)")
 
@@ -65,22 +65,17 @@ class LogFile(KmctlCase):
         self.km("install", self.package)
         before = self.lines()
         os.chmod(self.log, 0)
-        user = {}
-        if os.geteuid() == 0:
-            for here, names, files in os.walk(self.dir):
-                for name in [".", *names, *files]:
-                    os.lchown(os.path.join(here, name), 65534, 65534)
+        user = self.as_nobody()
+        if user:
             os.chown(self.log, 0, 0)
             os.chmod(os.path.dirname(self.log), 0o555)
-            user["preexec_fn"] = lambda: (os.setgroups([]), os.setgid(65534), os.setuid(65534))
         self.assertEqual(self.km("remove", "p", "--force", **user).err, "")
         os.chmod(self.log, 0o600)
         self.assertEqual(self.lines(), before)
 
     def test_the_limit(self):
         os.makedirs(os.path.dirname(self.log))
-        with open(self.log, "w") as file:
-            file.write("x" * 999_999 + "\n" + "y" * 10)
+        put(self.log, "x" * 999_999 + "\n" + "y" * 10)
         self.km("install", self.package)
         self.assertTrue(os.path.getsize(self.log) < 1000)
         with open(self.log) as file:

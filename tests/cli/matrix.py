@@ -17,12 +17,12 @@ import stat
 import subprocess
 import tempfile
 
-KMCTL = os.environ.get("KMCTL", "")
-FAULTS = os.environ.get("FAULTS", "")
+import support
+from support import FAULTS, KMCTL
+
 NOW = 1_700_000_000 * 10**9  # behind all times of packages
 ERRORS = (errno.ENOSPC, errno.EIO, errno.EACCES)
 
-Ended = collections.namedtuple("Ended", "code out err")
 Point = collections.namedtuple("Point", "way at recovery")  # at: number of the call, from 1
 
 
@@ -31,15 +31,8 @@ class Bad(Exception):
 
 
 def make_tree(top, files):
-    """Files by path; a path that ends in '/' is a directory, a value (text,) is a link."""
-    for path, content in files.items():
-        full = os.path.join(top, path)
-        os.makedirs(full if path.endswith("/") else os.path.dirname(full), exist_ok=True)
-        if isinstance(content, tuple):
-            os.symlink(content[0], full)
-        elif not path.endswith("/"):
-            with open(full, "w", encoding="utf-8") as file:
-                file.write(content)
+    """As support's, each name with a time of its own."""
+    support.make_tree(top, files)
     for here, names, others in os.walk(top, topdown=False):
         for number, name in enumerate(sorted(names + others)):
             when = 1600000000 + 1000 * len(here) + number
@@ -61,8 +54,7 @@ def look(path, relative, into, made):
         if kind == stat.S_IFLNK:
             one.append(os.readlink(path))
         else:
-            with open(path, "rb") as file:
-                one.append(file.read())
+            one.append(support.bytes_of(path))
     into[relative] = tuple(one)
 
 
@@ -108,11 +100,8 @@ class Box:
         return [KMCTL, "--root", self.root, "--state", self.state, *words]
 
     def call(self, words, **more):
-        done = subprocess.run(words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, cwd=self.dir, env=self.env, timeout=100,
-                              check=False, **more)
-        ended = Ended(done.returncode, done.stdout.decode("utf-8", "replace"),
-                      done.stderr.decode("utf-8", "replace"))
+        ended = support.Ended(subprocess.run(words, stdin=subprocess.DEVNULL, capture_output=True,
+                                             cwd=self.dir, env=self.env, timeout=100, **more))
         if "Sanitizer" in ended.err or "runtime error" in ended.err:
             raise Bad(ended.err)
         return ended
@@ -153,8 +142,7 @@ class Box:
         told = set()
         top = os.path.join(self.state, "work", "made")
         for name in os.listdir(top) if os.path.isdir(top) else []:
-            with open(os.path.join(top, name), "rb") as file:
-                notes = file.read().decode("utf-8", "replace").split("\0")[:-1]
+            notes = support.bytes_of(os.path.join(top, name)).decode("utf-8", "replace").split("\0")[:-1]
             told |= {"made: " + note for note in notes if note}
         return sorted(told)
 
@@ -183,8 +171,7 @@ class Box:
 
 def damage(box):
     box.km("install", box.one)
-    with open(os.path.join(box.root, "opt/in/p/b"), "a", encoding="utf-8") as file:
-        file.write("damaged\n")
+    support.put(os.path.join(box.root, "opt/in/p/b"), "damaged\n", "a")
     os.unlink(os.path.join(box.root, "opt/in/p/l"))
     os.chmod(os.path.join(box.root, "opt/in/p/n/m/x"), 0o600)
 
@@ -276,6 +263,11 @@ class Matrix:
                 raise Bad("was not killed: %s" % (ended,))
         told = [str(ended)] if point.way != "kill" else []
         box.km("list")  # reading works at once
+        if point.way.split()[0] in ("once", "fail") and ended.code not in (0, 100):
+            if "error: " not in ended.err:
+                raise Bad("fails without a word: %s" % (ended,))
+            if box.packages() == self.new[1] != self.old[1] and box.tree() != self.new[0]:
+                raise Bad("the catalog says that it is done: %s" % (ended,))
         if point.way != "kill" and not point.way.startswith("power") and ended.code in (0, 100):
             self.recover("resume", told)  # a last step that failed is made up for
             return self.judge(told, only_new=True)
@@ -395,8 +387,7 @@ class Film:
             elif stat.S_ISLNK(about.st_mode):
                 content = os.readlink(path)
             else:
-                with open(path, "rb") as file:
-                    content = file.read()
+                content = support.bytes_of(path)
             moment[life] = Node(about, entries, content)
             return life
 
@@ -451,8 +442,7 @@ class Film:
             os.symlink(about.content, path)
             done[life] = path
         else:
-            with open(path, "wb") as file:
-                file.write(old.content if old else b"")
+            support.put(path, old.content if old else b"")
             done[life] = path
         os.chown(path, about.about.st_uid, about.about.st_gid, follow_symlinks=False)
         if not stat.S_ISLNK(about.about.st_mode):

@@ -10,7 +10,7 @@ import tempfile
 import threading
 
 import web
-from support import KmctlCase, main, make_tree, picture
+from support import KmctlCase, bytes_of, main, make_tree, picture, put
 
 MODES = ((), ("--undoable",), ("--transactional",))
 QUICK = ("--retry-wait", "0")
@@ -36,8 +36,7 @@ class NetworkCase(KmctlCase):
         os.chmod(tree, 0o755)
         for path, words in (("p.spb", ("--title", "one")), ("other.spb", ("--title", "another"))):
             cls.pack(tree, path, *words)
-        with open(tree + "/text", "w", encoding="utf-8") as out:
-            out.write("other words " * 20000)
+        put(tree + "/text", "other words " * 20000)
         cls.pack(tree, "p2.spb", "--version", "2.0")
         os.unlink(tree + "/d0/f00")  # what stood at its place is another file then
         cls.pack(tree, "less.spb")
@@ -291,8 +290,7 @@ class OtherFiles(NetworkCase):
 
 class Digests(NetworkCase):
     def digest(self, name="p.spb"):
-        with open(os.path.join(self.top, name), "rb") as file:
-            return hashlib.sha256(file.read()).hexdigest()
+        return hashlib.sha256(bytes_of(os.path.join(self.top, name))).hexdigest()
 
     def test_a_wrong_digest_changes_nothing(self):
         wrong = self.digest("p2.spb")

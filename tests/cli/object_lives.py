@@ -5,7 +5,7 @@ import os
 import shutil
 
 import support
-from support import KmctlCase, differences, picture
+from support import KmctlCase, bytes_of, differences, picture
 
 # first, second: the blocks of two versions; paths are below $(r), a directory of the kind's own, and
 # SHARED stands where a kind can be shared. Trees of that directory: what stands there before, behind
@@ -67,6 +67,9 @@ KINDS = {
                       {"f": "1\n", "h": "1\n"},
                       second="add_file { path = $(r)/f source = two SHARED }"
                       "add_hard_link { path = $(r)/h target = $(r)/f SHARED }"),
+    "hard link over another": kind("add_file { path = $(r)/f source = one }"
+                                   "add_hard_link { path = $(r)/h target = $(r)/f }",
+                                   {"f": "1\n", "h": "1\n"}, {"h": "before\n"}, after={}),
     "kept file": kind("add_kept_file { path = $(r)/f source = one mode = 0600 SHARED }", {"f": "1\n"},
                       second="add_kept_file { path = $(r)/f source = two mode = 0600 SHARED }"),
     "kept file over another": kind("add_kept_file { path = $(r)/f source = one mode = 0600 }",
@@ -219,8 +222,7 @@ def contents(top):
             elif name in names:
                 found[relative] = None
             else:
-                with open(path, "rb") as file:
-                    found[relative] = file.read()
+                found[relative] = bytes_of(path)
     return found
 
 
@@ -333,6 +335,17 @@ class Lives(KmctlCase):
                             (("remove", "q"), "after")):
             ended = self.km(*words)
             self.assertEqual(differences(told[tree], contents(self.root)), [], (words, ended))
+
+    def test_the_value_of_one_package_over_that_of_another(self):
+        self.kinds = ["item for another"]
+        told, one, other = self.stage(), self.defined(1, "p"), self.defined(2, "q")
+        for words, code, tree in ((("install", one), 0, "there"), (("install", other, "--undoable"), 0, ""),
+                                  (("verify", "p"), 100, ""), (("undo", "q"), 0, "there"),
+                                  (("verify", "p"), 0, "there"), (("install", other), 0, ""),
+                                  (("remove", "q"), 0, "there"), (("remove", "p"), 0, "before")):
+            self.km(*words, code=code)
+            if tree:
+                self.assertEqual(differences(told[tree], contents(self.root)), [], words)
 
 
 if __name__ == "__main__":

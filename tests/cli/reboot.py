@@ -5,7 +5,7 @@ import shutil
 import struct
 
 import support
-from support import KmctlCase, differences, picture
+from support import KmctlCase, differences, picture, put, text_of
 
 DEFINITION = """kmspd 1.0
 package {
@@ -54,8 +54,7 @@ class RebootCase(KmctlCase):
 
     def boot(self):
         self.boots += 1
-        with open(self.path("boot"), "w") as file:
-            file.write("boot %d\n" % self.boots)
+        put(self.path("boot"), "boot %d\n" % self.boots)
         os.environ["KMCTL_BOOT_ID_FILE"] = self.path("boot")
 
     def setUp(self):
@@ -86,14 +85,12 @@ class RebootCase(KmctlCase):
         return output
 
     def codes(self, name, *codes):
-        with open(self.path(name + ".codes"), "w") as file:
-            file.write("".join("%d\n" % code for code in codes))
+        put(self.path(name + ".codes"), "".join("%d\n" % code for code in codes))
 
     def runs(self):
         if not os.path.exists(self.path("runs")):
             return []
-        with open(self.path("runs")) as file:
-            return file.read().split("\n")[:-1]
+        return text_of(self.path("runs")).split("\n")[:-1]
 
     def built(self, **when):
         wanted = dict.fromkeys(("install", "remove", "undo", "commit"), "none")
@@ -270,9 +267,7 @@ class Programs(ProgramCase):
             self.codes("pr", 12)
             self.km("install", package)
             self.boot()
-            killed = self.call([support.FAULTS, "kill", str(at), *self.command("resume", "--boot")],
-                               traced=True)
-            if killed.code != 137:
+            if self.killed(at, "resume", "--boot") != 137:
                 break
             self.km("resume", "--boot")
             self.assertEqual(self.there(), ["pr.one", "pr.two"], at)
@@ -294,8 +289,7 @@ class RebootCommand(ProgramCase):
     def asked(self):
         if not os.path.exists(self.path("rebooted")):
             return []
-        with open(self.path("rebooted")) as file:
-            lines = file.read().splitlines()
+        lines = text_of(self.path("rebooted")).splitlines()
         os.remove(self.path("rebooted"))
         return lines
 

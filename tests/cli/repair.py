@@ -3,7 +3,7 @@ import os
 import shutil
 
 import support
-from support import KmctlCase, picture
+from support import KmctlCase, bytes_of, picture, put
 
 
 class Repair(KmctlCase):
@@ -14,10 +14,8 @@ class Repair(KmctlCase):
         self.catalog = os.path.join(self.state, "catalog", "packages.pht")
 
     def spoil(self, change):
-        with open(self.catalog, "rb") as file:
-            data = file.read()
-        with open(self.catalog, "wb") as file:
-            file.write(change(data))
+        data = bytes_of(self.catalog)
+        put(self.catalog, change(data))
 
     def test_a_damaged_catalog(self):
         kept = os.path.join(self.dir, "kept")
@@ -27,8 +25,7 @@ class Repair(KmctlCase):
                              ("lengths", lambda d: d[:12] + b"\x7f\xff\xff\xff" * 20 + d[92:])):
             self.spoil(change)
             before = picture(self.root), self.state_picture()
-            with open(self.catalog, "rb") as file:
-                damaged = file.read()
+            damaged = bytes_of(self.catalog)
             for words in (["list"], ["install", self.package], ["remove", "p"], ["check"]):
                 ended = self.km(*words, code=1)
                 self.assertIn("check --repair", ended.err, (note, words))
@@ -37,8 +34,7 @@ class Repair(KmctlCase):
             told = self.km_json("check", "--repair")
             texts = [one["text"] for one in told["messages"] if one["severity"] == "warning"]
             self.assertTrue(any("p^1.0" in text for text in texts), (note, told))
-            with open(self.catalog + ".damaged", "rb") as file:
-                self.assertEqual(file.read(), damaged, note)
+            self.assertEqual(bytes_of(self.catalog + ".damaged"), damaged, note)
             self.assertEqual(self.km_json("list")["packages"], [], note)
             # What the words advise makes the package known, and removable, again.
             self.km("install", self.package, "--force")
@@ -62,14 +58,12 @@ class Repair(KmctlCase):
         other = self.build({"lib/c": "2"}, "q", "1.0", "/opt/p", "--shared", "lib/*")
         self.km("install", other)
         shutil.copy(table, backup)
-        with open(table, "wb") as file:
-            file.write(b"nothing of a table")
+        put(table, b"nothing of a table")
         self.km("remove", "q")  # the backup serves
         self.assertEqual(self.read("/opt/p/lib/c"), b"2")
         self.km("install", other)
         for name in (table, backup):
-            with open(name, "wb") as file:
-                file.write(b"nothing of a table")
+            put(name, b"nothing of a table")
         ended = self.km("remove", "p", code=1)
         self.assertIn("check --repair", ended.err)
         self.km("check", "--repair")

@@ -5,25 +5,8 @@ import os
 import socket
 import socketserver
 import ssl
-import subprocess
 import threading
 import time
-
-
-def certificate(directory):
-    """A key and a certificate for 127.0.0.1 that signs itself: (file of both, file of the latter)."""
-    key, cert = os.path.join(directory, "key.pem"), os.path.join(directory, "cert.pem")
-    subprocess.run(
-        ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
-         "-nodes", "-keyout", key, "-out", cert, "-days", "2", "-subj", "/CN=127.0.0.1",
-         "-addext", "subjectAltName=IP:127.0.0.1"],
-        check=True, capture_output=True)
-    both = os.path.join(directory, "both.pem")
-    with open(both, "w") as out:
-        for one in (key, cert):
-            with open(one) as part:
-                out.write(part.read())
-    return both, cert
 
 
 class Cut(Exception):
@@ -38,7 +21,7 @@ class Server(socketserver.ThreadingTCPServer):
     allow_reuse_address = True
     request_queue_size = 64
 
-    def __init__(self, handler, pem=""):
+    def __init__(self, handler, pem=()):
         super().__init__(("127.0.0.1", 0), handler)
         self.port = self.server_address[1]
         self.actions, self.on_stage = {}, None
@@ -47,7 +30,7 @@ class Server(socketserver.ThreadingTCPServer):
         self.tls = None
         if pem:
             self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            self.tls.load_cert_chain(pem)
+            self.tls.load_cert_chain(*pem)
         threading.Thread(target=self.serve_forever, args=(0.02,), daemon=True).start()
 
     def behave(self, **actions):
@@ -78,7 +61,7 @@ class Smtp(Server):
     """Mail. `taken` gets (sender, recipients, text) once the answer to the end of the text was sent,
     `offered` each text whose end came."""
 
-    def __init__(self, pem="", at_once=False, login=None):
+    def __init__(self, pem=(), at_once=False, login=None):
         self.at_once, self.login, self.offered, self.secure = at_once, login, [], []
         super().__init__(SmtpTalk, pem)
 
@@ -180,7 +163,7 @@ class Web(Server):
     """POSTs. `taken` gets (key, body, heads) of each that is answered with 2xx; a key that is known
     is answered so, too, and not taken again; `repeats` counts them."""
 
-    def __init__(self, pem=""):
+    def __init__(self, pem=()):
         self.repeats = 0
         super().__init__(WebTalk, pem)
 

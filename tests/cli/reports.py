@@ -10,7 +10,7 @@ import subprocess
 import unittest
 
 import support
-from support import KmctlCase
+from support import KmctlCase, bytes_of, put, text_of
 
 
 class ReportCase(KmctlCase):
@@ -36,8 +36,7 @@ class ReportCase(KmctlCase):
                      if line.split("=")[0] not in ["report_" + key for key in settings]]
         at = lines.index("[#MOBILE]") + 1
         lines[at:at] = ["report_%s=%s" % one for one in settings.items() if one[1] != ""]
-        with open(path, "w") as file:
-            file.write("\n".join(lines) + "\n")
+        put(path, "\n".join(lines) + "\n")
 
     def work(self, *parts):
         return os.path.join(self.state, "work", *parts)
@@ -54,8 +53,7 @@ class ReportCase(KmctlCase):
         found = []
         for name in os.listdir(self.out) if os.path.isdir(self.out) else []:
             if name.startswith("reports") and "db" not in name:
-                with open(os.path.join(self.out, name)) as file:
-                    text = file.read()
+                text = text_of(os.path.join(self.out, name))
                 self.assertTrue(text == "" or text.endswith("\n"), text)
                 found += [json.loads(line) for line in text.splitlines()]
         return found
@@ -97,8 +95,7 @@ class ReportCase(KmctlCase):
         os.makedirs(self.path("out/reports/in the way"))
         os.makedirs(self.path("out/reports.db"))
         shutil.rmtree(self.work("notice"), ignore_errors=True)
-        with open(self.work("notice"), "w"):
-            pass
+        put(self.work("notice"))
 
     def unblock(self):
         shutil.rmtree(self.out, ignore_errors=True)
@@ -165,8 +162,7 @@ class Course(ReportCase):
         texts = {}
         for name in os.listdir(self.out):
             if "db" not in name:
-                with open(os.path.join(self.out, name)) as file:
-                    texts[name] = file.read()
+                texts[name] = text_of(os.path.join(self.out, name))
         self.assertEqual(texts, {"reports": "remove:p\n-\ninstall:p\n-\n",
                                  "reports.1": "remove:p\n-\ninstall:p\n-\n",
                                  "reports.2": "remove:p\n-\ninstall:p\n-\n"})
@@ -225,8 +221,7 @@ class Channels(ReportCase):
 
     def test_a_database_that_is_none_or_newer(self):
         os.makedirs(self.out)
-        with open(self.path("out/reports.db"), "wb") as file:
-            file.write(b"no database " * 1000)
+        put(self.path("out/reports.db"), b"no database " * 1000)
         self.fails("db")
         os.remove(self.path("out/reports.db"))
         base = sqlite3.connect(self.path("out/reports.db"))
@@ -241,16 +236,15 @@ class Channels(ReportCase):
         self.fails("evc")
         key = self.km_json("report", "list")["reports"][0]["id"]
         os.makedirs(self.work("deliveries"), exist_ok=True)
-        with open(self.work("deliveries", key + ".syslog"), "w") as note:
-            note.write("begun\n")  # as a process leaves it that dies while it tells the log
+        # As a process leaves it that dies while it tells the log.
+        put(self.work("deliveries", key + ".syslog"), "begun\n")
         told = self.km_json("report", "deliver")
         self.assertEqual((told["delivered"], [one["id"] for one in told["messages"]]),
                          (1, ["doubt"]), told)
         self.assertEqual(self.messages(), [])
 
     def test_notices_are_cleared_once(self):
-        with open(self.work("notice"), "w"):
-            pass
+        put(self.work("notice"))
         self.fails("notice")
         os.remove(self.work("notice"))
         self.comes_back()
@@ -330,8 +324,7 @@ class Commands(ReportCase):
         good = self.pending(3)
         top = self.work("message")
         names = [name for name in self.messages() if not name.endswith("_statuses")]
-        with open(os.path.join(top, names[0]), "rb") as file:
-            whole = file.read()
+        whole = bytes_of(os.path.join(top, names[0]))
         outside = support.make_tree(self.path("outside"), {"0": b"\xff" * 4, "file": "mine"})
         before = support.picture(outside)
         for name, content in {
@@ -366,9 +359,8 @@ class Commands(ReportCase):
         self.assertEqual(support.picture(outside), before)
         self.assertEqual(self.messages(), ["removed"])
         aside = os.listdir(os.path.join(top, "removed"))
-        for name in ("MSA01", "MSA03", "MSA05\nnew\nline", "MSA06\\..\\x", "MSA09.wrn", "MSA11", "MSA14", "MSA20",
-                     "MSA24", "MSA25.bak"):
-            self.assertIn(name, aside)
+        self.assertLessEqual({"MSA01", "MSA03", "MSA05\nnew\nline", "MSA06\\..\\x", "MSA09.wrn", "MSA11",
+                              "MSA14", "MSA20", "MSA24", "MSA25.bak"}, set(aside))
         # And what is put aside does not go where a link leads.
         shutil.rmtree(os.path.join(top, "removed"))
         os.symlink(outside, os.path.join(top, "removed"))
@@ -396,13 +388,6 @@ class Commands(ReportCase):
 @unittest.skipUnless(support.FAULTS, "needs the fault layer")
 class Kills(ReportCase):
     """Killed in front of any disk-changing call of a report's life."""
-
-    def killed(self, at, *words):
-        return self.call([support.FAULTS, "kill", str(at), *self.command(*words)], traced=True).code
-
-    def calls_of(self, *words):
-        ended = self.call([support.FAULTS, "count", *self.command(*words)], traced=True)
-        return int(ended.err.split()[-1])
 
     def end_and_count(self, at, operation, words, is_done):
         self.km("resume", code=None)

@@ -16,6 +16,8 @@ import unittest
 import report_servers
 import reports
 import support
+import web
+from support import bytes_of
 
 STEP = int(os.environ.get("KM_SHARES", "1"))  # every so many calls a kill
 
@@ -25,7 +27,8 @@ class RemoteCase(reports.ReportCase):
 
     def setUp(self):
         super().setUp()
-        self.pem, self.ca = report_servers.certificate(self.dir)
+        authority = web.Authority(self.dir)
+        self.pem, self.ca = authority.sign("server"), authority.certificate
         # A channel that is not set up counts as done: so both are, and nobody is there.
         self.set(event_url="http://127.0.0.1:1/", mail_server="127.0.0.1", mail_port=1,
                  mail_tls="none", mail_to="root@example.org", timeout=1)
@@ -68,7 +71,7 @@ class RemoteCase(reports.ReportCase):
 
     def mail(self, tls="none", user=False):
         server = self.started(report_servers.Smtp(
-            "" if tls == "none" else self.pem, tls == "tls",
+            () if tls == "none" else self.pem, tls == "tls",
             base64.b64encode(b"\0me\0secret").decode() if user else None))
         support.make_tree(self.dir, {"password": "secret\n"})
         self.set(mail_server="127.0.0.1", mail_port=server.port, mail_tls=tls, mail_ca_file=self.ca,
@@ -77,7 +80,7 @@ class RemoteCase(reports.ReportCase):
                  mail_password_file=self.path("password") if user else "")
         return server
 
-    def web(self, pem=""):
+    def web(self, pem=()):
         server = self.started(report_servers.Web(pem))
         self.set(event_url="http%s://127.0.0.1:%d/in?a=b" % ("s" if pem else "", server.port),
                  event_ca_file=self.ca if pem else "")
@@ -194,8 +197,7 @@ class Mail(RemoteCase):
         self.set(mail_to="root@example.org", mail_spool=self.path("spool"))
         self.succeeds()
         name, = os.listdir(self.path("spool"))
-        with open(self.path("spool", name), "rb") as file:
-            mail = email.message_from_bytes(file.read(), policy=email.policy.default)
+        mail = email.message_from_bytes(bytes_of(self.path("spool", name)), policy=email.policy.default)
         self.assertEqual(name, mail["Message-ID"][1:].split("@")[0] + ".eml")
         self.assertEqual(mail.defects, [])
 
@@ -209,7 +211,7 @@ def kill_all(pid):
 
 class Event(RemoteCase):
     def test_every_stage_fails_and_comes_back(self):
-        self.try_posts("")
+        self.try_posts(())
 
     def test_what_a_post_holds(self):
         server = self.web(self.pem)
@@ -304,7 +306,7 @@ class Kills(RemoteCase):
         mails, posts, log = self.mail(), self.web(), self.log()
         log.start()
         self.again()
-        calls = self.calls()
+        calls = self.calls_of("report", "deliver")
         self.assertGreater(calls, 40)
         for at in range(1, calls + 1, STEP):
             self.again()
@@ -314,7 +316,7 @@ class Kills(RemoteCase):
             for held in (mails.taken, posts.taken, log.taken):
                 del held[:]
             for n in (at, at // 2 + 1)[: 1 + at % 2]:
-                self.kill(n)
+                self.killed(n, "report", "deliver")
             self.succeeds()
             log.settle()
             self.assertEqual((len(mails.taken), len(posts.taken), len(log.taken)), (1, 1, 1), at)
@@ -326,20 +328,13 @@ class Kills(RemoteCase):
         self.set(mail_to="root@example.org", mail_spool=self.path("spool"))
         os.mkdir(self.path("spool"))
         self.again()
-        for at in range(1, self.calls() + 1, STEP):
+        for at in range(1, self.calls_of("report", "deliver") + 1, STEP):
             self.again()
             self.fetched()
-            self.kill(at)
+            self.killed(at, "report", "deliver")
             first = self.fetched()
             self.succeeds()
             self.assertEqual(first + self.fetched(), 1, at)
-
-    def calls(self):
-        return int(self.call([support.FAULTS, "count", *self.command("report", "deliver")],
-                             traced=True).err.split()[-1])
-
-    def kill(self, at):
-        self.call([support.FAULTS, "kill", str(at), *self.command("report", "deliver")], traced=True)
 
     def fetched(self):
         names = [name for name in os.listdir(self.path("spool")) if not name.startswith(".")]

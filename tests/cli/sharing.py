@@ -10,30 +10,6 @@ class Sharing(KmctlCase):
         return self.build({"lib/common": "common", "own-" + name: own}, name, version, "/opt/suite",
                           "--shared", "lib/*")
 
-    def test_the_last_package_takes_the_shared_file(self):
-        for order in (("one", "two", "three"), ("three", "one", "two")):
-            with self.subTest(order=order):
-                for name in ("one", "two", "three"):
-                    self.km("install", self.shared(name, name))
-                for name in order[:2]:
-                    self.km("remove", name)
-                    self.assertEqual(self.read("/opt/suite/lib/common"), b"common", name)
-                    self.assertFalse(os.path.exists(self.at("/opt/suite/own-" + name)))
-                self.km("remove", order[2])
-                self.assertEqual(os.listdir(self.root), [])
-                self.assertEqual(self.leftovers(), [])
-
-    def test_installing_again_counts_once(self):
-        one, two = self.shared("one", "1"), self.shared("two", "2")
-        self.km("install", one)
-        self.km("install", two)
-        for _ in range(3):
-            self.km("install", one, "--force")
-        self.km("remove", "one")
-        self.assertEqual(self.read("/opt/suite/lib/common"), b"common")
-        self.km("remove", "two")
-        self.assertEqual(os.listdir(self.root), [])
-
     def test_an_upgrade_leaves_what_another_package_holds(self):
         both = {"lib/common": "common", "own": "1"}
         self.km("install", self.build(both, "one", "1.0", "/opt/suite"))
@@ -109,24 +85,6 @@ class Twice(KmctlCase):
         self.km("install", other, "--force")
         self.assertEqual(self.read("/opt/p/a"), b"22")
         self.assertEqual(self.read("/opt/p/new"), b"y")
-
-    def test_removing_twice_is_not_found(self):
-        self.km("install", self.build({"a": "1"}))
-        self.km("remove", "p")
-        before = self.state_picture()
-        ended = self.km("remove", "p", code=3)
-        self.assertIn("kmctl list", ended.err)
-        self.km("status", "p", code=3)
-        self.km("show", "p", code=3)
-        self.assert_same(before, self.state_picture())
-
-    def test_install_again_after_a_remove(self):
-        package = self.build({"a": "1"})
-        for _ in range(5):
-            self.km("install", package)
-            self.km("remove", "p")
-        self.assertEqual(os.listdir(self.root), [])
-        self.assertEqual(self.leftovers(), [])
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@ import tempfile
 import shutil
 
 import support
+from support import bytes_of
 import web
 from reboot import TABLE, ProgramCase
 
@@ -56,8 +57,7 @@ class StreamThroughReboot(ProgramCase):
         self.assertEqual(self.letters("pr"), "ICU--" if mode == "--undoable" else "IC---")
         for name, content in self.files.items():
             if name != "p.spd":
-                with open(self.path("area", name), "rb") as file:
-                    self.assertEqual(file.read(), content, name)
+                self.assertEqual(bytes_of(self.path("area", name)), content, name)
         self.assertEqual(len(self.there()), 2 * COUNT)
         self.assertLessEqual(proxy.sent, self.size + again)
         self.assertLessEqual(proxy.most_often(), 2)
@@ -124,9 +124,7 @@ class StreamThroughReboot(ProgramCase):
             self.codes("pr", 12)
             self.km("install", proxy.address("p.spb"))
             self.boot()
-            killed = self.call([support.FAULTS, "kill", str(at), *self.command("resume", "--boot")],
-                               traced=True)
-            if killed.code != 137:
+            if self.killed(at, "resume", "--boot") != 137:
                 break
             self.km("resume", "--boot")
             self.assertEqual(len(self.there()), 2 * COUNT, at)

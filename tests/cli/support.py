@@ -81,11 +81,22 @@ class readable:
 
 def differences(old, new):
     """What a person wants to read of two pictures."""
-    return [
-        "%s: %s -> %s" % (os.fsdecode(path), old.get(path), new.get(path))
-        for path in sorted(set(old) | set(new))
-        if old.get(path) != new.get(path)
-    ]
+    return ["%s: %s -> %s" % (os.fsdecode(path), old.get(path), new.get(path))
+            for path in sorted(set(old) | set(new)) if old.get(path) != new.get(path)]
+
+
+def put(path, content="", mode="w"):
+    with open(path, mode + "b") as file:
+        file.write(content.encode() if isinstance(content, str) else content)
+
+
+def bytes_of(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def text_of(path):
+    return bytes_of(path).decode()
 
 
 def make_tree(top, files):
@@ -96,9 +107,14 @@ def make_tree(top, files):
         if isinstance(content, tuple):
             os.symlink(content[0], full)
         elif not path.endswith("/"):
-            with open(full, "wb") as file:
-                file.write(content if isinstance(content, bytes) else content.encode())
+            put(full, content)
     return top
+
+
+def become_nobody():
+    os.setgroups([])
+    os.setgid(65534)
+    os.setuid(65534)
 
 
 class KmctlCase(unittest.TestCase):
@@ -141,20 +157,26 @@ class KmctlCase(unittest.TestCase):
         return env
 
     def call(self, words, traced=False, **more):
-        done = subprocess.run(
-            words,
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE,
-            cwd=more.pop("cwd", self.dir),
-            env=more.pop("env", None) or self.environment(traced),
-            timeout=more.pop("timeout", 100),
-            **more
-        )
-        ended = Ended(done)
+        ended = Ended(subprocess.run(
+            words, stdin=subprocess.DEVNULL, capture_output=True, cwd=more.pop("cwd", self.dir),
+            env=more.pop("env", None) or self.environment(traced), timeout=more.pop("timeout", 100), **more))
         self.assertNotIn("Sanitizer", ended.err, ended)
         self.assertNotIn("runtime error", ended.err, ended)
         return ended
+
+    def faulty(self, how, *words):
+        """A command under the fault layer, which is told `how`: "kill", its number, and so on."""
+        return self.call([FAULTS, *map(str, how), *self.command(*words)], traced=True)
+
+    def calls_of(self, *words):
+        """How many disk-changing calls a command makes."""
+        ended = self.faulty(["count"], *words)
+        self.assertEqual(ended.code, 0, ended)
+        return int(ended.err.split()[-1])
+
+    def killed(self, at, *words):
+        """The exit code of a command that is killed in front of a call: 137 unless it made fewer."""
+        return self.faulty(["kill", at], *words).code
 
     def km(self, *words, code=0, **more):
         """Runs a command with the scratch root and state; `code` None takes any exit code."""
@@ -195,23 +217,24 @@ class KmctlCase(unittest.TestCase):
                     b"log", b"log/kmctl.log")
         return {p: one for p, one in picture(self.state).items() if p not in left_out}
 
+    def as_nobody(self):
+        """As an ordinary user: the scratch directory is handed to one where root runs this."""
+        if os.geteuid() != 0:
+            return {}
+        for here, names, files in os.walk(self.dir):
+            for name in [".", *names, *files]:
+                os.lchown(os.path.join(here, name), 65534, 65534)
+        return {"preexec_fn": become_nobody}
+
     def read(self, path):
-        with open(self.at(path), "rb") as file:
-            return file.read()
+        return bytes_of(self.at(path))
 
     def leftovers(self):
         """Temporary names of objects, and profiles that no package of the list has."""
-        left = [
-            os.path.join(here, name)
-            for here, _, names in os.walk(self.root)
-            for name in names
-            if ".km~" in name
-        ]
-        listed = self.km_json("list")["packages"]
-        named = {
-            self.km_json("status", "%s^%s" % (one["name"], one["version"]))["profile"]
-            for one in listed
-        }
+        left = [os.path.join(here, name) for here, _, names in os.walk(self.root) for name in names
+                if ".km~" in name]
+        named = {self.km_json("status", "%s^%s" % (one["name"], one["version"]))["profile"]
+                 for one in self.km_json("list")["packages"]}
         work = os.path.join(self.state, "work")
         for name in os.listdir(work) if os.path.isdir(work) else []:
             if name.startswith("PP") and os.path.join(work, name) not in named:

@@ -5,7 +5,7 @@ import subprocess
 import unittest
 
 import support
-from support import KmctlCase
+from support import KmctlCase, put
 
 ENGLISH = "The container 'Servers' is skipped because the condition '1 == 2' is false."
 GERMAN = "Der Container 'Servers' wird übergangen, weil die Bedingung '1 == 2' nicht erfüllt ist."
@@ -45,8 +45,7 @@ class Translations(KmctlCase):
     def setUp(self):
         super().setUp()
         definition = self.path("p.spd")
-        with open(definition, "w") as file:
-            file.write(DEFINITION)
+        put(definition, DEFINITION)
         self.package = self.path("p.spb")
         self.km("build", definition, "-o", self.package)
 
@@ -59,11 +58,9 @@ class Translations(KmctlCase):
             self.assertEqual((told["severity"], told["text"]), ("info", text), language)
 
     def test_nlspath_wins_and_what_is_no_catalogue_is_passed_over(self):
-        with open(self.path("own.msg"), "w") as file:
-            file.write('$ codeset=UTF-8\n$set 2\n788 I Own words: %1$s\n')
+        put(self.path("own.msg"), '$ codeset=UTF-8\n$set 2\n788 I Own words: %1$s\n')
         subprocess.run(["gencat", self.path("spcatalog-de.cat"), self.path("own.msg")], check=True)
-        with open(self.path("bad"), "wb") as file:
-            file.write(os.urandom(500))
+        put(self.path("bad"), os.urandom(500))
         where = self.path("none") + ":" + self.path("bad") + ":" + self.path("%N-%l.cat")
         told = self.told(LC_ALL="de_DE.UTF-8", NLSPATH=where)
         self.assertEqual(told["text"], "Own words: 1 == 2")

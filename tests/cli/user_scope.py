@@ -4,7 +4,7 @@ import shutil
 import unittest
 
 import support
-from support import KmctlCase, differences, picture
+from support import KmctlCase, differences, picture, put, text_of
 
 NOBODY = 65534
 DEFINITION = """kmspd 1.0
@@ -28,8 +28,7 @@ class UserScope(KmctlCase):
         os.chmod(self.dir, 0o755)
         self.home = self.path("home")
         os.mkdir(self.home)
-        with open(os.path.join(self.home, "mine"), "w") as file:
-            file.write("mine")
+        put(os.path.join(self.home, "mine"), "mine")
         os.chown(self.home, NOBODY, NOBODY)
         self.empty = picture(self.home)
         support.make_tree(self.path("tree"), {"a": "a", "b": "b", "sub/c": "c" * 1000})
@@ -45,11 +44,7 @@ class UserScope(KmctlCase):
         return env
 
     def call(self, words, **more):
-        def become():
-            os.setgroups([])
-            os.setgid(NOBODY)
-            os.setuid(NOBODY)
-        return super().call(words, preexec_fn=become, cwd="/", **more)
+        return super().call(words, preexec_fn=support.become_nobody, cwd="/", **more)
 
     def tool(self, version="1", to="$(home_path)/.local/tool", *more):
         out = self.path("tool-%s.spb" % version)
@@ -94,15 +89,13 @@ class UserScope(KmctlCase):
         self.assertEqual(self.left(), [])
 
     def test_conditions_keep_the_data_in_step(self):
-        with open(self.path("p.spd"), "w") as file:
-            file.write(DEFINITION % ("$(home_path)/.d/b", "is_per_user = y"))
+        put(self.path("p.spd"), DEFINITION % ("$(home_path)/.d/b", "is_per_user = y"))
         KmctlCase.call(self, [support.KMCTL, "build", self.path("p.spd"), "--base", self.dir, "-o",
                               self.path("d.spb")])
         for source in (self.path("d.spb"), "file://" + self.path("d.spb")):
             self.km("install", source, "-D", "which=this")
             for name in "ab":
-                with open(self.home + "/.d/" + name) as file:
-                    self.assertEqual(file.read(), name)
+                self.assertEqual(text_of(self.home + "/.d/" + name), name)
             self.assertFalse(self.stands(".d/skipped"))
             self.km("remove", "d")
             self.assertFalse(self.stands(".d"))
@@ -114,8 +107,7 @@ class UserScope(KmctlCase):
                                  ("$(home_path)x/b", "is_per_user = y", "not below"),
                                  ("$(home_path)/.d/b", "", "machine")):
             with self.subTest(path=path, scope=scope):
-                with open(self.path("p.spd"), "w") as file:
-                    file.write(DEFINITION % (path, scope))
+                put(self.path("p.spd"), DEFINITION % (path, scope))
                 KmctlCase.call(self, [support.KMCTL, "build", self.path("p.spd"), "--base", self.dir,
                                       "-o", self.path("d.spb")])
                 ended = self.km("install", self.path("d.spb"), code=5)

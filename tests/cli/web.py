@@ -113,30 +113,19 @@ class Faults:
         assert not ways, ways
 
 
-class Proxy:
-    def __init__(self, backend, faults=None, certificate=None):
-        self.backend, self.faults = backend, faults or Faults()
+class Listener:
+    """Answers whoever connects to a port of the kernel's choice, each in a thread of its own."""
+
+    def __init__(self):
         self.socket = socket.socket()
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 1 << 16)
         self.socket.bind(("127.0.0.1", 0))
         self.socket.listen(16)
         self.port = self.socket.getsockname()[1]
-        self.tls = None
-        if certificate:
-            self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            self.tls.load_cert_chain(*certificate)
-        self.requests, self.sent, self.ranges = 0, 0, []
-        self.interruptions = 0  # that it made
-        self.spans = []         # [first byte, how many] of the file, of each answer
-        self.is_open = True
-        self.thread = threading.Thread(target=self.accept, daemon=True)
-        self.thread.start()
-
-    def address(self, name):
-        return "%s://127.0.0.1:%d/%s" % ("https" if self.tls else "http", self.port, name)
+        threading.Thread(target=self.accept, daemon=True).start()
 
     def accept(self):
-        while self.is_open:
+        while True:
             try:
                 client, _ = self.socket.accept()
             except OSError:
@@ -146,21 +135,45 @@ class Proxy:
     def serve(self, client):
         try:
             client.settimeout(60)
-            if self.tls:
-                client = self.tls.wrap_socket(client, server_side=True)
-            self.answer(client)
+            client = self.wrapped(client)
+            request = b""
+            while b"\r\n\r\n" not in request:
+                block = client.recv(65536)
+                if not block:
+                    return
+                request += block
+            self.answer(request, client)
         except (OSError, http.client.HTTPException):
             pass
         finally:
             client.close()
 
-    def answer(self, client):
-        request = b""
-        while b"\r\n\r\n" not in request:
-            block = client.recv(65536)
-            if not block:
-                return
-            request += block
+    def wrapped(self, client):
+        return client
+
+    def close(self):
+        self.socket.close()
+
+
+class Proxy(Listener):
+    def __init__(self, backend, faults=None, certificate=None):
+        self.backend, self.faults = backend, faults or Faults()
+        self.tls = None
+        if certificate:
+            self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            self.tls.load_cert_chain(*certificate)
+        self.requests, self.sent, self.ranges = 0, 0, []
+        self.interruptions = 0  # that it made
+        self.spans = []         # [first byte, how many] of the file, of each answer
+        super().__init__()
+
+    def address(self, name):
+        return "%s://127.0.0.1:%d/%s" % ("https" if self.tls else "http", self.port, name)
+
+    def wrapped(self, client):
+        return self.tls.wrap_socket(client, server_side=True) if self.tls else client
+
+    def answer(self, request, client):
         self.requests += 1
         faults = self.faults
         if faults.drop > 0:
@@ -246,52 +259,22 @@ class Proxy:
             if faults.slow:
                 time.sleep(faults.slow)
 
-    def close(self):
-        self.is_open = False
-        self.socket.close()
 
-
-class ForwardProxy:
+class ForwardProxy(Listener):
     """A proxy as an office has one: it connects for others, whom it may ask for a password, and may end
     each connection behind so many bytes."""
 
     def __init__(self, password=None, cut_every=0):
         self.password = password and b"Basic " + base64.b64encode(password.encode())
         self.cut_every = cut_every
-        self.asked, self.refused = [], 0  # first lines of requests
-        self.socket = socket.socket()
-        self.socket.bind(("127.0.0.1", 0))
-        self.socket.listen(16)
-        self.address = "127.0.0.1:%d" % self.socket.getsockname()[1]
-        threading.Thread(target=self.accept, daemon=True).start()
+        self.asked = []  # first lines of requests
+        super().__init__()
+        self.address = "127.0.0.1:%d" % self.port
 
-    def accept(self):
-        while True:
-            try:
-                client, _ = self.socket.accept()
-            except OSError:
-                return
-            threading.Thread(target=self.serve, args=(client,), daemon=True).start()
-
-    def serve(self, client):
-        with client:
-            try:
-                client.settimeout(60)
-                self.answer(client)
-            except OSError:
-                pass
-
-    def answer(self, client):
-        request = b""
-        while b"\r\n\r\n" not in request:
-            block = client.recv(65536)
-            if not block:
-                return
-            request += block
+    def answer(self, request, client):
         head, body = request.split(b"\r\n\r\n", 1)
         lines = head.split(b"\r\n")
         if self.password and b"Proxy-Authorization: " + self.password not in lines:
-            self.refused += 1
             client.sendall(b"HTTP/1.1 407 Who\r\nProxy-Authenticate: Basic realm=\"x\"\r\n"
                            b"Content-Length: 0\r\nConnection: close\r\n\r\n")
             return
@@ -325,9 +308,6 @@ class ForwardProxy:
                 if self.cut_every and passed >= self.cut_every:
                     return
 
-    def close(self):
-        self.socket.close()
-
 
 class Authority:
     """Signs certificates, as a company does for its own machines."""
@@ -343,7 +323,8 @@ class Authority:
 
     def make(self, name, subject, *more):
         cert, key = self.files(name)
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                        "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj",
                         subject, "-keyout", key, "-out", cert, *more],
                        check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         return cert, key
