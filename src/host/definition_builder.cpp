@@ -8,6 +8,7 @@
 #include "file_object.h"
 #include "log_objects.h"
 #include "object_command.h"
+#include "pack_ahead.h"
 #include "pair.h"
 #include "room.h"
 #include "tree_walk.h"
@@ -117,7 +118,10 @@ void builder::run() {
     package_->messages = &messages_;
     km::restart_data_sequence();
     if (write_package(request_.output, request_.stored, messages_, result_,
-                      [this](km::zipping_channel& zip) { return package_->save(&zip); }))
+                      [this](km::zipping_channel& zip) {
+                          const km::pack_ahead second(*package_);
+                          return package_->save(&zip);
+                      }))
         report();
 }
 

@@ -9,6 +9,7 @@
 #include "messages.h"
 #include "object_commands.h"
 #include "package.h"
+#include "pack_ahead.h"
 #include "pair.h"
 #include "room.h"
 #include "tree_scan.h"
@@ -159,7 +160,10 @@ void builder::fill() {
 bool builder::write() {
     km::restart_data_sequence();
     return write_package(request_.output, request_.stored, messages_, result_,
-                         [this](km::zipping_channel& zip) { return package_.save(&zip); });
+                         [this](km::zipping_channel& zip) {
+                             const km::pack_ahead second(package_);
+                             return package_.save(&zip);
+                         });
 }
 
 void builder::report() {

@@ -4,20 +4,36 @@
 #include "background_thread.h"
 
 #include <csignal>
-#include <pthread.h>
 
 namespace km {
 
-bool start_background_thread(void* (*work)(void*)) {
+namespace {
+bool start(pthread_t& thread, void* (*work)(void*), void* argument) {
     sigset_t all, before;
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    pthread_t thread;
-    const bool started = ::pthread_create(&thread, nullptr, work, nullptr) == 0;
-    if (started)
-        ::pthread_detach(thread);
+    const bool started = ::pthread_create(&thread, nullptr, work, argument) == 0;
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return started;
+}
+} // namespace
+
+bool start_background_thread(void* (*work)(void*)) {
+    pthread_t thread;
+    const bool started = start(thread, work, nullptr);
+    if (started)
+        ::pthread_detach(thread);
+    return started;
+}
+
+bool joined_thread::start(void* (*work)(void*), void* argument) {
+    return runs_ = km::start(thread_, work, argument);
+}
+
+void joined_thread::join() {
+    if (runs_)
+        ::pthread_join(thread_, nullptr);
+    runs_ = false;
 }
 
 } // namespace km

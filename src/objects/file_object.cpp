@@ -12,6 +12,7 @@
 #include "object_command.h"
 #include "object_messages.h"
 #include "own_texts.h"
+#include "pack_ahead.h"
 #include "package.h"
 #include "room.h"
 #include "trclog.h"
@@ -449,53 +450,39 @@ cm_result km_file::load(int) {
     return result;
 }
 
-namespace {
-// The number of bytes, which is above `most` where there are more; -1 with errno.
-long copy_data(int in, zipping_channel& out, long most, sha256* sum) {
-    long passed = 0;
-    while (passed <= most) {
-        const ssize_t got = ::read(in, block, block_size);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return got < 0 ? -1 : passed;
-        passed += got;
-        if (passed > most)
-            break;
-        if (sum)
-            sum->add(block, static_cast<size_t>(got));
-        out.write(block, static_cast<int>(got));
-    }
-    return passed;
+told_data km_file::told() const {
+    const bool is_known = digest == ustring(read_digest_.c_str());
+    return {size, digest.mbcs_str(), is_known ? read_ : known_file{}};
 }
-} // namespace
 
-cm_result km_file::save(zipping_channel* out) {
-    result = cm_command::success;
-    const std::string& shown = source.empty() ? path_bytes() : source;
-    const open_file in(open_source());
-    if (!in.good())
-        return fail("read", shown, errno);
+zip_entry* km_file::new_data_entry() const {
     auto* entry = new zip_entry(data_entry_name(sequence).c_str());
     entry->size = size;
     long seconds = modification_time().tv_sec;
     if (seconds == -1)
         seconds = 0; // would ask for the present
     entry->time = unix2dostime(&seconds);
-    if (!out->put_next_entry(entry))
-        return result = cm_command::failure;
-    struct stat about {};
-    const auto is_known = [&] {
-        return ::fstat(in.get(), &about) == 0 && read_.is(about) && about.st_size == size &&
-               ustring(read_digest_.c_str()) == digest;
-    };
-    sha256 sum;
-    const bool known = is_known();
-    const long passed = copy_data(in.get(), *out, size, known ? nullptr : &sum);
-    if (passed < 0)
+    return entry;
+}
+
+cm_result km_file::save(zipping_channel* out) {
+    if (const auto data = take_packed_ahead(*this, *out)) {
+        const bool put = out->put_deflated_entry(new_data_entry(), *data);
+        return result = put && !out->get_error() ? cm_command::success : cm_command::failure;
+    }
+    result = cm_command::success;
+    const std::string& shown = source.empty() ? path_bytes() : source;
+    const open_file in(open_source());
+    if (!in.good())
         return fail("read", shown, errno);
-    const bool is_same = known ? is_known() : ustring(sum.finish().c_str()) == digest;
-    if (passed != size || !is_same) {
+    if (!out->put_next_entry(new_data_entry()))
+        return result = cm_command::failure;
+    const auto passed = pass_data(in.get(), told(), [out](const unsigned char* bytes, int count) {
+        out->write(bytes, count);
+    });
+    if (passed == passing::unreadable)
+        return fail("read", shown, errno);
+    if (passed == passing::changed) {
         fail(om_changed, shown);
         return result = cm_command::temporary_failure;
     }

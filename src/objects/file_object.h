@@ -10,6 +10,9 @@
 
 namespace km {
 
+struct told_data;
+class zip_entry;
+
 class km_file : public km_object {
   public:
     codable* clone() const override { return new km_file(*this); }
@@ -36,6 +39,8 @@ class km_file : public km_object {
     }
     // What stands there is no file with these data.
     bool has_other_content() { return !stands_as_described(path_bytes(), false); }
+    // Behind load().
+    told_data told() const;
     long get_size() override { return size; }
     // Looks at the source: size and digest are known before the tree is coded.
     cm_result load(int load) override;
@@ -74,6 +79,7 @@ class km_file : public km_object {
     cm_result give_attributes(int descriptor, const std::string& name);
     bool has_no_data();
     int open_source();
+    zip_entry* new_data_entry() const;
     void note_placed(const place& where);
     bool is_as_placed(const struct stat& about);
     bool differs_by_own_texts(const std::string& at) const;

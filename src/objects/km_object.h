@@ -49,6 +49,7 @@ class km_object : public cm_object {
     // Where `load` and `save` find it on the machine that packs; not below the target root. What
     // the definition gave of mode, owner and group holds against what the source has.
     void set_source(const std::string& file) { source = file; }
+    const std::string& get_source() const { return source; }
     // Tells the temporary names of the commands of a package apart.
     void set_index(int index) { index_ = index; }
 

@@ -13,14 +13,13 @@
 namespace km {
 
 namespace {
-// Step of the deflate stream and block of a file: together they decide where its flush points fall.
-constexpr int out_size = 512;
+// Block of a file: with the step of the deflate stream it decides where the flush points fall.
 constexpr int copy_block = 4096;
 constexpr int read_size = 20480;
 } // namespace
 
 zipping_channel::zipping_channel(output_channel* inner)
-    : compressing_channel(inner, new compressor, out_size) {
+    : compressing_channel(inner, new compressor, entry_step) {
     set_finish_on_close(0);
 }
 
@@ -46,7 +45,10 @@ void zipping_channel::set_method(int method) {
         fail(channel_bad_call);
 }
 
-void zipping_channel::set_level(int level) { engine_->set_level(level); }
+void zipping_channel::set_level(int level) {
+    level_is_usual_ = level == -1;
+    engine_->set_level(level);
+}
 
 void zipping_channel::complete_from_file() {
     if (current_->time != -1 && current_->size != -1)
@@ -133,17 +135,21 @@ int zipping_channel::close_stored() {
     return 1;
 }
 
+void zipping_channel::note_deflated(long size, long csize, long crc) {
+    current_->size = size;
+    current_->csize = csize;
+    current_->crc = crc;
+    writeEXT();
+}
+
 int zipping_channel::close_deflated() {
     compressing_channel::finish();
     const long in = static_cast<long>(engine_->total_in() & 0xFFFFFFFFUL);
     const long out = static_cast<long>(engine_->total_out() & 0xFFFFFFFFUL);
     const long real_out = static_cast<long>(engine_->total_out());
     if (current_->flag & zip::flag_descriptor) {
-        current_->size = in;
-        current_->csize = out;
-        current_->crc = crc_.get_value();
         written_ += real_out;
-        writeEXT();
+        note_deflated(in, out, crc_.get_value());
     } else {
         if (current_->size != in || current_->csize != out)
             return fail(channel_disagree);
@@ -157,14 +163,26 @@ int zipping_channel::close_entry() {
     if (!current_)
         return 1;
     const int done = current_->method == zip_entry::stored ? close_stored() : close_deflated();
-    if (!done)
-        return 0;
+    return done ? end_entry() : 0;
+}
+
+int zipping_channel::end_entry() {
     entries_.push_back(current_->clone());
     crc_.reset();
     current_.reset();
     if (inner_->get_error())
         return fail(channel_disagree);
     return written_ > zip::largest ? fail(channel_too_large) : 1;
+}
+
+int zipping_channel::put_deflated_entry(zip_entry* entry, const deflated_data& data) {
+    entry->method = zip_entry::deflated;
+    entry->csize = -1; // it stands in the descriptor
+    if (!put_next_entry(entry))
+        return 0;
+    write_bytes(data.bytes);
+    note_deflated(data.size, static_cast<long>(data.bytes.size()), data.crc);
+    return end_entry();
 }
 
 int zipping_channel::finish() {

@@ -3,6 +3,7 @@
 
 #include "compressing_channel.h"
 #include "crc.h"
+#include "deflated_entry.h"
 #include "unzipping_channel.h"
 #include "vector.h"
 #include "zip_entry.h"
@@ -32,6 +33,13 @@ class zipping_channel : public compressing_channel {
     using compressing_channel::write;
     void write(const unsigned char* buffer, int length) override;
     int close_entry();
+    // The entry with data that were deflated elsewhere, which deflates_usually() allows: the
+    // container is the same as if they had been written here. The entry is taken over. 1 or 0.
+    int put_deflated_entry(zip_entry* entry, const deflated_data& data);
+    // Entries that say nothing else are deflated, at the usual level.
+    bool deflates_usually() const {
+        return default_method_ == zip_entry::deflated && level_is_usual_;
+    }
     // Writes the directory, once. Without any entry nothing is written and the status is 4.
     int finish();
     void close() override { finish(); }
@@ -49,6 +57,8 @@ class zipping_channel : public compressing_channel {
     void complete_from_file();
     int close_stored();
     int close_deflated();
+    int end_entry();
+    void note_deflated(long size, long csize, long crc);
     void write_bytes(const std::string& bytes);
     void writeLOC();
     void writeEXT();
@@ -62,6 +72,7 @@ class zipping_channel : public compressing_channel {
     long data_start_ = 0;
     const char* comment_ = nullptr;
     int default_method_ = 0;
+    bool level_is_usual_ = true;
     vector entries_;
     int status_ = 0;
     int finished_ = 0;
