@@ -4,6 +4,7 @@
 #include "intent.h"
 
 #include "durable.h"
+#include "km_object.h"
 #include "kill_point.h"
 #include "location.h"
 #include "package.h"
@@ -85,6 +86,7 @@ bool write_intent(const intent& what, outcome& result) {
     const std::string text = object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
     km::make_directories_durably(km::pathname(directory().c_str()));
     const std::string path = file_of(what.id);
+    km::expect_leftovers(intent_of(what.id).has_value());
     const auto write = [&text](int out) { return km::write_fully(out, text.data(), text.size()); };
     if (km::replace_durably(km::pathname(path.c_str()), 0600, write)) {
         KM_KILL_POINT("intent.after_write");

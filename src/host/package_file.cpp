@@ -156,7 +156,7 @@ class sequence {
 
 opened_package::~opened_package() {
     package.reset(); // it lends the reader
-    km::set_data_ahead(nullptr, nullptr);
+    km::end_data_ahead();
     if (stream)
         stream->force_close(); // nobody wants the rest of an entry
     if (reader)
@@ -233,8 +233,7 @@ bool open_package(const std::string& path, const std::vector<std::string>& defin
     opened.reader = std::make_unique<km::unzipping_channel>(
         new km::file_input_channel(km::pathname(path.c_str())));
     opened.reader->set_skip_tail(0);
-    km::set_data_ahead(opened.reader.get(), std::make_unique<km::inflate_ahead>(
-                                                path.c_str(), *directory, km::digest_of));
+    km::begin_data_ahead(opened.reader.get(), path.c_str(), *directory);
     return decode_package(path, definitions, messages, opened, result, substitute);
 }
 

@@ -13,9 +13,13 @@
 
 namespace km {
 
+class cm_package;
 class unzipping_channel;
+struct place;
 
 std::string data_entry_name(std::int32_t sequence);
+// 0 for what is no data of an object.
+long data_entry_number(const char* name);
 
 // The next number of this process, from 1.
 std::int32_t next_data_sequence();
@@ -27,10 +31,15 @@ enum class alignment { mine, not_ahead, lost_stream, damaged };
 // Opens the entry of that number, passing over those of commands before it.
 alignment align(unzipping_channel& in, std::int32_t sequence);
 
-// Somebody inflates the entries of the container that `in` reads from its start, and makes their
-// SHA-256; null ends that,
-// and must come before the end of `in`.
-void set_data_ahead(const unzipping_channel* in, std::unique_ptr<inflate_ahead> helper);
+// A second processor inflates the entries of the container at `path`, which `in` reads from its
+// start, makes their SHA-256 and writes files that are due; `directory` holds its zip_entries.
+void begin_data_ahead(const unzipping_channel* in, const char* path, const vector& directory);
+// Must come before the end of `in`.
+void end_data_ahead();
+
+// The walk of the package has come to `where`, and puts files of `in` there: see files_ahead.
+void come_to_files(const unzipping_channel& in, const cm_package& package, const place& where,
+                   bool replaces);
 
 // The data of the open entry and their digest, if they were inflated ahead; the entry is passed
 // over then, and a failure is the channel's. Null: they are to be read.

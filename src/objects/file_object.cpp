@@ -8,6 +8,7 @@
 #include "crc.h"
 #include "digest.h"
 #include "durable.h"
+#include "files_ahead.h"
 #include "kill_point.h"
 #include "object_command.h"
 #include "object_messages.h"
@@ -96,12 +97,7 @@ cm_result km_file::pass_over_data(cm_result with) {
     return result = with;
 }
 
-cm_result km_file::write_from(unzipping_channel& in, int out, const std::string& name,
-                              bool& consumed) {
-    if (const auto data = take_data_ahead(in)) {
-        consumed = true;
-        return write_ahead(in, *data, out, name);
-    }
+cm_result km_file::write_from(unzipping_channel& in, int out, const std::string& name) {
     sha256 sum;
     long written = 0;
     for (;;) {
@@ -119,7 +115,6 @@ cm_result km_file::write_from(unzipping_channel& in, int out, const std::string&
             return fail("write", name, error);
         }
     }
-    consumed = true;
     return check_written(in, written, sum.finish());
 }
 
@@ -143,57 +138,59 @@ cm_result km_file::write_ahead(unzipping_channel& in, const inflate_ahead::entry
     return check_written(in, length, data.digest);
 }
 
-// Owner first: a change of owner takes set-id bits away. What fits already is not set again: a look
-// costs a fraction of a change of the inode.
 cm_result km_file::give_attributes(int descriptor, const std::string& name) {
-    struct stat about {};
-    if (::fstat(descriptor, &about) != 0)
-        return fail("look at", name, errno);
-    written_inode_ = about.st_ino;
-    const auto user = static_cast<uid_t>(owner);
-    const auto users = static_cast<gid_t>(group);
-    const auto rights = static_cast<mode_t>(mode) & 07777;
-    const bool changes_owner = is_privileged() && (about.st_uid != user || about.st_gid != users);
-    if (changes_owner && ::fchown(descriptor, user, users) != 0)
-        return fail("give an owner to", name, errno);
-    if ((changes_owner || (about.st_mode & 07777) != rights) && ::fchmod(descriptor, rights) != 0)
-        return fail("set the mode of", name, errno);
-    const timespec times[2] = {{0, UTIME_OMIT}, modification_time()};
-    if (::futimens(descriptor, times) != 0)
-        return fail("set the time of", name, errno);
-    return cm_command::success;
-}
-
-// The last mode from the start, where nobody gets a right that he will not have: not where the file
-// may change hands, nor where its group counts, and never a right to write or a set-id bit.
-mode_t km_file::mode_while_written() const {
-    const auto rights = static_cast<mode_t>(mode);
-    const bool stays_ours = !is_privileged() || (static_cast<uid_t>(owner) == ::geteuid() &&
-                                                 static_cast<gid_t>(group) == ::getegid());
-    const bool group_is_as_others = ((rights >> 3) & 05) == (rights & 05);
-    return stays_ours && group_is_as_others ? 0600 | (rights & 0755) : 0600;
+    const char* failed = set_attributes(descriptor, attributes(), written_inode_);
+    return failed ? fail(failed, name, errno) : cm_command::success;
 }
 
 cm_result km_file::write_temporary(unzipping_channel& in, const place& where,
-                                   const std::string& name) {
+                                   const std::string& name, const inflate_ahead::entry_data* data) {
     const std::string full = where.parent + "/" + name;
     const writable_directory lifted(where.directory);
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    const mode_t first_mode = mode_while_written();
+    const mode_t first_mode = mode_while_written(attributes());
     int made = ::openat(where.directory, name.c_str(), flags, first_mode);
     if (made < 0 && errno == EEXIST) {
         ::unlinkat(where.directory, name.c_str(), 0);
         made = ::openat(where.directory, name.c_str(), flags, first_mode);
     }
     const open_file out(made);
-    if (!out.good())
-        return pass_over_data(fail("make", full, errno));
+    if (!out.good()) {
+        const auto failed = fail("make", full, errno);
+        return data ? failed : pass_over_data(failed);
+    }
     touched(where.directory, out.get());
-    bool consumed = false;
-    const auto written = write_from(in, out.get(), full, consumed);
-    if (written != cm_command::success)
-        return written;
-    return give_attributes(out.get(), full);
+    const auto written =
+        data ? write_ahead(in, *data, out.get(), full) : write_from(in, out.get(), full);
+    return written == cm_command::success ? give_attributes(out.get(), full) : written;
+}
+
+namespace {
+// Under its own name, unless something stands there; else under a temporary one.
+bool give_name(const nameless_file& file, const place& where, const std::string& temporary,
+               bool& in_place) {
+    in_place = !in_place && name_open_file(where, where.name, file.descriptor);
+    if (in_place || name_open_file(where, temporary, file.descriptor))
+        return true;
+    return errno == EEXIST && ::unlinkat(where.directory, temporary.c_str(), 0) == 0 &&
+           name_open_file(where, temporary, file.descriptor);
+}
+} // namespace
+
+// `in_place`: whether something stands there; then whether the new file does.
+cm_result km_file::write_new(unzipping_channel& in, const place& where, const std::string& name,
+                             bool& in_place) {
+    const auto data = take_data_ahead(in);
+    const auto* ready = data ? dynamic_cast<const nameless_file*>(data->product.get()) : nullptr;
+    if (ready && ready->given == attributes()) {
+        const auto checked = check_written(in, static_cast<long>(data->bytes.size()), data->digest);
+        KM_KILL_POINT("file.before_name");
+        written_inode_ = ready->inode;
+        if (checked != cm_command::success || give_name(*ready, where, name, in_place))
+            return checked;
+    }
+    in_place = false;
+    return write_temporary(in, where, name, data.get());
 }
 
 cm_result km_file::bring(const std::string& name, const std::string& into) {
@@ -203,23 +200,27 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
         return opened;
     const std::string target = directory_part(path_bytes()) + into;
     struct stat present {};
-    const bool replaces = look_at(target, present) && S_ISREG(present.st_mode);
+    bool in_place = look_at(target, present);
+    const bool replaces = in_place && S_ISREG(present.st_mode);
     const auto parents = make_parents(target);
     if (parents != cm_command::success)
         return pass_over_data(parents);
     const place where = locate(target);
     if (!where.found())
         return pass_over_data(fail("reach", where.parent, where.error));
-    temporary_may_be_left = true;
+    const bool left_before = temporary_may_be_left;
+    begin_temporary();
     stop_reading_ahead();
-    const auto written = write_temporary(*in, where, name);
+    come_to_files(*in, *package, where, replaces);
+    const auto written = write_new(*in, where, name, in_place);
     KM_KILL_POINT("file.before_rename");
-    if (written != cm_command::success || !replace_name(where, name, replaces)) {
+    if (written != cm_command::success || !(in_place || replace_name(where, name, replaces))) {
         const int error = errno;
         remove_name(where.parent + "/" + name, false);
         return written != cm_command::success ? written : fail("put in place", target, error);
     }
-    temporary_may_be_left = false;
+    end_temporary();
+    temporary_may_be_left = in_place && left_before; // nothing was renamed over it
     wrote_file(where.directory, size);
     if (target == path_bytes())
         note_placed(where);
@@ -304,7 +305,8 @@ cm_result km_file::stage() {
     const place staging = locate(final_name);
     if (!staging.found())
         return pass_over_data(fail("reach", staging.parent, staging.error));
-    const auto written = write_temporary(*in, staging, name);
+    begin_temporary();
+    const auto written = write_temporary(*in, staging, name, take_data_ahead(*in).get());
     if (written != cm_command::success || !replace_name(staging, name)) {
         const int error = errno;
         remove_name(base + name, false);
@@ -347,6 +349,13 @@ cm_result km_file::check_target(const place& where, const struct stat* present) 
         return fail("ask for the room of", where.parent, errno);
     tell(package, om_no_room, where.parent, needed, free_bytes);
     return result = cm_command::temporary_failure;
+}
+
+int km_file::is_identical(int phase) {
+    const int answer = km_object::is_identical(phase);
+    if (phase != p_prepare)
+        stood_as_described = answer;
+    return answer;
 }
 
 bool km_file::stands_as_described(const std::string& at, bool with_rights) {
@@ -553,7 +562,7 @@ cm_result km_file::skip_data() {
         return result = cm_command::success;
     switch (align(*in, sequence)) {
     case alignment::mine:
-        if (in->close_entry())
+        if (take_data_ahead(*in) ? !in->get_error() : in->close_entry())
             return result = cm_command::success;
         if (in->get_error() == channel_network)
             return result = cm_command::success_retry;

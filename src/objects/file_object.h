@@ -5,6 +5,7 @@
 #pragma once
 
 #include "data_entry.h"
+#include "file_attributes.h"
 #include "km_object.h"
 #include "read_ahead.h"
 
@@ -30,6 +31,10 @@ class km_file : public km_object {
     // time of its last change are these nobody wrote to it since. Empty: not known.
     ustring placed;
 
+    // When it was last asked, a file with these data and rights was there.
+    bool stood_as_described = false;
+    file_attributes attributes() const { return {mode, owner, group, modification_time()}; }
+
     // The data of the file that `about` tells of were read.
     bool has_read(const struct stat& about) const { return read_.is(about); }
     // This object is the state of a file that another one looked into.
@@ -42,6 +47,7 @@ class km_file : public km_object {
     // Behind load().
     told_data told() const;
     long get_size() override { return size; }
+    int is_identical(int phase) override;
     // Looks at the source: size and digest are known before the tree is coded.
     cm_result load(int load) override;
     cm_result save(zipping_channel* out) override;
@@ -72,10 +78,12 @@ class km_file : public km_object {
     cm_result open_data(unzipping_channel*& in);
     cm_result write_ahead(unzipping_channel& in, const inflate_ahead::entry_data& data, int out,
                           const std::string& name);
+    cm_result write_new(unzipping_channel& in, const place& where, const std::string& name,
+                        bool& in_place);
     cm_result check_written(unzipping_channel& in, long written, const std::string& sum);
-    cm_result write_from(unzipping_channel& in, int out, const std::string& name, bool& consumed);
-    cm_result write_temporary(unzipping_channel& in, const place& where, const std::string& name);
-    mode_t mode_while_written() const;
+    cm_result write_from(unzipping_channel& in, int out, const std::string& name);
+    cm_result write_temporary(unzipping_channel& in, const place& where, const std::string& name,
+                              const inflate_ahead::entry_data* data);
     cm_result give_attributes(int descriptor, const std::string& name);
     bool has_no_data();
     int open_source();

@@ -87,7 +87,7 @@ cm_result km_hard_link::put(int) {
     if (parents != cm_command::success)
         return parents;
     const std::string temporary = bytes.substr(0, bytes.find_last_of('/') + 1) + temporary_name();
-    temporary_may_be_left = true;
+    begin_temporary();
     if (!remove_name(temporary, false) || !link_name(target.mbcs_str(), temporary))
         return fail("make the link", bytes, errno);
     const place where = locate(bytes);
@@ -97,7 +97,7 @@ cm_result km_hard_link::put(int) {
         return fail("put in place", bytes, error);
     }
     touched(where.directory);
-    temporary_may_be_left = false;
+    end_temporary();
     return cm_command::success;
 }
 

@@ -29,6 +29,12 @@ namespace km {
 
 bool is_privileged() { return ::geteuid() == 0; }
 
+namespace {
+bool leftovers_expected = true;
+}
+
+void expect_leftovers(bool expected) { leftovers_expected = expected; }
+
 void km_object::encode_object(encoder& to) const {
     cm_object::encode_object(to);
     to.encode_string_field(200, path);
@@ -281,9 +287,9 @@ cm_result km_object::remove_own(const std::string& name) {
 }
 
 void km_object::drop_temporary() {
-    if (!temporary_may_be_left || !well_formed())
+    if (!temporary_may_be_left || !(made_temporary_ || leftovers_expected) || !well_formed())
         return;
-    temporary_may_be_left = false;
+    end_temporary();
     const place where = locate(path_bytes());
     if (where.found() || (where.error != ENOENT && where.error != ENOTDIR))
         remove_name(where.parent + "/" + temporary_name(), false);

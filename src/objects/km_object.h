@@ -115,7 +115,11 @@ class km_object : public cm_object {
     void note_staged(const std::string& name);
     bool well_formed() const;
 
-    bool temporary_may_be_left = true;
+    // Something is made under the temporary name; then it has its own one.
+    void begin_temporary() { temporary_may_be_left = made_temporary_ = true; }
+    void end_temporary() { temporary_may_be_left = made_temporary_ = false; }
+
+    bool temporary_may_be_left = true; // by this run, or by one that was cut
     int checked_phase_ = p_do;
 
     // In the commit: the staged copy is renamed into its place.
@@ -133,6 +137,7 @@ class km_object : public cm_object {
     void import_rights(importer& from);
     bool was_undone() const;
 
+    bool made_temporary_ = false;
     mutable std::string bytes_;
     mutable ustring bytes_of_;
     int index_ = 0;
@@ -144,6 +149,10 @@ constexpr int bad_value = 0x40000;
 
 // Behind a temporary name: a copy that is whole and waits for the commit.
 constexpr char staged_mark[] = "s";
+
+// Whether a run that was cut may have left files under temporary names; so it is taken to be until
+// this is called. Where none can be there none is looked for.
+void expect_leftovers(bool expected);
 
 // Whether this process may give files away.
 bool is_privileged();

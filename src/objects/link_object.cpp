@@ -47,6 +47,7 @@ cm_result km_link::check_target(const place&, const struct stat* present) {
 cm_result km_link::make(const place& where, const std::string& shown) {
     const std::string name = temporary_name();
     const writable_directory lifted(where.directory);
+    begin_temporary();
     ::unlinkat(where.directory, name.c_str(), 0);
     if (::symlinkat(target.mbcs_str(), where.directory, name.c_str()) != 0)
         return fail("make the link", shown, errno);
@@ -63,7 +64,7 @@ cm_result km_link::make(const place& where, const std::string& shown) {
         return give_up("set the time of", errno);
     if (!replace_name(where, name))
         return give_up("put in place", errno);
-    temporary_may_be_left = false;
+    end_temporary();
     return cm_command::success;
 }
 

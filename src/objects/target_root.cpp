@@ -400,6 +400,14 @@ int replace_name(const place& where, const std::string& temporary, bool replaces
     return 1;
 }
 
+int name_open_file(const place& where, const std::string& name, int open_file) {
+    const std::string from = "/proc/self/fd/" + std::to_string(open_file);
+    if (::linkat(AT_FDCWD, from.c_str(), where.directory, name.c_str(), AT_SYMLINK_FOLLOW) != 0)
+        return 0;
+    touched(where.directory, open_file);
+    return 1;
+}
+
 int move_name(const std::string& from, const std::string& to) {
     const place old_place = locate(from);
     const place new_place = locate(to);

@@ -78,6 +78,10 @@ int remove_name_unseen(const std::string& path);
 // file stands there, whose blocks may be given back later. 1, or 0 with errno.
 int replace_name(const place& where, const std::string& temporary, bool replaces_file = false);
 
+// Gives a file that was made without a name the name `name` in the directory of `where`. 1, or 0
+// with errno: EEXIST where something has that name.
+int name_open_file(const place& where, const std::string& name, int open_file);
+
 // Renames from one path to another of the same file system, over what stands there. 1, or 0 with
 // errno.
 int move_name(const std::string& from, const std::string& to);

@@ -21,17 +21,21 @@ namespace km {
 namespace {
 
 constexpr long largest_entry = 1L << 20;
-constexpr long most_waiting = 3L << 20;
-constexpr long few_waiting = 2L << 20;
+constexpr long most_waiting = 6L << 20;
+constexpr long few_waiting = 4L << 20;
+constexpr size_t most_worked = 32;   // products that wait: they may hold descriptors
+constexpr size_t left_to_reader = 2; // he is there before anything could be made of them
 
 struct wanted {
     long offset, csize, size;
     unsigned long crc;
+    std::string name;
 };
 
 struct inflated {
-    long offset, packed;
-    std::unique_ptr<inflate_ahead::entry_data> data;
+    const wanted* of;
+    std::unique_ptr<inflate_ahead::entry_data> data; // null while the thread works on it
+    bool worked;
 };
 
 bool read_at(int file, std::string& to, long length, long at) {
@@ -115,79 +119,115 @@ std::unique_ptr<inflate_ahead::entry_data> worker::inflate(const wanted& one) {
 struct inflate_ahead::shared {
     std::string path;
     std::string (*digest)(const std::string&) = nullptr;
+    entry_work* work = nullptr;
     std::vector<wanted> entries; // in the order of the container
+    size_t next = 0;             // the entry to inflate; of the thread alone
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t came = PTHREAD_COND_INITIALIZER;
     pthread_cond_t went = PTHREAD_COND_INITIALIZER;
     std::deque<inflated> ready;
     long waiting = 0;  // bytes in `ready`
     long passed = -1;  // the reader has asked for everything up to this offset
-    long reached = -1; // offset of the last entry that the thread has done with
+    long reached = -1; // offset of the last entry that the thread has inflated
     bool reader_waits = false;
     bool ends = false; // the owner goes
     bool runs = false;
     pthread_t thread{};
 
-    bool wait_for_room();
+    void run();
+    bool inflate_next(worker& with);
+    bool work_on_next();
     void hand_over(const wanted& one, std::unique_ptr<entry_data> data);
-    void work();
-    void finish();
+    void wake_reader();
+    inflated* due();
+    inflated* find(const wanted* of);
+    bool drop_up_to(long offset, std::unique_ptr<entry_data>& data, long& packed);
 };
 
-// False: nobody wants more.
-bool inflate_ahead::shared::wait_for_room() {
-    ::pthread_mutex_lock(&lock);
-    while (!ends && waiting >= most_waiting)
-        ::pthread_cond_wait(&went, &lock);
-    const bool goes_on = !ends;
-    ::pthread_mutex_unlock(&lock);
-    return goes_on;
+void inflate_ahead::shared::wake_reader() {
+    if (reader_waits)
+        ::pthread_cond_signal(&came);
 }
 
 void inflate_ahead::shared::hand_over(const wanted& one, std::unique_ptr<entry_data> data) {
-    ::pthread_mutex_lock(&lock);
-    reached = one.offset;
+    reached = next < entries.size() ? one.offset : zip::largest;
     if (data && one.offset >= passed) {
         waiting += one.size;
-        ready.push_back({one.offset, one.csize, std::move(data)});
+        ready.push_back({&one, std::move(data), !work});
     }
-    if (reader_waits)
-        ::pthread_cond_signal(&came);
+    wake_reader();
+}
+
+// Locked, as the next ones are. False: there is none, or no room for it.
+bool inflate_ahead::shared::inflate_next(worker& with) {
+    if (next == entries.size() || waiting >= most_waiting)
+        return false;
+    const wanted& one = entries[next++];
     ::pthread_mutex_unlock(&lock);
-}
-
-void inflate_ahead::shared::work() {
-    worker with(path.c_str());
-    for (const auto& one : entries) {
-        if (!with.good() || !wait_for_room())
-            break;
-        auto data = with.inflate(one);
-        if (data && digest)
-            data->digest = digest(data->bytes);
-        hand_over(one, std::move(data));
-    }
-    finish();
-}
-
-void inflate_ahead::shared::finish() {
+    auto data = with.inflate(one);
+    if (data && digest)
+        data->digest = digest(data->bytes);
     ::pthread_mutex_lock(&lock);
+    hand_over(one, std::move(data));
+    return true;
+}
+
+inflated* inflate_ahead::shared::due() {
+    for (size_t i = left_to_reader; i < ready.size() && i < most_worked; ++i)
+        if (!ready[i].worked && work->is_due(ready[i].of->name))
+            return &ready[i];
+    return nullptr;
+}
+
+inflated* inflate_ahead::shared::find(const wanted* of) {
+    for (inflated& one : ready)
+        if (one.of == of)
+            return &one;
+    return nullptr;
+}
+
+bool inflate_ahead::shared::work_on_next() {
+    inflated* chosen = work ? due() : nullptr;
+    if (!chosen)
+        return false;
+    const wanted* of = chosen->of;
+    auto data = std::move(chosen->data);
+    chosen->worked = true;
+    ::pthread_mutex_unlock(&lock);
+    data->product = work->work(of->name, data->bytes);
+    ::pthread_mutex_lock(&lock);
+    if (inflated* still = find(of))
+        still->data = std::move(data);
+    wake_reader();
+    return true;
+}
+
+void inflate_ahead::shared::run() {
+    worker with(path.c_str());
+    ::pthread_mutex_lock(&lock);
+    if (!with.good())
+        next = entries.size();
+    while (!ends && (next < entries.size() || (work && !ready.empty())))
+        if (!work_on_next() && !inflate_next(with))
+            ::pthread_cond_wait(&went, &lock);
     reached = zip::largest;
-    ::pthread_cond_signal(&came);
+    wake_reader();
     ::pthread_mutex_unlock(&lock);
 }
 
 inflate_ahead::inflate_ahead(const char* path, const vector& directory,
-                             std::string (*digest)(const std::string&))
+                             std::string (*digest)(const std::string&), entry_work* work)
     : shared_(std::make_unique<shared>()) {
     shared_->path = path;
     shared_->digest = digest;
+    shared_->work = work;
     for (int i = 0; i < directory.size(); ++i) {
         const auto* one = directory.at<zip_entry>(i);
-        if (one && one->method == zip_entry::deflated && one->size > 0 &&
+        if (one && one->get_name() && one->method == zip_entry::deflated && one->size > 0 &&
             one->size <= largest_entry && one->csize > 0 && one->csize <= largest_entry &&
             one->offset >= 0)
-            shared_->entries.push_back(
-                {one->offset, one->csize, one->size, static_cast<unsigned long>(one->crc)});
+            shared_->entries.push_back({one->offset, one->csize, one->size,
+                                        static_cast<unsigned long>(one->crc), one->get_name()});
     }
     std::sort(shared_->entries.begin(), shared_->entries.end(),
               [](const wanted& a, const wanted& b) { return a.offset < b.offset; });
@@ -197,7 +237,7 @@ inflate_ahead::inflate_ahead(const char* path, const vector& directory,
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before);
     const auto run = [](void* of) -> void* {
-        static_cast<shared*>(of)->work();
+        static_cast<shared*>(of)->run();
         return nullptr;
     };
     shared_->runs = ::pthread_create(&shared_->thread, nullptr, run, shared_.get()) == 0;
@@ -214,6 +254,22 @@ inflate_ahead::~inflate_ahead() {
     ::pthread_join(shared_->thread, nullptr);
 }
 
+// False: the thread works on it.
+bool inflate_ahead::shared::drop_up_to(long offset, std::unique_ptr<entry_data>& data,
+                                       long& packed) {
+    for (; !ready.empty() && ready.front().of->offset <= offset; ready.pop_front()) {
+        inflated& first = ready.front();
+        if (first.of->offset == offset) {
+            if (!first.data)
+                return false;
+            packed = first.of->csize;
+            data = std::move(first.data);
+        }
+        waiting -= first.of->size;
+    }
+    return true;
+}
+
 std::unique_ptr<inflate_ahead::entry_data> inflate_ahead::take(long offset, long& packed) {
     shared& all = *shared_;
     if (!all.runs)
@@ -227,18 +283,10 @@ std::unique_ptr<inflate_ahead::entry_data> inflate_ahead::take(long offset, long
     all.passed = offset;
     const bool was_full = all.waiting > few_waiting;
     for (;;) {
-        while (!all.ready.empty() && all.ready.front().offset <= offset) {
-            inflated& first = all.ready.front();
-            all.waiting -= static_cast<long>(first.data->bytes.size());
-            if (first.offset == offset) {
-                packed = first.packed;
-                data = std::move(first.data);
-            }
-            all.ready.pop_front();
-        }
+        const bool is_free = all.drop_up_to(offset, data, packed);
         if (was_full && all.waiting <= few_waiting)
             ::pthread_cond_signal(&all.went);
-        if (data || all.reached >= offset)
+        if (is_free && (data || all.reached >= offset))
             break;
         all.reader_waits = true;
         ::pthread_cond_wait(&all.came, &all.lock);
@@ -246,6 +294,12 @@ std::unique_ptr<inflate_ahead::entry_data> inflate_ahead::take(long offset, long
     }
     ::pthread_mutex_unlock(&all.lock);
     return data;
+}
+
+void inflate_ahead::look_again() {
+    ::pthread_mutex_lock(&shared_->lock);
+    ::pthread_cond_signal(&shared_->went);
+    ::pthread_mutex_unlock(&shared_->lock);
 }
 
 } // namespace km

@@ -2,12 +2,14 @@
 #pragma once
 
 #include "command_filter.h"
+#include "data_entry.h"
 #include "directory_object.h"
 #include "file_object.h"
 #include "link_object.h"
 #include "made_directories.h"
 #include "object_commands.h"
 #include "room.h"
+#include "zip_file.h"
 
 #include "package/package_fixture.h"
 
@@ -211,6 +213,7 @@ class LifeTest : public PackageTest {
         stores all(dir_.at("store"));
         const bool from_file = op == "install" || op == "repair";
         std::unique_ptr<km::unzipping_channel> data;
+        const end_of_ahead ends_before_data;
         std::unique_ptr<km::cm_package> package;
         if (from_file && !goes_on_)
             package = from_package_file(all, data);
@@ -253,9 +256,16 @@ class LifeTest : public PackageTest {
         data->set_bytes_read(offset);
         return data;
     }
+    struct end_of_ahead {
+        ~end_of_ahead() { km::end_data_ahead(); }
+    };
     std::unique_ptr<km::cm_package>
     from_package_file(stores& all, std::unique_ptr<km::unzipping_channel>& data) {
         data = open_data(0);
+        km::zip_file listed(dir_.at("pkg.spb").c_str());
+        listed.readCEN();
+        const std::unique_ptr<km::vector> entries(listed.getCEN());
+        km::begin_data_ahead(data.get(), dir_.at("pkg.spb").c_str(), *entries);
         data->get_next_entry();
         km::cm_package* read = nullptr;
         km::sp_object reader(&all.messages);

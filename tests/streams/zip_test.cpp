@@ -265,6 +265,55 @@ TEST(InflateAhead, WaitsForItsReader) {
     }
 }
 
+namespace {
+// Marks every third entry, slowly.
+class marking : public km::entry_work {
+  public:
+    struct mark : product {
+        std::string of;
+    };
+    bool is_due(const std::string& name) override { return std::stoi(name.substr(1)) % 3 == 0; }
+    std::unique_ptr<product> work(const std::string& name, const std::string& bytes) override {
+        ::usleep(300);
+        auto made = std::make_unique<mark>();
+        made->of = name + bytes;
+        return made;
+    }
+};
+} // namespace
+
+// Whoever comes while one is worked on waits for it; what is passed over in the middle of it goes.
+TEST(InflateAhead, WorksOnWhatIsDue) {
+    km_test::scratch_dir dir;
+    km::array_output_channel out(1024);
+    km::zipping_channel zip(&out);
+    for (int i = 0; i < 200; ++i)
+        put(zip, ("e" + std::to_string(i)).c_str(), 8, std::to_string(i));
+    zip.finish();
+    dir.write("x", text_of(out));
+    km::zip_file read(dir.at("x").c_str());
+    ASSERT_EQ(read.readCEN(), 1);
+    const std::unique_ptr<km::vector> entries(read.getCEN());
+    for (const int step : {1, 2, 5, 40}) {
+        marking work;
+        km::inflate_ahead helper(dir.at("x").c_str(), *entries, nullptr, &work);
+        int marked = 0;
+        for (int i = 0; i < 200; i += step) {
+            long packed = 0;
+            const auto data = helper.take(entries->at<km::zip_entry>(i)->offset, packed);
+            ASSERT_TRUE(data && data->bytes == std::to_string(i)) << i;
+            if (const auto* made = dynamic_cast<marking::mark*>(data->product.get())) {
+                ++marked;
+                EXPECT_EQ(i % 3, 0);
+                EXPECT_EQ(made->of, "e" + std::to_string(i) + std::to_string(i));
+            }
+            if (i % 20 == 0)
+                ::usleep(5000);
+        }
+        EXPECT_TRUE(step > 2 || marked > 0);
+    }
+}
+
 // Who knows the packed length of an entry passes over it without inflating; a wrong one is a fault.
 TEST(Zip, AnEntryOfKnownLengthIsPassedOver) {
     const std::string bytes = archive();
