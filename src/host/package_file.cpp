@@ -254,6 +254,7 @@ bool decode_package(const std::string& path, const std::vector<std::string>& def
     sequence given(definitions);
     reader.command_line_variables = &given.all;
     bounded_channel bounded(*opened.reader);
+    reader.whole_channel = 1;
     km::cm_package* read = nullptr;
     reader.decode(read, &bounded, substitute, km::sp_object::either);
     opened.package.reset(read);

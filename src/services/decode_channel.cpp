@@ -6,21 +6,57 @@
 #include "encode_channel.h"
 #include "trclog.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
 namespace km {
 
+// Bytes of a block come next. What was pushed back comes before them.
+bool decode_channel::has_block() {
+    if (!in_blocks_ || pushed_back())
+        return false;
+    if (block_at_ == block_end_) {
+        block_at_ = 0;
+        block_end_ = std::max(inner_->read(block_, block_size), 0);
+    }
+    return block_at_ < block_end_;
+}
+
 int decode_channel::read() {
-    const int byte = pushback_input_channel::read();
+    if (has_block()) {
+        ++bytes_read_;
+        return block_[block_at_++];
+    }
+    const int byte = in_blocks_ && !pushed_back() ? -1 : pushback_input_channel::read();
     bytes_read_ += byte >= 0;
     return byte;
 }
 
 int decode_channel::read(unsigned char* buffer, int length) {
+    if (length < 1)
+        return 0;
+    if (in_blocks_ && !pushed_back()) {
+        if (!has_block())
+            return -1;
+        const int some = std::min(length, block_end_ - block_at_);
+        std::memcpy(buffer, block_ + block_at_, static_cast<size_t>(some));
+        block_at_ += some;
+        bytes_read_ += some;
+        return some;
+    }
     const int got = pushback_input_channel::read(buffer, length);
     bytes_read_ += got > 0 ? got : 0;
     return got;
+}
+
+long decode_channel::ignore(long count) {
+    if (!in_blocks_)
+        return pushback_input_channel::ignore(count);
+    long gone = 0;
+    while (gone < count && read() >= 0)
+        ++gone;
+    return gone;
 }
 
 bool decode_channel::read_buffer(unsigned char* bytes, int count) {
@@ -40,10 +76,17 @@ void decode_channel::read_bytes(unsigned char* bytes, int count) { read_buffer(b
 // What does not come stands as ones.
 std::uint32_t decode_channel::read_number(int count) {
     unsigned char bytes[4] = {0xFF, 0xFF, 0xFF, 0xFF};
-    read_buffer(bytes, count);
+    const unsigned char* from = bytes;
+    if (block_end_ - block_at_ >= count && !pushed_back()) {
+        from = block_ + block_at_;
+        block_at_ += count;
+        bytes_read_ += count;
+    } else {
+        read_buffer(bytes, count);
+    }
     std::uint32_t bits = 0;
     for (int i = 0; i < count; ++i)
-        bits = (bits << 8) | bytes[i];
+        bits = (bits << 8) | from[i];
     return bits;
 }
 

@@ -16,8 +16,12 @@ class decode_channel : public pushback_input_channel {
     static constexpr int short_read = 3;
     explicit decode_channel(input_channel* inner, int size = default_size)
         : pushback_input_channel(inner, size) {}
+    // The inner channel is read in blocks from now on: for one that ends where the values end, and
+    // that nobody reads behind them.
+    void read_in_blocks() { in_blocks_ = true; }
     int read() override;
     int read(unsigned char* buffer, int length) override;
+    long ignore(long count) override;
     // -1 at the end.
     virtual int read_byte() { return read(); }
     virtual void read_bytes(unsigned char* bytes, int count);
@@ -37,10 +41,16 @@ class decode_channel : public pushback_input_channel {
     int get_bytes_read() const { return bytes_read_; }
 
   private:
+    static constexpr int block_size = 512;
+    bool has_block();
     bool read_buffer(unsigned char* bytes, int count);
     std::uint32_t read_number(int count);
     int error_ = 0;
     int bytes_read_ = 0;
+    bool in_blocks_ = false;
+    int block_at_ = 0;
+    int block_end_ = 0;
+    unsigned char block_[block_size];
 };
 
 } // namespace km

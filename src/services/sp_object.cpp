@@ -203,6 +203,9 @@ cm_result sp_object::decode(cm_package*& package, input_channel* from, int subst
     {
         const kept_open guard(*from);
         decode_channel channel(from);
+        if (whole_channel ||
+            dynamic_cast<unzipping_channel*>(from)) // an entry is the package's alone
+            channel.read_in_blocks();
         decoder stream(&channel);
         if (decode_head(stream, type))
             decode_tree(package, stream, *from, substitute);

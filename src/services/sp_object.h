@@ -45,6 +45,7 @@ class sp_object {
     spmessage* messages;
     cm_result result = cm_command::success;
     const _sequence_string* command_line_variables = nullptr; // lent: texts "name=value"
+    int whole_channel = 0;     // 1: nobody reads behind the package; it is read in blocks
     int invalid_signature = 0; // 1 after a decode that failed on the signature
 
   private:

@@ -88,7 +88,8 @@ ustring::size_type ustring::rfind(const char16_t* s, size_type pos, size_type n,
     if (length_ == 0 || n > length_)
         return npos;
     for (pos = std::min(pos, length_ - n) + 1; pos-- > 0;)
-        if (same_text(buffer_ + pos, s, n, ignore_case))
+        if ((n == 0 || same(buffer_[pos], s[0], ignore_case)) &&
+            same_text(buffer_ + pos, s, n, ignore_case))
             return pos;
     return npos;
 }

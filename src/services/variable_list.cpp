@@ -204,7 +204,8 @@ void variable_list::change_defaults(variable_list* list) {
 
 int variable_list::substitute_variables(ustring& text) {
     variable_list* chain = searched_chain();
-    if (!chain)
+    // Nearly all texts of a package mention none.
+    if (!chain || text.find(u'$') == ustring::npos)
         return 1;
     const outermost counted;
     int result = 1;

@@ -40,10 +40,14 @@ std::string encoded(const km::codable& object) {
 // A decoder over bytes.
 class reading {
   public:
-    explicit reading(std::string bytes)
+    explicit reading(std::string bytes, bool in_blocks = false)
         : bytes_(std::move(bytes)), inner_(reinterpret_cast<const unsigned char*>(bytes_.data()),
                                            static_cast<int>(bytes_.size())),
-          channel_((inner_.inhibit(1), &inner_)), in(&channel_) {}
+          channel_((inner_.inhibit(1), &inner_)), in(&channel_) {
+        if (in_blocks)
+            channel_.read_in_blocks();
+    }
+    int bytes_read() const { return channel_.get_bytes_read(); }
 
   private:
     std::string bytes_;
@@ -55,9 +59,17 @@ class reading {
 };
 
 std::unique_ptr<km::codable> decoded(const std::string& bytes, int* status = nullptr) {
-    reading stream(bytes);
-    km::codable* object = nullptr;
+    reading stream(bytes), blocks(bytes, true);
+    km::codable *object = nullptr, *same = nullptr;
     stream.in.decode_object(object);
+    blocks.in.decode_object(same);
+    EXPECT_EQ(blocks.in.get_status(), stream.in.get_status());
+    EXPECT_EQ(blocks.bytes_read(), stream.bytes_read());
+    EXPECT_EQ(!same, !object);
+    if (object && same && !stream.in.get_status()) {
+        EXPECT_EQ(encoded(*same), encoded(*object));
+    }
+    delete same;
     if (status)
         *status = stream.in.get_status();
     return std::unique_ptr<km::codable>(object);
