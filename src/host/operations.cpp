@@ -22,6 +22,8 @@
 #include "user_scope.h"
 
 #include <cstring>
+#include <memory>
+#include <vector>
 
 namespace kmhost {
 
@@ -276,8 +278,15 @@ void end_remove(session& at, const km::cm_catalog_entry& before) {
     forget_holders(at.id);
 }
 
+// The process ends behind a removal: to take the tree of thousands of commands apart would only
+// hold its answer up.
+void keep_until_exit(std::unique_ptr<km::cm_package> package) {
+    static auto& kept = *new std::vector<std::unique_ptr<km::cm_package>>;
+    kept.push_back(std::move(package));
+}
+
 // False: it was refused, and changed nothing.
-bool run_remove(session& at, std::unique_ptr<km::cm_package> package,
+bool run_remove(session& at, std::unique_ptr<km::cm_package>& package,
                 const km::cm_catalog_entry& before, unsigned asked, bool was_cut) {
     outcome& result = at.result();
     const bool accepts_first =
@@ -343,7 +352,9 @@ void remove(const operation_request& request, worker_line& line, outcome& result
     const auto cut = intent_of(id);
     if (!write_intent(wanted, result))
         return;
-    if (run_remove(at, std::move(package), before, request.mode, cut.has_value()))
+    const bool ran = run_remove(at, package, before, request.mode, cut.has_value());
+    keep_until_exit(std::move(package));
+    if (ran)
         end_run(id, result);
     else
         put_back_intent(id, cut);

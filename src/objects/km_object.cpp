@@ -211,8 +211,9 @@ timespec km_object::modification_time() const {
 bool km_object::same_rights(const struct stat& about) const {
     if (static_cast<std::int32_t>(about.st_mode & 07777) != mode)
         return false;
-    return !is_privileged() || (static_cast<std::int32_t>(about.st_uid) == owner &&
-                                static_cast<std::int32_t>(about.st_gid) == group);
+    return (static_cast<std::int32_t>(about.st_uid) == owner &&
+            static_cast<std::int32_t>(about.st_gid) == group) ||
+           !is_privileged();
 }
 
 cm_result km_object::make_parents(const std::string& of) {
