@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 
 namespace km {
 
@@ -29,12 +30,12 @@ void append_utf(std::string& out, char16_t c) {
     }
 }
 
-bool is_follower(const std::string& bytes, size_t at) {
+bool is_follower(std::string_view bytes, size_t at) {
     return at < bytes.size() && (bytes[at] & 0xC0) == 0x80;
 }
 
 // One character at `at`, which moves behind it; false if there is none.
-bool take_utf(const std::string& bytes, size_t& at, char16_t& c) {
+bool take_utf(std::string_view bytes, size_t& at, char16_t& c) {
     const auto lead = static_cast<unsigned char>(bytes[at]);
     if (lead < 0x80) {
         c = lead;
@@ -94,6 +95,32 @@ bool read_bytes(input_channel& from, size_t count, std::string& bytes) {
     return true;
 }
 
+// Nearly all texts are short: no memory is asked for them.
+constexpr size_t few = 256;
+
+bool read_few(input_channel& from, unsigned char* block, size_t count) {
+    for (size_t have = 0; have < count;) {
+        const int got = from.read(block + have, static_cast<int>(count - have));
+        if (got < 1)
+            return false;
+        have += static_cast<size_t>(got);
+    }
+    return true;
+}
+
+// Never more characters than bytes that came. Ends in front of what is no character.
+bool take_all(ustring& text, std::string_view bytes) {
+    text.reserve(static_cast<ustring::size_type>(bytes.size()));
+    char16_t* const units = text.data();
+    ustring::size_type count = 0;
+    bool whole = true;
+    for (size_t at = 0; whole && at < bytes.size();)
+        if ((whole = take_utf(bytes, at, units[count])))
+            ++count;
+    text.eos(count);
+    return whole;
+}
+
 } // namespace
 
 int ustring::writeUTF(output_channel& to) const {
@@ -122,16 +149,12 @@ int ustring::readUTF(input_channel& from) {
     if (!read_count(from, count, bytes))
         return 0;
     eos(0);
-    if (!read_bytes(from, count, bytes))
-        return 0;
-    reserve(static_cast<size_type>(bytes.size())); // never more characters than bytes that came
-    size_type count_of_units = 0;
-    bool whole = true;
-    for (size_t at = 0; whole && at < bytes.size();)
-        if ((whole = take_utf(bytes, at, buffer_[count_of_units])))
-            ++count_of_units;
-    eos(count_of_units);
-    return whole;
+    if (count <= few && bytes.empty()) {
+        unsigned char block[few];
+        return read_few(from, block, count) &&
+               take_all(*this, {reinterpret_cast<const char*>(block), count});
+    }
+    return read_bytes(from, count, bytes) && take_all(*this, bytes);
 }
 
 const char* ustring::codable_name() const { return "com.ombrel.sd.cmObjects.ustring"; }
