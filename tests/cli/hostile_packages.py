@@ -137,20 +137,6 @@ class Crafted(HostileCase):
             self.assertIn(ended.code, (0, 1, 6), (at, ended))
             self.assert_same(self.before[0], picture(self.root), at)
 
-    def test_composites_in_composites(self):
-        def nested(tree, depth):
-            start = tree.index(b"\1\0\x2acom.ombrel.sd.cmObjects.CmCompositeCommand")
-            inner = tree.index(b"\1\0\x26com.ombrel.sd.cmObjects.KmAddDirectory")
-            end = tree.rindex(b"\xff\xff\0\xff\xff\0\1\x2c") + 2
-            return (tree[:start] + tree[start:inner] * depth + tree[inner:end]
-                    + b"\0\xff\xff" * (depth - 1) + tree[end:])
-
-        path = self.path("nested.spb")
-        put(path, with_digest(repacked(self.good, lambda tree: nested(tree, 5))))
-        self.assertEqual(len(self.km_json("show", path, "--tree")["tree"]), 11)
-        for depth in (10_000, 1_000_000):
-            self.refused(with_digest(repacked(self.good, lambda tree: nested(tree, depth))), depth)
-
     def test_counts_and_texts_without_end(self):
         with zipfile.ZipFile(self.file) as zip_:
             tree = zip_.read("SoftwarePackage")

@@ -67,19 +67,6 @@ class Locking(KmctlCase):
         self.assertEqual(holder.wait(60), 0)
         self.km("install", other)
 
-    def test_waiting_until_it_is_free(self):
-        holder = self.stopped_install()
-        waiting = subprocess.Popen(self.command("remove", "slow", "--wait", "-1"),
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                   env=self.environment(), cwd=self.dir)
-        time.sleep(1)
-        self.assertIsNone(waiting.poll())
-        os.killpg(holder.pid, 18)
-        self.assertEqual(holder.wait(60), 0)
-        out, err = waiting.communicate(timeout=60)
-        self.assertEqual(waiting.returncode, 0, (out, err))
-        self.assertEqual(os.listdir(self.at("/opt")), ["there"])
-
     def test_a_lock_of_the_dead_holds_nobody(self):
         holder = self.stopped_install()
         os.killpg(holder.pid, 9)

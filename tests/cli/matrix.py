@@ -320,10 +320,7 @@ class Matrix:
 
 
 def difference(want, now):
-    lines = []
-    for path in sorted(set(want[0]) | set(now[0])):
-        if want[0].get(path) != now[0].get(path):
-            lines.append("%s: %.80s -> %.80s" % (path, want[0].get(path), now[0].get(path)))
+    lines = ["%.200s" % line for line in support.differences(want[0], now[0])]
     if want[1] != now[1]:
         lines.append("packages: %s -> %s" % (want[1], now[1]))
     gone = collections.Counter(want[2]) - collections.Counter(now[2])

@@ -7,39 +7,18 @@ import struct
 import support
 from support import KmctlCase, differences, picture, put, text_of
 
-DEFINITION = """kmspd 1.0
-package {
-  name = rb
-  version = 1
+DEFINITION = """kmspd 1.0 package { name = rb version = 1
   add_file { path = /a/one source = one }
   restart { during_install = %(install)s during_remove = %(remove)s
             during_undo = %(undo)s during_commit = %(commit)s }
-  add_file { path = /a/two source = two }
-}
-"""
+  add_file { path = /a/two source = two } }"""
 
-
-# Two programs and a file between them; the first ends with the next word of its list of codes.
-PROGRAMS = """kmspd 1.0
-package {
-  name = %(name)s
-  version = 1
+# A program and a file on each side; it ends with the next word of its list of codes.
+PROGRAMS = """kmspd 1.0 package { name = %(name)s version = 1
   add_file { path = %(area)s/%(name)s.one source = one }
-  user_program {
-    install_path = %(script)s
-    install_arguments = "%(codes)s"
-    remove_path = %(script)s
-    remove_arguments = "%(codes)s"
-    undo_path = %(script)s
-    undo_arguments = "%(codes)s"
-    commit_path = %(script)s
-    commit_arguments = "%(codes)s"
-    exit_codes = "%(table)s"
-  }
+  %(program)s
   add_file { path = %(area)s/%(name)s.two source = two }
-  restart { timeout = %(timeout)s force_restart = %(force)s }
-}
-"""
+  restart { timeout = %(timeout)s force_restart = %(force)s } }"""
 TABLE = ("11:restart_now, 12:restart_now_again, 13:restart, 14:restart_again, 15:in_restart")
 SCRIPT = """#!/bin/sh
 echo "$KM_OPERATION $KM_RERUN" >> %(log)s
@@ -47,6 +26,13 @@ code=$(head -n 1 "$1")
 sed -i 1d "$1"
 exit ${code:-0}
 """
+
+
+def program_block(script, codes):
+    """A program that reads how to end from the file `codes`, in every operation."""
+    runs = "".join("%s_path = %s %s_arguments = %s " % (what, script, what, codes)
+                   for what in ("install", "remove", "undo", "commit"))
+    return 'user_program { %s exit_codes = "%s" }' % (runs, TABLE)
 
 
 class RebootCase(KmctlCase):
@@ -77,8 +63,8 @@ class RebootCase(KmctlCase):
         self.codes(name, *codes)
         if os.path.exists(log):
             os.remove(log)
-        words = {"area": self.path("area"), "name": name, "script": script, "codes": self.path(name + ".codes"),
-                 "table": TABLE, "timeout": timeout, "force": force}
+        words = {"area": self.path("area"), "name": name, "timeout": timeout, "force": force,
+                 "program": program_block(script, self.path(name + ".codes"))}
         support.make_tree(self.path("sources"), {"one": "1", "two": "2", "p.spd": PROGRAMS % words})
         output = self.path(name + ".spb")
         self.km("build", self.path("sources", "p.spd"), "-o", output)
@@ -133,27 +119,6 @@ class Reboot(RebootCase):
                     self.stopped("remove", "rb")
                 self.assertEqual(self.there(), [])
                 self.assertEqual(self.km_json("list")["packages"], [])
-
-    def test_what_comes_before_the_reboot_and_what_behind(self):
-        for option, standing in (("after", ["one", "two"]), ("immediately", ["one"])):
-            with self.subTest(option=option):
-                self.boot()
-                package = self.built(install=option)
-                self.km("install", package, "--reboot-exit-code", code=4)
-                self.assertEqual(self.there(), standing)
-                self.assertIn("reboot", self.km("remove", "rb", code=5).err)
-                self.boot()
-                self.km("resume", "rb")
-                self.km("remove", "rb")
-
-    def test_a_commit_goes_on(self):
-        self.boot()
-        package = self.built(commit="after")
-        self.km("install", package, "--transactional")
-        self.assertEqual(self.there(), [])
-        self.stopped("commit", "rb")
-        self.assertEqual(self.there(), ["one", "two"])
-        self.km("verify", "rb")
 
     def test_a_note_that_cannot_be_written_is_told(self):
         self.boot()
@@ -364,7 +329,6 @@ class RebootCommand(ProgramCase):
                 ended = self.km("install", self.program(13), code=1 if why else 0)
                 self.assertIn("ended with %s." % why if why else "no command", ended.err)
                 self.assertEqual(self.letters("pr")[0], "I")
-
 
 
 if __name__ == "__main__":

@@ -321,6 +321,7 @@ class Commands(ReportCase):
         self.assertEqual(self.km_json("report", "remove", "--all")["outcome"], "nothing")
 
     def test_a_directory_of_hostile_files(self):
+        """Everything that can lie there: [I-24]."""
         good = self.pending(3)
         top = self.work("message")
         names = [name for name in self.messages() if not name.endswith("_statuses")]

@@ -7,7 +7,7 @@ import shutil
 import support
 from support import bytes_of
 import web
-from reboot import TABLE, ProgramCase
+from reboot import ProgramCase, program_block
 
 SIZE, COUNT = 150000, 6   # of the files before the program, and of those behind it
 DISTANCE = 400000          # bytes between two places that are kept
@@ -43,10 +43,7 @@ class StreamThroughReboot(ProgramCase):
         for name in names:
             files[name] = noise.randbytes(SIZE)
         lines = [FILE % (self.path("area"), name, name) for name in names]
-        run = "".join("    %s_path = %s\n    %s_arguments = %s\n" % (
-            what, self.path("script"), what, self.path("pr.codes")) for what in
-            ("install", "remove", "undo", "commit"))
-        lines.insert(COUNT, '  user_program {\n%s    exit_codes = "%s"\n  }\n' % (run, TABLE))
+        lines.insert(COUNT, program_block(self.path("script"), self.path("pr.codes")) + "\n")
         files["p.spd"] = "kmspd 1.0\npackage {\n  name = pr\n  version = 1\n%s}\n" % "".join(lines)
         support.make_tree(self.path("stream"), files)
         self.km("build", self.path("stream", "p.spd"), "-o", self.top + "/p.spb")

@@ -11,19 +11,8 @@ ENGLISH = "The container 'Servers' is skipped because the condition '1 == 2' is 
 GERMAN = "Der Container 'Servers' wird übergangen, weil die Bedingung '1 == 2' nicht erfüllt ist."
 JAPANESE = "条件 '1 == 2' が満たされないため、コンテナー 'Servers' は省略されます。"
 
-DEFINITION = """kmspd 1.0
-package {
-  name = p
-  version = 1.0
-  generic_container {
-    caption = Servers
-    condition = '1 == 2'
-    add_directory {
-      path = /opt/p
-    }
-  }
-}
-"""
+DEFINITION = """kmspd 1.0 package { name = p version = 1.0 generic_container {
+    caption = Servers condition = '1 == 2' add_directory { path = /opt/p } } }"""
 
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 

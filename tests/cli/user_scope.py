@@ -7,18 +7,11 @@ import support
 from support import KmctlCase, differences, picture, put, text_of
 
 NOBODY = 65534
-DEFINITION = """kmspd 1.0
-package {
-  name = d
-  version = 1
-  generic_container {
-    condition = '"$(which)" == "other"'
-    add_file { path = $(home_path)/.d/skipped source = tree/a is_per_user = y }
-  }
+DEFINITION = """kmspd 1.0 package { name = d version = 1
+  generic_container { condition = '"$(which)" == "other"'
+    add_file { path = $(home_path)/.d/skipped source = tree/a is_per_user = y } }
   add_file { path = $(home_path)/.d/a source = tree/a is_per_user = y }
-  add_file { path = %s source = tree/b %s }
-}
-"""
+  add_file { path = %s source = tree/b %s } }"""
 
 
 @unittest.skipUnless(os.geteuid() == 0, "runs as root, and as somebody else")

@@ -6,7 +6,6 @@ import os
 import select
 import shutil
 import socket
-import ssl
 import subprocess
 import tempfile
 import threading
@@ -135,7 +134,6 @@ class Listener:
     def serve(self, client):
         try:
             client.settimeout(60)
-            client = self.wrapped(client)
             request = b""
             while b"\r\n\r\n" not in request:
                 block = client.recv(65536)
@@ -148,30 +146,20 @@ class Listener:
         finally:
             client.close()
 
-    def wrapped(self, client):
-        return client
-
     def close(self):
         self.socket.close()
 
 
 class Proxy(Listener):
-    def __init__(self, backend, faults=None, certificate=None):
+    def __init__(self, backend, faults=None):
         self.backend, self.faults = backend, faults or Faults()
-        self.tls = None
-        if certificate:
-            self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            self.tls.load_cert_chain(*certificate)
         self.requests, self.sent, self.ranges = 0, 0, []
         self.interruptions = 0  # that it made
         self.spans = []         # [first byte, how many] of the file, of each answer
         super().__init__()
 
     def address(self, name):
-        return "%s://127.0.0.1:%d/%s" % ("https" if self.tls else "http", self.port, name)
-
-    def wrapped(self, client):
-        return self.tls.wrap_socket(client, server_side=True) if self.tls else client
+        return "http://127.0.0.1:%d/%s" % (self.port, name)
 
     def answer(self, request, client):
         self.requests += 1

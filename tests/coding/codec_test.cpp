@@ -1,17 +1,12 @@
 // The coded form of objects: bytes, hostile streams, streams of other builds.
-#include "channel.h"
-#include "codec.h"
-#include "decode_channel.h"
-#include "encode_channel.h"
 #include "hashtable.h"
 #include "library_loader.h"
 #include "pair.h"
 #include "values.h"
 #include "variable_list.h"
 
+#include "support/coded.h"
 #include "support/scratch.h"
-
-#include <functional>
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -19,46 +14,12 @@
 
 using namespace std::string_literals;
 using km::ustring;
+using namespace km_test;
 
 namespace {
 
-std::string encoded(const std::function<void(km::encoder&)>& write) {
-    km::array_output_channel bytes(64);
-    {
-        km::encode_channel channel(&bytes);
-        km::encoder out(&channel);
-        write(out);
-    }
-    return std::string(reinterpret_cast<const char*>(bytes.get_data()),
-                       static_cast<size_t>(bytes.get_count()));
-}
-
-std::string encoded(const km::codable& object) {
-    return encoded([&](km::encoder& out) { out.encode_object(&object); });
-}
-
-// A decoder over bytes.
-class reading {
-  public:
-    explicit reading(std::string bytes, bool in_blocks = false)
-        : bytes_(std::move(bytes)), inner_(reinterpret_cast<const unsigned char*>(bytes_.data()),
-                                           static_cast<int>(bytes_.size())),
-          channel_((inner_.inhibit(1), &inner_)), in(&channel_) {
-        if (in_blocks)
-            channel_.read_in_blocks();
-    }
-    int bytes_read() const { return channel_.get_bytes_read(); }
-
-  private:
-    std::string bytes_;
-    km::array_input_channel inner_;
-    km::decode_channel channel_;
-
-  public:
-    km::decoder in;
-};
-
-std::unique_ptr<km::codable> decoded(const std::string& bytes, int* status = nullptr) {
+// Read byte by byte and in blocks, which must come to the same.
+std::unique_ptr<km::codable> decoded_both_ways(const std::string& bytes, int* status = nullptr) {
     reading stream(bytes), blocks(bytes, true);
     km::codable *object = nullptr, *same = nullptr;
     stream.in.decode_object(object);
@@ -102,7 +63,7 @@ TEST_F(Codec, GoldenBytesOfAPair) {
                                "\0\x65\x08\0\2\xC2\xA9"s + "\xFF\xFF"s;
     const km::pair one(ustring("a"), ustring(u"\u00A9"));
     EXPECT_EQ(encoded(one), golden);
-    const auto back = decoded(golden);
+    const auto back = decoded_both_ways(golden);
     ASSERT_TRUE(back);
     EXPECT_TRUE(*back == one);
 }
@@ -205,14 +166,14 @@ TEST_F(Codec, MapsAndVariableListsComeBack) {
     for (int i = 0; i < 100; ++i)
         table.put(km::unsInt_value(static_cast<unsigned>(i)), ustring("value"));
     int status = -1;
-    const auto back = decoded(encoded(table), &status);
+    const auto back = decoded_both_ways(encoded(table), &status);
     const auto* read = dynamic_cast<km::Hashtable*>(back.get());
     ASSERT_TRUE(read && status == 0);
     EXPECT_EQ(read->size(), 100);
     EXPECT_EQ(read->get_initial_capacity(), 21);
     km::variable_list list;
     list.set_value(ustring("a"), ustring("$(b)"));
-    const auto second = decoded(encoded(list));
+    const auto second = decoded_both_ways(encoded(list));
     const auto* variables = dynamic_cast<km::variable_list*>(second.get());
     ASSERT_TRUE(variables);
     EXPECT_EQ(*variables->get_as<ustring>(ustring("a")), ustring("$(b)"));
@@ -225,14 +186,14 @@ TEST_F(Codec, ACutOrFlippedStreamNeverCrashesAndNeverPassesCut) {
     const std::string whole = encoded(table);
     for (size_t cut = 0; cut < whole.size(); ++cut) {
         int status = 0;
-        const auto object = decoded(whole.substr(0, cut), &status);
+        const auto object = decoded_both_ways(whole.substr(0, cut), &status);
         EXPECT_EQ(status, 2) << "cut at " << cut;
     }
     for (size_t at = 0; at < whole.size(); ++at)
         for (const int bit : {0, 3, 7}) {
             std::string bent = whole;
             bent[at] = static_cast<char>(bent[at] ^ (1 << bit));
-            decoded(bent);
+            decoded_both_ways(bent);
         }
 }
 
@@ -266,7 +227,7 @@ TEST_F(Codec, HostileStreamsGiveStatusTwo) {
     };
     for (const auto& one : cases) {
         int status = 0;
-        const auto object = decoded(one.bytes, &status);
+        const auto object = decoded_both_ways(one.bytes, &status);
         EXPECT_EQ(status, 2) << one.name;
     }
 }
@@ -276,7 +237,7 @@ TEST_F(Codec, DeepNestingEndsBeforeTheStack) {
     for (int i = 0; i < 100000; ++i)
         bytes += object_head("HashtableEntry");
     int status = 0;
-    const auto object = decoded(bytes, &status);
+    const auto object = decoded_both_ways(bytes, &status);
     EXPECT_EQ(status, 2);
 }
 

@@ -14,18 +14,7 @@ namespace km_test {
 class OddTest : public LifeTest {
   protected:
     void SetUp() override {
-        PackageTest::SetUp();
-        dir_.write("libs.znp", KM_BUILD_LIB "/libkmcore\n" KM_BUILD_LIB "/libkmobjects\n");
-        km::library_loader::discard();
-        km::library_loader::instance()->put(
-            ustring("make_KmtTrap"),
-            km::func_ptr(reinterpret_cast<void*>(reinterpret_cast<void (*)()>(&make_trap))));
-        recorder::directory.clear();
-        km::engine_hooks hooks;
-        hooks.make_durable = [] { return km::flush_touched(); };
-        km::set_engine_hooks(hooks);
-        for (const char* name : {"source", "backup"})
-            fs::create_directory(dir_.at(name));
+        set_up_engine();
         km::set_target_root(nullptr);
     }
 
@@ -48,30 +37,11 @@ class OddTest : public LifeTest {
         ASSERT_EQ(package.save(&zip), 0) << text_of(messages);
         out.close();
     }
-    // One operation in a process's fresh state; the engine's result, or as LifeTest::run.
     int go(const std::string& op, unsigned mode = 0, const std::string& version = "1") {
-        km::forget_made_directories();
-        km::forget_room();
-        km::forget_directories();
-        stores all(dir_.at("store"));
-        std::unique_ptr<km::unzipping_channel> data;
-        std::unique_ptr<km::cm_package> package;
-        if (op == "install" || op == "repair") {
-            package = from_package_file(all, data);
-        } else if (const auto* entry = all.entry("pkg", version.c_str())) {
-            km::cm_package* read = nullptr;
-            km::sp_object reader(&all.messages);
-            reader.decode(read, entry->profile_name, 1, km::sp_object::either);
-            package.reset(read);
-            if (read)
-                all.give(*read);
-        }
-        const int result = package ? run(*package, !data, op, mode) : -99;
-        told_ = text_of(all.messages);
-        return result;
+        return run(op, mode, version);
     }
     void fresh_stores() {
-        for (const char* name : {"store", "work", "backup"}) {
+        for (const char* name : {"store", "work", "backup", "target"}) {
             fs::remove_all(dir_.at(name));
             fs::create_directory(dir_.at(name));
         }

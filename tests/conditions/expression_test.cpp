@@ -2,6 +2,8 @@
 #include "expression.h"
 #include "variable_list.h"
 
+#include "support/has.h"
+
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -19,18 +21,16 @@ std::string number_of(const ustring& error) {
     static const struct {
         const char* number;
         const char* text;
-    } texts[] = {
-        {"284", "Syntax Error: Operator expected."},
-        {"285", "Syntax Error: Expected operator and found '"},
-        {"286", "Syntax Error: Unmatched closing parenthesis."},
-        {"287", "Syntax Error: Unmatched opening parenthesis."},
-        {"288", "Syntax Error: Expected operand and found operator."},
-        {"289", "Evaluation Error: Incompatible operand type."},
-        {"290", "Evaluation Error: The result of the condition is not a Boolean value."},
-    };
+    } texts[] = {{"284", "Syntax Error: Operator expected."},
+                 {"285", "Syntax Error: Expected operator and found '"},
+                 {"286", "Syntax Error: Unmatched closing parenthesis."},
+                 {"287", "Syntax Error: Unmatched opening parenthesis."},
+                 {"288", "Syntax Error: Expected operand and found operator."},
+                 {"289", "Evaluation Error: Incompatible operand type."},
+                 {"290", "Evaluation Error: The result of the condition is not a Boolean value."}};
     const std::string words = error.mbcs_str();
     for (const auto& one : texts)
-        if (words.find(one.text) != std::string::npos)
+        if (km_test::has(words, one.text))
             return one.number;
     return words;
 }
@@ -89,8 +89,7 @@ TEST_F(Conditions, TellTheFirstSyntaxError) {
     expect("288", {"a ==", "NOT", "   "});
     condition one(ustring("true => false"));
     EXPECT_EQ(one.infix2postfix(), 0);
-    EXPECT_NE(std::string(one.error.mbcs_str()).find("found '=>'"), std::string::npos)
-        << one.error.mbcs_str();
+    EXPECT_HAS(one.error.mbcs_str(), "found '=>'");
     one.infix = u"true";
     EXPECT_EQ(one.infix2postfix(), 1);
     EXPECT_TRUE(one.error.empty()) << "an error does not outlive its text";

@@ -22,98 +22,91 @@ using km::ustring;
 using km::vector;
 
 namespace {
-file at(const km_test::scratch_dir& dir, const std::string& name) {
-    return file(pathname(dir.at(name).c_str()));
-}
+struct File : testing::Test {
+    file at(const std::string& name) const { return file(pathname(dir.at(name).c_str())); }
+    km_test::scratch_dir dir;
+};
+using FileHandle = File;
+using Durable = File;
 } // namespace
 
-TEST(File, ExistenceTakesUnknownTroubleForThere) {
-    km_test::scratch_dir dir;
+TEST_F(File, ExistenceTakesUnknownTroubleForThere) {
     dir.write("plain", "x");
-    EXPECT_EQ(at(dir, "plain").exists(), 1);
-    file missing = at(dir, "missing");
+    EXPECT_EQ(at("plain").exists(), 1);
+    file missing = at("missing");
     EXPECT_EQ(missing.exists(), 0);
     EXPECT_EQ(missing.get_error(), ENOENT);
-    EXPECT_EQ(at(dir, "plain/below").exists(), 1); // ENOTDIR
+    EXPECT_EQ(at("plain/below").exists(), 1); // ENOTDIR
     EXPECT_EQ(file().exists(), 0);
-    EXPECT_EQ(at(dir, "a/b/c").can_create_path(), 1);
-    EXPECT_EQ(at(dir, "plain").can_create_path(), 0);
+    EXPECT_EQ(at("a/b/c").can_create_path(), 1);
+    EXPECT_EQ(at("plain").can_create_path(), 0);
 }
 
-TEST(File, RemovalNeverFollowsALink) {
-    km_test::scratch_dir dir;
+TEST_F(File, RemovalNeverFollowsALink) {
     dir.write("kept/inside", "x");
     ::mkdir(dir.at("tree").c_str(), 0755);
     ASSERT_EQ(::symlink(dir.at("kept").c_str(), dir.at("tree/link").c_str()), 0);
-    EXPECT_EQ(at(dir, "tree").remove(1), 1);
+    EXPECT_EQ(at("tree").remove(1), 1);
     EXPECT_FALSE(dir.exists("tree"));
     EXPECT_TRUE(dir.exists("kept/inside"));
-    EXPECT_EQ(at(dir, "tree").remove(1), 1);
-    EXPECT_EQ(at(dir, "kept").remove(0), 0); // not empty
+    EXPECT_EQ(at("tree").remove(1), 1);
+    EXPECT_EQ(at("kept").remove(0), 0); // not empty
 }
 
-TEST(File, RemovalByPatternTakesWhatBecameEmpty) {
-    km_test::scratch_dir dir;
+TEST_F(File, RemovalByPatternTakesWhatBecameEmpty) {
     dir.write("d/a.tmp", "");
     dir.write("d/keep.txt", "");
     dir.write("d/sub/b.tmp", "");
-    EXPECT_EQ(at(dir, "d").remove(ustring("*.tmp"), 1), 1);
+    EXPECT_EQ(at("d").remove(ustring("*.tmp"), 1), 1);
     EXPECT_FALSE(dir.exists("d/sub"));
     EXPECT_TRUE(dir.exists("d/keep.txt"));
 }
 
-TEST(File, CopyKeepsContentAndModeAndGoesOneLevelDown) {
-    km_test::scratch_dir dir;
+TEST_F(File, CopyKeepsContentAndModeAndGoesOneLevelDown) {
     dir.write("src/one", std::string(100000, 'x'));
     dir.write("src/sub/two", "y");
     ::chmod(dir.at("src/one").c_str(), 0640);
-    file target = at(dir, "dst");
-    EXPECT_EQ(at(dir, "src").copy(target, 1), 1);
+    file target = at("dst");
+    EXPECT_EQ(at("src").copy(target, 1), 1);
     EXPECT_EQ(dir.read("dst/one").size(), 100000u);
     EXPECT_TRUE(dir.exists("dst/sub"));
     EXPECT_FALSE(dir.exists("dst/sub/two"));
-    unsigned long mode = 0;
-    at(dir, "dst/one").get_file_attributes(mode);
-    EXPECT_EQ(mode & 07777, 0640u);
+    EXPECT_EQ(dir.mode("dst/one"), 0640u);
 }
 
-TEST(File, AFullDiskLeavesNoPartOfACopy) {
-    km_test::scratch_dir dir;
+TEST_F(File, AFullDiskLeavesNoPartOfACopy) {
     dir.write("src", std::string(5000, 'x'));
     file full(pathname("/dev/full"));
     if (!full.exists())
         return;
     // The device itself cannot be removed by a copy that failed: it is stood for by a link.
     ASSERT_EQ(::symlink("/dev/full", dir.at("target").c_str()), 0);
-    file target = at(dir, "target");
-    EXPECT_EQ(at(dir, "src").copy(target, 0), 0);
+    file target = at("target");
+    EXPECT_EQ(at("src").copy(target, 0), 0);
     EXPECT_FALSE(dir.exists("target"));
     EXPECT_EQ(dir.read("src").size(), 5000u);
 }
 
-TEST(File, RenameFallsBackToACopyOnlyWhenAsked) {
-    km_test::scratch_dir dir;
+TEST_F(File, RenameFallsBackToACopyOnlyWhenAsked) {
     dir.write("a", "content");
-    file moved = at(dir, "a");
+    file moved = at("a");
     EXPECT_EQ(moved.rename_to(pathname(dir.at("none/b").c_str()), 0), 0);
     EXPECT_EQ(moved.rename_to(pathname(dir.at("b").c_str()), 0), 1);
     EXPECT_EQ(moved.get_path(), pathname(dir.at("b").c_str()));
     EXPECT_EQ(dir.read("b"), "content");
 }
 
-TEST(File, ItsOwnNameAsTargetLosesNothing) {
-    km_test::scratch_dir dir;
+TEST_F(File, ItsOwnNameAsTargetLosesNothing) {
     dir.write("a", "content");
     ASSERT_EQ(::link(dir.at("a").c_str(), dir.at("b").c_str()), 0);
-    file a = at(dir, "a"), b = at(dir, "b");
+    file a = at("a"), b = at("b");
     EXPECT_EQ(a.copy(a, 0), 1);
     EXPECT_EQ(a.copy(b, 0), 1);
     EXPECT_EQ(a.rename_to(a.get_path(), 1), 1);
     EXPECT_EQ(dir.read("a"), "content");
 }
 
-TEST(File, AskingForALockGivesTheModeBack) {
-    km_test::scratch_dir dir;
+TEST_F(File, AskingForALockGivesTheModeBack) {
     const std::string program = dir.at("program");
     ASSERT_EQ(std::system(("cp /bin/sleep " + program).c_str()), 0);
     ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
@@ -142,13 +135,10 @@ TEST(File, AskingForALockGivesTheModeBack) {
     EXPECT_EQ(status, 0);
     ::kill(running, SIGKILL);
     ::waitpid(running, nullptr, 0);
-    unsigned long mode = 0;
-    at(dir, "program").get_file_attributes(mode);
-    EXPECT_EQ(mode & 07777, 0555u);
+    EXPECT_EQ(dir.mode("program"), 0555u);
 }
 
-TEST(File, ListsAndInfosAgree) {
-    km_test::scratch_dir dir;
+TEST_F(File, ListsAndInfosAgree) {
     dir.write("f1", "12345");
     dir.write("d/x", "");
     ASSERT_EQ(::symlink(dir.at("d").c_str(), dir.at("link").c_str()), 0);
@@ -162,15 +152,14 @@ TEST(File, ListsAndInfosAgree) {
         EXPECT_EQ(info->is_directory(), std::string(info->name) == "d") << info->name;
         EXPECT_EQ(info->is_link(), std::string(info->name) == "link");
     }
-    EXPECT_EQ(at(dir, "f1").list(names, ustring("*")), 0);
+    EXPECT_EQ(at("f1").list(names, ustring("*")), 0);
 }
 
-TEST(File, PortableAttributesComeBack) {
-    km_test::scratch_dir dir;
+TEST_F(File, PortableAttributesComeBack) {
     dir.write("f", "");
     unsigned long attributes = 0, mode = 0;
     long owner = -1, group = -1;
-    file f = at(dir, "f");
+    file f = at("f");
     ASSERT_EQ(f.set_file_attributes(0754), 1);
     ASSERT_EQ(f.get_attributes(attributes, owner, group), 1);
     EXPECT_EQ(attributes & 0x4000u, 0x4000u);
@@ -181,8 +170,7 @@ TEST(File, PortableAttributesComeBack) {
     EXPECT_EQ(owner, static_cast<long>(::getuid()));
 }
 
-TEST(File, TemporaryNamesCountDownAndSkip) {
-    km_test::scratch_dir dir;
+TEST_F(File, TemporaryNamesCountDownAndSkip) {
     const pathname work(dir.at("work").c_str());
     std::unique_ptr<file> first(file::get_temp_name(work, ustring("PP"), 1, nullptr));
     ASSERT_TRUE(first);
@@ -199,8 +187,7 @@ TEST(File, TemporaryNamesCountDownAndSkip) {
     EXPECT_TRUE(directory->is_directory());
 }
 
-TEST(FileHandle, TheErrorStateSticks) {
-    km_test::scratch_dir dir;
+TEST_F(FileHandle, TheErrorStateSticks) {
     km::file_handle handle(pathname(dir.at("f").c_str()));
     EXPECT_EQ(handle.write("hello", 5), 1);
     EXPECT_EQ(handle.start(), 1);
@@ -222,8 +209,7 @@ TEST(FileHandle, TheErrorStateSticks) {
     EXPECT_EQ(missing.get_system_error(), ENOENT);
 }
 
-TEST(Durable, AFailedWriteLeavesTheOldContentAndNoLitter) {
-    km_test::scratch_dir dir;
+TEST_F(Durable, AFailedWriteLeavesTheOldContentAndNoLitter) {
     dir.write("f", "old");
     ::chmod(dir.at("f").c_str(), 0604);
     ASSERT_EQ(::symlink("f", dir.at("link").c_str()), 0);
@@ -244,11 +230,9 @@ TEST(Durable, AFailedWriteLeavesTheOldContentAndNoLitter) {
     EXPECT_EQ(km::replace_durably(link, 0600, writes), 1);
     EXPECT_EQ(dir.read("f"), "new");
     EXPECT_EQ(dir.read("foreign"), "theirs");
-    EXPECT_TRUE(at(dir, "link").is_link());
+    EXPECT_TRUE(at("link").is_link());
     vector names;
     file(pathname(dir.path().c_str())).list(names, ustring("*"));
     EXPECT_EQ(names.size(), 3);
-    unsigned long mode = 0;
-    at(dir, "f").get_file_attributes(mode);
-    EXPECT_EQ(mode & 07777, 0604u);
+    EXPECT_EQ(dir.mode("f"), 0604u);
 }

@@ -2,6 +2,7 @@
 #include "base/log.h"
 #include "base/spcatalog.h"
 
+#include "support/has.h"
 #include "support/scratch.h"
 
 #include <csignal>
@@ -32,6 +33,7 @@ class Log : public testing::Test {
         ASSERT_NE(handle_, nullptr);
         km::LogSetDefault(handle_);
     }
+    void put(const char* line) { km::LogMsg(1, handle_, nullptr, km::log_text_alone, line); }
     std::string text() const { return dir_.read("a.b.log"); }
     void fill() { dir_.write("a.b.log", std::string(10241, 'x')); }
     km_test::scratch_dir dir_;
@@ -59,7 +61,7 @@ TEST_F(Log, LinesOfEveryKind) {
     km::LogQ("%s of %d", "one", 3);
     km::LogSetAppName(handle_, nullptr);
     km::LogMsg(0, handle_, nullptr, 0, "%1$s.", "bare");
-    km::LogMsg(1, handle_, nullptr, km::log_text_alone, "");
+    put("");
     EXPECT_EQ(without_time(text()),
               "TIME 3 app ZNPSE0025E Unable to create the path /x. Error number: 13.\n\n"
               "100%s\nTIME   app one of 3\nTIME 0 bare.\n\n");
@@ -98,7 +100,7 @@ TEST_F(Log, LimitsAreMovedToTheNearest) {
 TEST_F(Log, TheOldLogIsTheBackup) {
     open();
     fill();
-    km::LogMsg(1, handle_, nullptr, km::log_text_alone, "new");
+    put("new");
     EXPECT_EQ(dir_.read("a.b.bk"), std::string(10241, 'x'));
     EXPECT_EQ(text(), "-- Log size has reached limit (10240) - The existing log file has been "
                       "backed up as " +
@@ -109,7 +111,7 @@ TEST_F(Log, ABackupThatCannotBeMadeEmptiesTheLog) {
     open();
     fill();
     dir_.write("a.b.bk/in/the/way", "");
-    km::LogMsg(1, handle_, nullptr, km::log_text_alone, "new");
+    put("new");
     EXPECT_TRUE(std::regex_match(text(), std::regex("\n-- Failed to create backup. errno=[0-9]+ "
                                                     "Exception: Rename failed --\n\nnew\n")))
         << text();
@@ -122,8 +124,7 @@ TEST_F(Log, NoLineIsLostAmongWritersAtTheLimit) {
     for (int w = 0; w < writers; ++w)
         if (::fork() == 0) {
             for (int i = 0; i < lines; ++i)
-                km::LogMsg(1, handle_, nullptr, km::log_text_alone,
-                           "<a line of thirty bytes here>");
+                put("<a line of thirty bytes here>");
             ::_exit(heard.empty() ? 0 : 1);
         }
     for (int w = 0, status = 0; w < writers; ++w) {
@@ -138,9 +139,6 @@ TEST_F(Log, NoLineIsLostAmongWritersAtTheLimit) {
 // The limit of a file's size takes the part of a line that a full disk takes.
 TEST_F(Log, ALineIsNotPutBehindATornOne) {
     open();
-    const auto put = [&](const char* line) {
-        km::LogMsg(1, handle_, nullptr, km::log_text_alone, line);
-    };
     put("first");
     rlimit all{};
     ::getrlimit(RLIMIT_FSIZE, &all);
@@ -162,9 +160,6 @@ TEST_F(Log, ALineIsNotPutBehindATornOne) {
 
 TEST_F(Log, FiveFailuresInARowEndTheFile) {
     open();
-    const auto put = [&](const char* line) {
-        km::LogMsg(1, handle_, nullptr, km::log_text_alone, line);
-    };
     const auto move = [&](const char* from, const char* to) {
         ASSERT_EQ(::rename(dir_.at(from).c_str(), dir_.at(to).c_str()), 0);
     };
@@ -182,10 +177,8 @@ TEST_F(Log, FiveFailuresInARowEndTheFile) {
     for (int i = 0; i < 6; ++i)
         put("lost");
     EXPECT_EQ(lines_of(heard, "EX: LogMsg: "), 8);
-    EXPECT_NE(heard.find("LogQ Trace:\nfirst\na good one resets the count\n\n"
-                         "Log error limit exceeded.   Shutdown Logfile\n"),
-              std::string::npos)
-        << heard;
+    EXPECT_HAS(heard, "LogQ Trace:\nfirst\na good one resets the count\n\n"
+                      "Log error limit exceeded.   Shutdown Logfile\n");
     EXPECT_EQ(handle_->file_output, 0);
 }
 
@@ -213,25 +206,25 @@ TEST_F(Log, WithoutAFileTheBackupNameOrAPipeServes) {
                      "No application name (appName) given. Unable to init log.\n");
     dir_.write("a.b.log/x", "");
     handle_ = km::LogInitAppend(dir_.at("a.b.log").c_str(), "app", 3, 0);
-    km::LogMsg(1, handle_, nullptr, km::log_text_alone, "there");
+    put("there");
     EXPECT_EQ(dir_.read("a.b.bk"), "there\n");
     km::LogDeinit(handle_);
 
     const std::string nowhere = dir_.at("no/such/dir/x.log");
     ::unsetenv("LOG_PIPE_WRITE");
     EXPECT_EQ(km::LogInitAppend(nowhere.c_str(), "app", 3, 0), nullptr);
-    EXPECT_NE(heard.find("EX: LogInit: " + nowhere), std::string::npos);
+    EXPECT_HAS(heard, "EX: LogInit: " + nowhere);
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
     ::setenv("LOG_PIPE_WRITE", std::to_string(ends[1]).c_str(), 1);
     handle_ = km::LogInitAppend(nowhere.c_str(), "app", 3, 0);
     ASSERT_NE(handle_, nullptr);
-    km::LogMsg(1, handle_, nullptr, km::log_text_alone, "piped");
+    put("piped");
     char bytes[16] = "";
     EXPECT_EQ(::read(ends[0], bytes, sizeof bytes), 6);
     EXPECT_STREQ(bytes, "piped\n");
     ::close(ends[0]);
-    km::LogMsg(1, handle_, nullptr, km::log_text_alone, "to nobody"); // no SIGPIPE
+    put("to nobody"); // no SIGPIPE
     EXPECT_EQ(lines_of(heard, "EX: LogMsg: "), 1);
     ::close(ends[1]);
     ::unsetenv("LOG_PIPE_WRITE");

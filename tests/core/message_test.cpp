@@ -5,6 +5,7 @@
 #include "base/msg_catalogs.h"
 #include "base/spcatalog.h"
 
+#include "support/has.h"
 #include "support/scratch.h"
 
 #include <cerrno>
@@ -42,15 +43,14 @@ TEST(Messages, ArgumentsComeInTheOrderOfTheirPositions) {
     spmessage messages;
     messages.add(24L, "/file", "2");
     messages.add(788L, "a == b", "caption");
-    EXPECT_NE(std::string(messages.bind()).find("open the file /file. Error number: 2."),
-              std::string::npos);
+    EXPECT_HAS(messages.bind(), "open the file /file. Error number: 2.");
     EXPECT_EQ(messages.text_of(1),
               "I The container 'caption' is skipped because the condition 'a == b' is false.\n");
     messages.add(199L, static_cast<const char*>(nullptr));
-    EXPECT_NE(messages.text_of(2).find("** Invalid String (NULL)"), std::string::npos);
+    EXPECT_HAS(messages.text_of(2), "** Invalid String (NULL)");
     errno = ENOENT;
     messages.add(199L, "$errno");
-    EXPECT_NE(messages.text_of(3).find(std::strerror(ENOENT)), std::string::npos);
+    EXPECT_HAS(messages.text_of(3), std::strerror(ENOENT));
 }
 
 TEST(Messages, AKeyOfNoMessageIsToldAsSuch) {
@@ -113,19 +113,17 @@ TEST(Messages, InsertPutsTheOthersFirst) {
 
 TEST(Binding, BadFormatsGiveReadableWords) {
     const km::any list = km::StringList{"a", "b"};
-    const char* cases[][2] = {
-        {"%%", "%"},
-        {"x%", "x*bogus format %*"},
-        {"%s", "*expecting positional #*s"},
-        {"%1s", "*expecting $*s"},
-        {"%1$q", "*don't know what to do with fmt*"},
-        {"%1$s-%2$s-%3$s", "a-b-"},
-        {"%1$M", "*given type `string' is not a message*"},
-        {"%0$I{<%0$s>}{,}", "<a>,<b>"},
-        {"%1$I{x}", "*expecting sequence or array for $I, got `string'*"},
-        {"%0$I", "*expecting paren field {} after $I*"},
-        {"%1$t", "*expecting paren field {} for time spec*"},
-    };
+    const char* cases[][2] = {{"%%", "%"},
+                              {"x%", "x*bogus format %*"},
+                              {"%s", "*expecting positional #*s"},
+                              {"%1s", "*expecting $*s"},
+                              {"%1$q", "*don't know what to do with fmt*"},
+                              {"%1$s-%2$s-%3$s", "a-b-"},
+                              {"%1$M", "*given type `string' is not a message*"},
+                              {"%0$I{<%0$s>}{,}", "<a>,<b>"},
+                              {"%1$I{x}", "*expecting sequence or array for $I, got `string'*"},
+                              {"%0$I", "*expecting paren field {} after $I*"},
+                              {"%1$t", "*expecting paren field {} for time spec*"}};
     for (const auto& one : cases)
         EXPECT_EQ(bound(one[0], list), one[1]) << one[0];
     EXPECT_EQ(bound(nullptr, list), "*no format string*");

@@ -13,18 +13,16 @@ std::string text(const pathname& path) { return path.mbcs_str(); }
 } // namespace
 
 TEST(Pathname, NormalForm) {
-    const char* cases[][2] = {
-        {"  C:\\dir\\  ", "C:/dir"},
-        {"C:", "C:/"},
-        {"C:/", "C:/"},
-        {"/", "/"},
-        {"//", "//"},
-        {"a/b///", "a/b"},
-        {"//host/x/", "//host/x"},
-        {"C:///", "C:/"},
-        {"$(a\\b)\\c\\", "$(a\\b)/c"},
-        {"", ""},
-    };
+    const char* cases[][2] = {{"  C:\\dir\\  ", "C:/dir"},
+                              {"C:", "C:/"},
+                              {"C:/", "C:/"},
+                              {"/", "/"},
+                              {"//", "//"},
+                              {"a/b///", "a/b"},
+                              {"//host/x/", "//host/x"},
+                              {"C:///", "C:/"},
+                              {"$(a\\b)\\c\\", "$(a\\b)/c"},
+                              {"", ""}};
     for (const auto& one : cases)
         EXPECT_EQ(text(pathname(one[0])), one[1]) << one[0];
 }
@@ -44,13 +42,11 @@ TEST(Pathname, AppendKeepsExactlyOneSeparatorBetween) {
 }
 
 TEST(Pathname, MakeAbsoluteRemovesDots) {
-    const char* cases[][3] = {
-        {"b/../c/./d", "/base", "/base/c/d"},
-        {"/x//y/..", "/base", "/x"},
-        {"../../up", "/a/b", "/up"},
-        {"/", "/base", "/"},
-        {"", "/base", "/base/"},
-    };
+    const char* cases[][3] = {{"b/../c/./d", "/base", "/base/c/d"},
+                              {"/x//y/..", "/base", "/x"},
+                              {"../../up", "/a/b", "/up"},
+                              {"/", "/base", "/"},
+                              {"", "/base", "/base/"}};
     for (const auto& one : cases) {
         pathname path(one[0]);
         path.make_absolute(pathname(one[1]));

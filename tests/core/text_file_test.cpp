@@ -21,9 +21,11 @@ using km::ustring;
 
 namespace {
 
-pathname path(const km_test::scratch_dir& dir, const char* name) {
-    return pathname(dir.at(name).c_str());
-}
+struct TextFile : testing::Test {
+    pathname path(const char* name) const { return pathname(dir.at(name).c_str()); }
+    km_test::scratch_dir dir;
+};
+using Semaphore = TextFile;
 
 ustring word(const char* text) { return ustring(text); }
 
@@ -55,10 +57,9 @@ void end(pid_t child) {
 
 } // namespace
 
-TEST(TextFile, EditsByPatternAndPositionReachTheDiskWhole) {
-    km_test::scratch_dir dir;
+TEST_F(TextFile, EditsByPatternAndPositionReachTheDiskWhole) {
     dir.write("f", "  first\t\nmid one\nmid two\nlast");
-    text_file text(path(dir, "f"));
+    text_file text(path("f"));
     ASSERT_EQ(text.read(), 1);
     text.add_line(word("end"));
     text.add_line(word("start"), text_file::at_start);
@@ -74,10 +75,9 @@ TEST(TextFile, EditsByPatternAndPositionReachTheDiskWhole) {
     EXPECT_EQ(text[1000].checksum(), ~0U);
 }
 
-TEST(TextFile, CommandsAndTheirTokens) {
-    km_test::scratch_dir dir;
+TEST_F(TextFile, CommandsAndTheirTokens) {
     dir.write("f", "names=1\nname  =  value\nPATH = /a:/b:/a\n");
-    text_file text(path(dir, "f"));
+    text_file text(path("f"));
     text.read();
     EXPECT_EQ(text.find_command(word("name")), 1);
     EXPECT_EQ(text[1].get_command_text(word("name")), word("value"));
@@ -93,20 +93,18 @@ TEST(TextFile, CommandsAndTheirTokens) {
     EXPECT_EQ(dir.read("f"), "names=1\nname=other\nPATH = /first:/a:/b\nNEW=x\n");
 }
 
-TEST(TextFile, TheLastLineTakesTheFileWithIt) {
-    km_test::scratch_dir dir;
+TEST_F(TextFile, TheLastLineTakesTheFileWithIt) {
     dir.write("f", "only\n");
-    text_file text(path(dir, "f"));
+    text_file text(path("f"));
     text.read();
     text.remove_line(word("only"));
     EXPECT_EQ(text.commit_changes(), 1);
     EXPECT_FALSE(dir.exists("f"));
 }
 
-TEST(TextFile, AForcedReadTakesWhatTheDiskHoldsNow) {
-    km_test::scratch_dir dir;
+TEST_F(TextFile, AForcedReadTakesWhatTheDiskHoldsNow) {
     dir.write("f", "old\n");
-    text_file text(path(dir, "f"));
+    text_file text(path("f"));
     text.read();
     text.add_line(word("edit"));
     dir.write("f", "new\n");
@@ -127,9 +125,8 @@ TEST(TextFile, AForcedReadTakesWhatTheDiskHoldsNow) {
     EXPECT_EQ(text.is_changed(), 1);
 }
 
-TEST(TextFile, WhatCannotBeWrittenStaysToBeWritten) {
-    km_test::scratch_dir dir;
-    text_file text(path(dir, "none/f"));
+TEST_F(TextFile, WhatCannotBeWrittenStaysToBeWritten) {
+    text_file text(path("none/f"));
     text.read();
     text.add_line(word("x"));
     EXPECT_EQ(text.commit_changes(), 0);
@@ -139,13 +136,12 @@ TEST(TextFile, WhatCannotBeWrittenStaysToBeWritten) {
     EXPECT_EQ(dir.read("none/f"), "x\n");
 }
 
-TEST(Semaphore, OneProcessHoldsItAndItsDeathFreesIt) {
-    km_test::scratch_dir dir;
-    const pathname name = path(dir, "Data.ini");
+TEST_F(Semaphore, OneProcessHoldsItAndItsDeathFreesIt) {
+    const pathname name = path("Data.ini");
     const pid_t child = holder(name);
     ASSERT_GT(child, 0);
     semaphore lock(name, 0);
-    EXPECT_EQ(lock.get_lock_file(), path(dir, "Data.ini.sem"));
+    EXPECT_EQ(lock.get_lock_file(), path("Data.ini.sem"));
     EXPECT_EQ(dir.read("Data.ini.sem").find(std::to_string(child) + " "), 0u);
     EXPECT_EQ(lock.wait2(0), semaphore::timed_out);
     EXPECT_EQ(lock._IsLocked(), 1);
@@ -158,9 +154,8 @@ TEST(Semaphore, OneProcessHoldsItAndItsDeathFreesIt) {
     EXPECT_EQ(lock.signal(), 1);
 }
 
-TEST(Semaphore, TwoObjectsOfOneProcessExcludeEachOther) {
-    km_test::scratch_dir dir;
-    const pathname name = path(dir, "x");
+TEST_F(Semaphore, TwoObjectsOfOneProcessExcludeEachOther) {
+    const pathname name = path("x");
     semaphore first(name, 0);
     ASSERT_EQ(first.wait2(0), semaphore::acquired);
     semaphore second(name, 0);
@@ -172,7 +167,7 @@ TEST(Semaphore, TwoObjectsOfOneProcessExcludeEachOther) {
     EXPECT_EQ(second.wait2(0), semaphore::acquired);
 }
 
-TEST(Semaphore, ALockThatCannotBeMadeFails) {
+TEST_F(Semaphore, ALockThatCannotBeMadeFails) {
     semaphore lock(pathname("/proc/none/x"), 0);
     EXPECT_EQ(lock.wait2(0), semaphore::failed);
 }

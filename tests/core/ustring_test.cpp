@@ -111,12 +111,10 @@ TEST(Ustring, PatternsAreOneForwardPass) {
     const struct {
         const char *text, *pattern;
         bool matches;
-    } cases[] = {
-        {"anything", "*.*", true}, {"a", "a*", true},    {"a.txt.txt", "*.txt", false},
-        {"a.txt", "*.txt", true},  {"abc", "a?c", true}, {"abc", "a.*", false},
-        {"[sec]", "[*]*", true},   {"", "*", true},      {"", "", true},
-        {"abc", "ab", false},      {"ab", "abc", false}, {"xyz", "**", true},
-    };
+    } cases[] = {{"anything", "*.*", true}, {"a", "a*", true},    {"a.txt.txt", "*.txt", false},
+                 {"a.txt", "*.txt", true},  {"abc", "a?c", true}, {"abc", "a.*", false},
+                 {"[sec]", "[*]*", true},   {"", "*", true},      {"", "", true},
+                 {"abc", "ab", false},      {"ab", "abc", false}, {"xyz", "**", true}};
     for (const auto& one : cases)
         EXPECT_EQ(ustring(one.text).matches_pattern(ustring(one.pattern)), one.matches)
             << one.text << " " << one.pattern;

@@ -51,50 +51,19 @@ struct watched {
     const char* name;
 };
 
+#define CALL(name)                                                                                 \
+    { SYS_##name, #name }
 const watched calls[] = {
-    {SYS_write, "write"},
-    {SYS_pwrite64, "pwrite64"},
-    {SYS_writev, "writev"},
-    {SYS_pwritev, "pwritev"},
-    {SYS_open, "open"},
-    {SYS_openat, "openat"},
-    {SYS_openat2, "openat2"},
-    {SYS_creat, "creat"},
-    {SYS_mkdir, "mkdir"},
-    {SYS_mkdirat, "mkdirat"},
-    {SYS_rmdir, "rmdir"},
-    {SYS_unlink, "unlink"},
-    {SYS_unlinkat, "unlinkat"},
-    {SYS_rename, "rename"},
-    {SYS_renameat, "renameat"},
-    {SYS_renameat2, "renameat2"},
-    {SYS_link, "link"},
-    {SYS_linkat, "linkat"},
-    {SYS_symlink, "symlink"},
-    {SYS_symlinkat, "symlinkat"},
-    {SYS_truncate, "truncate"},
-    {SYS_ftruncate, "ftruncate"},
-    {SYS_fallocate, "fallocate"},
-    {SYS_chmod, "chmod"},
-    {SYS_fchmod, "fchmod"},
-    {SYS_fchmodat, "fchmodat"},
-    {SYS_chown, "chown"},
-    {SYS_fchown, "fchown"},
-    {SYS_lchown, "lchown"},
-    {SYS_fchownat, "fchownat"},
-    {SYS_utimensat, "utimensat"},
-    {SYS_utime, "utime"},
-    {SYS_utimes, "utimes"},
-    {SYS_fsync, "fsync"},
-    {SYS_fdatasync, "fdatasync"},
-    {SYS_syncfs, "syncfs"},
-    {SYS_mknod, "mknod"},
-    {SYS_mknodat, "mknodat"},
-    {SYS_copy_file_range, "copy_file_range"},
-    {SYS_sendfile, "sendfile"},
-    {SYS_setxattr, "setxattr"},
-    {SYS_fsetxattr, "fsetxattr"},
-};
+    CALL(write),     CALL(pwrite64),  CALL(writev),    CALL(pwritev),         CALL(open),
+    CALL(openat),    CALL(openat2),   CALL(creat),     CALL(mkdir),           CALL(mkdirat),
+    CALL(rmdir),     CALL(unlink),    CALL(unlinkat),  CALL(rename),          CALL(renameat),
+    CALL(renameat2), CALL(link),      CALL(linkat),    CALL(symlink),         CALL(symlinkat),
+    CALL(truncate),  CALL(ftruncate), CALL(fallocate), CALL(chmod),           CALL(fchmod),
+    CALL(fchmodat),  CALL(chown),     CALL(fchown),    CALL(lchown),          CALL(fchownat),
+    CALL(utimensat), CALL(utime),     CALL(utimes),    CALL(fsync),           CALL(fdatasync),
+    CALL(syncfs),    CALL(mknod),     CALL(mknodat),   CALL(copy_file_range), CALL(sendfile),
+    CALL(setxattr),  CALL(fsetxattr)};
+#undef CALL
 
 const char* name_of(long number) {
     for (const auto& call : calls)
@@ -275,39 +244,28 @@ int follow(run& r) {
 }
 
 bool parse(run& r, int argc, char** argv, int& at) {
-    std::string what = argc > 1 ? argv[1] : "";
-    at = 2;
-    if (what == "count")
-        r.what = mode::count;
-    else if (what == "trace")
-        r.what = mode::trace;
-    else if (what == "kill")
-        r.what = mode::kill;
-    else if (what == "fail")
-        r.what = mode::fail;
-    else if (what == "once")
-        r.what = mode::once;
-    else if (what == "step")
-        r.what = mode::step;
-    else
-        return false;
-    if (r.what == mode::step) {
-        if (at + 1 >= argc)
-            return false;
-        r.out = std::atoi(argv[at++]);
-        r.in = std::atoi(argv[at++]);
-    }
-    if (r.what == mode::kill || r.what == mode::fail || r.what == mode::once) {
+    static const struct {
+        const char* name;
+        mode what;
+        int numbers; // that follow it
+    } words[] = {{"count", mode::count, 0}, {"trace", mode::trace, 0}, {"kill", mode::kill, 1},
+                 {"fail", mode::fail, 2},   {"once", mode::once, 2},   {"step", mode::step, 2}};
+    for (const auto& word : words) {
+        if (argc < 2 || std::strcmp(argv[1], word.name) != 0)
+            continue;
+        at = 2 + word.numbers;
         if (at >= argc)
             return false;
-        r.at = std::atol(argv[at++]);
+        r.what = word.what;
+        const int first = word.numbers > 0 ? std::atoi(argv[2]) : 0;
+        const int second = word.numbers > 1 ? std::atoi(argv[3]) : 0;
+        if (r.what == mode::step)
+            r.out = first, r.in = second;
+        else
+            r.at = first, r.error = second;
+        return true;
     }
-    if (r.what == mode::fail || r.what == mode::once) {
-        if (at >= argc)
-            return false;
-        r.error = std::atoi(argv[at++]);
-    }
-    return at < argc;
+    return false;
 }
 
 } // namespace

@@ -1,10 +1,9 @@
 // A command that was cut, and which others pass beside it.
-#include "base_configuration.h"
 #include "intent.h"
-#include "library_loader.h"
 #include "package.h"
 
-#include "support/scratch.h"
+#include "support/has.h"
+#include "support/engine_home.h"
 
 #include <gtest/gtest.h>
 
@@ -13,20 +12,8 @@ using kmhost::package_id;
 
 namespace {
 
-class Intent : public testing::Test {
-  protected:
-    void SetUp() override {
-        dir_.write("libs.znp", KM_BUILD_LIB "/libkmcore\n");
-        ::setenv("SPEDITOR_LIB_PATH", dir_.path().c_str(), 1);
-        ::setenv("HOME", dir_.path().c_str(), 1);
-        km::set_configuration_location(km::pathname(dir_.path().c_str()));
-        km::library_loader::discard();
-    }
-    void TearDown() override {
-        km::library_loader::discard();
-        km::set_configuration_location(km::pathname());
-    }
-    km_test::scratch_dir dir_;
+struct Intent : testing::Test {
+    km_test::engine_home home;
 };
 
 enum answer { goes_on, refused, told };
@@ -86,9 +73,7 @@ TEST_F(Intent, WhatPassesBesideACutCommand) {
             ASSERT_EQ(told_of->messages.size(), one.should == goes_on ? 0U : 1U) << what;
             if (one.should != goes_on) {
                 EXPECT_EQ(told_of->messages[0].id, "cut") << what;
-                EXPECT_NE(
-                    told_of->messages[0].text.find("'kmctl resume " + one.cut.id.text() + "'"),
-                    std::string::npos)
+                EXPECT_HAS(told_of->messages[0].text, "'kmctl resume " + one.cut.id.text() + "'")
                     << what;
             }
         }

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sqlite3.h>
 
 #include <filesystem>
 #include <fstream>
@@ -68,13 +67,11 @@ TEST_F(Reports, ALineIsWrittenOnceHoweverItsWriterEnded) {
         const char* name;
         const char* left;   // what the file holds when the next one comes
         const char* wanted; // behind a repeat of the second line, and a third
-    } cases[] = {
-        {"whole", "one\ntwo\n", "one\ntwo\nthree\n"},
-        {"not begun", "one\n", "one\ntwo\nthree\n"},
-        {"torn", "one\ntw", "one\ntwo\nthree\n"},
-        {"torn, and another program wrote on", "one\ntwelve", "one\ntwelve\ntwo\nthree\n"},
-        {"shortened", "o", "o\nthree\n"},
-    };
+    } cases[] = {{"whole", "one\ntwo\n", "one\ntwo\nthree\n"},
+                 {"not begun", "one\n", "one\ntwo\nthree\n"},
+                 {"torn", "one\ntw", "one\ntwo\nthree\n"},
+                 {"torn, and another program wrote on", "one\ntwelve", "one\ntwelve\ntwo\nthree\n"},
+                 {"shortened", "o", "o\nthree\n"}};
     for (const auto& one : cases) {
         for (const bool repeats : {true, false}) { // or the third comes first
             fs::remove_all(fs::path(settings.file).parent_path());
@@ -143,36 +140,6 @@ TEST_F(Reports, WhatIsNoPlainFileIsRefusedAndNotWaitedFor) {
     EXPECT_EQ(file("k", "n"), delivery::not_set_up);
     EXPECT_EQ(deliver_to_db(report("k", "n"), settings, why), delivery::not_set_up);
     EXPECT_EQ(deliver_to_notice(report("k", "n"), settings, why), delivery::not_set_up);
-}
-
-TEST_F(Reports, ARepeatChangesNoRow) {
-    ASSERT_EQ(deliver_to_db(report("k", "it's"), settings, why), delivery::done) << why;
-    ASSERT_EQ(deliver_to_db(report("k", "other"), settings, why), delivery::done);
-    ASSERT_EQ(deliver_to_db(report("l", ""), settings, why), delivery::done);
-    sqlite3* base = nullptr;
-    ASSERT_EQ(sqlite3_open(settings.db.c_str(), &base), SQLITE_OK);
-    std::string rows;
-    const auto take = [](void* all, int, char** values, char**) {
-        *static_cast<std::string*>(all) += std::string(values[0]) + "=" + values[1] + ";";
-        return 0;
-    };
-    sqlite3_exec(base, "select id, name from reports", take, &rows, nullptr);
-    sqlite3_close(base);
-    EXPECT_EQ(rows, "k=it's;l=;");
-}
-
-TEST_F(Reports, ANoticeThatWasClearedStaysAwayUntilNothingCanRepeatIt) {
-    const auto one = report("k-1", "n");
-    ASSERT_EQ(deliver_to_notice(one, settings, why), delivery::done);
-    put(settings.working_directory + "/notice/.k.km~x", "half");
-    ASSERT_EQ(kmhost::read_notices(settings.working_directory).size(), 1U);
-    EXPECT_TRUE(kmhost::clear_notice(settings.working_directory, "k-1", why));
-    EXPECT_FALSE(kmhost::clear_notice(settings.working_directory, "k-1", why));
-    EXPECT_EQ(deliver_to_notice(one, settings, why), delivery::done);
-    EXPECT_TRUE(kmhost::read_notices(settings.working_directory).empty());
-    kmhost::forget_cleared_notices(settings.working_directory);
-    EXPECT_EQ(deliver_to_notice(one, settings, why), delivery::done);
-    EXPECT_EQ(kmhost::read_notices(settings.working_directory).size(), 1U);
 }
 
 TEST_F(Reports, AJsonLineIsOneLineOfUtf8) {

@@ -70,12 +70,3 @@ TEST(StreamDigest, GivesAndTakesNoStateOfAnotherPlace) {
         EXPECT_EQ(other.finish(), whole(bytes.substr(0, 3)));
     }
 }
-
-TEST(StreamDigest, KnowsADigestByItsForm) {
-    std::string capitals(64, 'A'), short_one(63, 'a'), other(64, 'g'), nul(64, '\0');
-    EXPECT_TRUE(kmhost::is_digest(capitals));
-    EXPECT_EQ(capitals, std::string(64, 'a'));
-    EXPECT_FALSE(kmhost::is_digest(short_one));
-    EXPECT_FALSE(kmhost::is_digest(other));
-    EXPECT_FALSE(kmhost::is_digest(nul));
-}

@@ -4,6 +4,8 @@
 #include "engine_types.h"
 #include "status_words.h"
 
+#include "support/has.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -55,12 +57,12 @@ TEST(Words, EveryStateNamesItsWayOut) {
         for (const char* word : one.says) {
             if (!word)
                 continue;
-            EXPECT_NE(text.find(std::string("'kmctl ") + word), std::string::npos)
+            EXPECT_HAS(text, std::string("'kmctl ") + word)
                 << one.letters << ": no " << word << " in: " << text;
         }
         EXPECT_EQ(text.find(std::string("'kmctl ") + one.never), std::string::npos) << text;
         kmhost::outcome refused;
         kmhost::tell_refusal(1, "accept", id, &entry, refused);
-        EXPECT_NE(refused.messages.back().text.find(text), std::string::npos);
+        EXPECT_HAS(refused.messages.back().text, text);
     }
 }

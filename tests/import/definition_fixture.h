@@ -1,12 +1,10 @@
 // definition_fixture: definitions out of texts, with the product's rules and objects
 #pragma once
 
-#include "array_channel.h"
 #include "base/msg_supp.h"
-#include "codec.h"
-#include "encode_channel.h"
 #include "package.h"
 #include "program_command.h"
+#include "support/coded.h"
 #include "support/scratch.h"
 #include "text_exporter.h"
 #include "text_importer.h"
@@ -81,14 +79,7 @@ class Definition : public ::testing::Test {
         package.creation_time = package.last_modification_time = 0;
         count_from(package, package.get_command_index());
         package.set_command_index(0);
-        km::array_output_channel bytes(4096);
-        {
-            km::encode_channel channel(&bytes);
-            km::encoder out(&channel);
-            out.encode_object(&package);
-        }
-        return {reinterpret_cast<const char*>(bytes.get_data()),
-                static_cast<size_t>(bytes.get_count())};
+        return encoded(package);
     }
 
     scratch_dir scratch_;

@@ -3,6 +3,8 @@
 
 #include "definition_fixture.h"
 
+#include "support/has.h"
+
 using km_test::Definition;
 
 namespace {
@@ -84,7 +86,7 @@ TEST_F(Lint, TellsWhatIsDoubtfulAtItsPlace) {
     };
     for (const auto& one : cases) {
         EXPECT_EQ(lint(one.body), one.keys) << one.body << told();
-        EXPECT_NE(told().find(one.told), std::string::npos) << one.body << told();
+        EXPECT_HAS(told(), one.told) << one.body << told();
     }
 }
 

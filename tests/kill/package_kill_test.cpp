@@ -1,8 +1,7 @@
 // A process that dies at any named step of an install, a repair or a remove: what is stored is true
 // at once, and the same call again comes to the good end.
 #include "package/package_fixture.h"
-
-#include <csignal>
+#include "support/child.h"
 
 using namespace km_test;
 
@@ -32,18 +31,6 @@ class PackageKill : public PackageTest {
             return -no;
         return package->execute(action, word, 0);
     }
-    bool dies_at(const std::string& point, operation what) {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::setenv("KM_KILL_AT", point.c_str(), 1);
-            stores all(dir_.at("store"));
-            run(all, what);
-            ::_exit(0);
-        }
-        int about = 0;
-        ::waitpid(child, &about, 0);
-        return WIFSIGNALED(about) && WTERMSIG(about) == SIGKILL;
-    }
     void start_over(bool installed) {
         for (const char* name : {"work", "store", "target"}) {
             std::filesystem::remove_all(dir_.at(name));
@@ -63,43 +50,44 @@ TEST_F(PackageKill, TheSameCallAgainComesToTheEnd) {
         operation what;
         const char* point;
         const char* left; // status words behind the kill
-    } cases[] = {
-        {install, "execute.before_tree", "none"},
-        {install, "execute.after_tree", "none"},
-        {install, "finish.before_profile", "none"},
-        {install, "durable.before_rename", "none"},
-        {install, "finish.after_profile", "none"},
-        {install, "store.before_flush", "none"},
-        {install, "store.before_counts", "none"},
-        {install, "store.before_entry", "none"},
-        {install, "table.slot.before_mark", "none"},
-        {install, "store.after_entry", "2/2"},
-        {chain, "execute.before_commit", "1/1"},
-        {force, "reference.before_own_entry", "2/2"},
-        {force, "reference.after_entries", "none"},
-        {force, "reference.before_profile", "none"},
-        {force, "execute.after_tree", "none"},
-        {force, "store.before_entry", "none"},
-        {force, "store.after_entry", "2/2"},
-        {repair, "execute.after_tree", "2/2"},
-        {repair, "finish.after_profile", "2/2"},
-        {repair, "store.before_entry", "2/2"},
-        {repair, "store.after_entry", "2/2"},
-        {repair, "store.before_old_profile", "2/2"},
-        {take_away, "execute.before_tree", "2/2"},
-        {take_away, "execute.after_tree", "2/2"},
-        {take_away, "store.before_flush", "2/2"},
-        {take_away, "store.before_counts", "2/2"},
-        {take_away, "store.before_entry", "2/2"},
-        {take_away, "store.after_entry", "2/2"},
-        {take_away, "reference.before_own_entry", "2/2"},
-        {take_away, "reference.after_entries", "none"},
-        {take_away, "reference.before_profile", "none"},
-    };
+    } cases[] = {{install, "execute.before_tree", "none"},
+                 {install, "execute.after_tree", "none"},
+                 {install, "finish.before_profile", "none"},
+                 {install, "durable.before_rename", "none"},
+                 {install, "finish.after_profile", "none"},
+                 {install, "store.before_flush", "none"},
+                 {install, "store.before_counts", "none"},
+                 {install, "store.before_entry", "none"},
+                 {install, "table.slot.before_mark", "none"},
+                 {install, "store.after_entry", "2/2"},
+                 {chain, "execute.before_commit", "1/1"},
+                 {force, "reference.before_own_entry", "2/2"},
+                 {force, "reference.after_entries", "none"},
+                 {force, "reference.before_profile", "none"},
+                 {force, "execute.after_tree", "none"},
+                 {force, "store.before_entry", "none"},
+                 {force, "store.after_entry", "2/2"},
+                 {repair, "execute.after_tree", "2/2"},
+                 {repair, "finish.after_profile", "2/2"},
+                 {repair, "store.before_entry", "2/2"},
+                 {repair, "store.after_entry", "2/2"},
+                 {repair, "store.before_old_profile", "2/2"},
+                 {take_away, "execute.before_tree", "2/2"},
+                 {take_away, "execute.after_tree", "2/2"},
+                 {take_away, "store.before_flush", "2/2"},
+                 {take_away, "store.before_counts", "2/2"},
+                 {take_away, "store.before_entry", "2/2"},
+                 {take_away, "store.after_entry", "2/2"},
+                 {take_away, "reference.before_own_entry", "2/2"},
+                 {take_away, "reference.after_entries", "none"},
+                 {take_away, "reference.before_profile", "none"}};
     for (const auto& one : cases) {
         const std::string what = std::to_string(one.what) + " " + one.point;
         start_over(one.what != install && one.what != chain);
-        ASSERT_TRUE(dies_at(one.point, one.what)) << what;
+        ASSERT_TRUE(dies_at(one.point, [&] {
+            stores all(dir_.at("store"));
+            run(all, one.what);
+        })) << what;
         stores all(dir_.at("store"));
         ASSERT_EQ(status(all.entry()), one.left) << what;
         if (all.entry()) {

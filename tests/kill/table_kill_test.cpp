@@ -1,37 +1,22 @@
 // A process that dies at any named point of the stores leaves the old or the new content.
 #include "durable.h"
-#include "library_loader.h"
 #include "persistent_hashtable.h"
 #include "refcounttable.h"
 #include "ustring.h"
 
-#include "support/scratch.h"
+#include "support/child.h"
+#include "support/engine_home.h"
 
-#include <csignal>
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using km::pathname;
 using km::Persistent_Hashtable;
 using km::ustring;
+using km_test::dies_at;
 
 namespace {
-
-// True if the child died at the point.
-bool dies_at(const std::string& point, const std::function<void()>& body) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::setenv("KM_KILL_AT", point.c_str(), 1);
-        body();
-        ::_exit(0);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
-}
 
 std::string content(const pathname& path) {
     EXPECT_EQ(Persistent_Hashtable::recover(path), 1);
@@ -48,10 +33,8 @@ std::string content(const pathname& path) {
 } // namespace
 
 TEST(Kill, ATableIsTheOldOrTheNewOne) {
-    km_test::scratch_dir dir;
-    dir.write("libs.znp", KM_BUILD_LIB "/libkmcore\n");
-    ::setenv("SPEDITOR_LIB_PATH", dir.path().c_str(), 1);
-    ::setenv("HOME", dir.path().c_str(), 1);
+    const km_test::engine_home home;
+    const auto& dir = home.dir;
     const pathname path(dir.at("t.pht").c_str());
     const std::string old_text = "a=1 b=2 ";
     const struct {
@@ -59,22 +42,20 @@ TEST(Kill, ATableIsTheOldOrTheNewOne) {
         const char* new_text;
         bool removes;
         bool always_new;
-    } cases[] = {
-        {"table.slot.written", "a=1 b=2 c=3 ", false, false},
-        {"table.slot.before_mark", "a=1 b=2 c=3 ", false, false},
-        {"table.slot.after_mark", "a=1 b=2 c=3 ", false, true},
-        {"table.remove.before_mark", "a=1 ", true, false},
-        {"table.remove.after_mark", "a=1 ", true, true},
-        {"table.defrag.copying", "a=1 ", true, true},
-        {"table.defrag.before_copied", "a=1 ", true, true},
-        {"table.defrag.copied", "a=1 ", true, true},
-        {"table.defrag.moved", "a=1 ", true, true},
-        {"table.defrag.cut", "a=1 ", true, true},
-        // Inside the rewriting: slots of the copy, and slots moved to the start.
-        {"table.slot.before_mark:1", "a=1 ", true, true},
-        {"table.slot.before_mark:2", "a=1 ", true, true},
-        {"table.slot.written:2", "a=1 ", true, true},
-    };
+    } cases[] = {{"table.slot.written", "a=1 b=2 c=3 ", false, false},
+                 {"table.slot.before_mark", "a=1 b=2 c=3 ", false, false},
+                 {"table.slot.after_mark", "a=1 b=2 c=3 ", false, true},
+                 {"table.remove.before_mark", "a=1 ", true, false},
+                 {"table.remove.after_mark", "a=1 ", true, true},
+                 {"table.defrag.copying", "a=1 ", true, true},
+                 {"table.defrag.before_copied", "a=1 ", true, true},
+                 {"table.defrag.copied", "a=1 ", true, true},
+                 {"table.defrag.moved", "a=1 ", true, true},
+                 {"table.defrag.cut", "a=1 ", true, true},
+                 // Inside the rewriting: slots of the copy, and slots moved to the start.
+                 {"table.slot.before_mark:1", "a=1 ", true, true},
+                 {"table.slot.before_mark:2", "a=1 ", true, true},
+                 {"table.slot.written:2", "a=1 ", true, true}};
     for (const auto& one : cases) {
         ::unlink(dir.at("t.pht").c_str());
         {
@@ -96,7 +77,6 @@ TEST(Kill, ATableIsTheOldOrTheNewOne) {
             << one.point << ": " << found;
         EXPECT_EQ(content(path), found) << "a second recovery changes nothing";
     }
-    km::library_loader::discard();
 }
 
 TEST(Kill, ADurableReplaceIsTheOldOrTheNewFile) {
@@ -113,10 +93,8 @@ TEST(Kill, ADurableReplaceIsTheOldOrTheNewFile) {
 }
 
 TEST(Kill, CountsAreInOneOfTheTwoFiles) {
-    km_test::scratch_dir dir;
-    dir.write("libs.znp", KM_BUILD_LIB "/libkmcore\n");
-    ::setenv("SPEDITOR_LIB_PATH", dir.path().c_str(), 1);
-    ::setenv("HOME", dir.path().c_str(), 1);
+    const km_test::engine_home home;
+    const auto& dir = home.dir;
     const pathname where(dir.path().c_str());
     const ustring object("/f"), package("p"), version("1");
     {
@@ -141,5 +119,4 @@ TEST(Kill, CountsAreInOneOfTheTwoFiles) {
         const int count = table.get_ref_count(object);
         EXPECT_EQ(count, std::string(point) == "counts.commit.written" ? 2 : 1) << point;
     }
-    km::library_loader::discard();
 }

@@ -118,6 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
     Force, InstallLife,
     testing::Values(
         "install = 0 IC--- new; install f = 0 IC--- new; remove f = 0 none removed",
+        "install = 0 IC--- new; fail can 1 1 trap=9; install f = 9 IC--- new",
         "install t = 0 IP--- before; install f = 0 IC--- new",
         "install t = 0 IP--- before; remove f = 0 none before",
         "install tw = 0 IPP-- before; install ft = 0 IP--- before; commit = 0 IC--- new",

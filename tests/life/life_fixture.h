@@ -12,6 +12,7 @@
 #include "zip_file.h"
 
 #include "package/package_fixture.h"
+#include "support/child.h"
 
 #include <fcntl.h>
 #include <set>
@@ -89,6 +90,16 @@ inline std::string case_name(const testing::TestParamInfo<const char*>& info) {
 class LifeTest : public PackageTest {
   protected:
     void SetUp() override {
+        set_up_engine();
+        fill_machine("target");
+        fill_source();
+        build("pkg", dir_.at("pkg.spb"));
+        ASSERT_EQ(km::set_target_root(dir_.at("target").c_str()), 1);
+        before_ = picture_of(dir_.at("target"));
+        foresee_ends();
+    }
+    // The libraries with all objects, the store and what it lies beside.
+    void set_up_engine() {
         PackageTest::SetUp();
         dir_.write("libs.znp", KM_BUILD_LIB "/libkmcore\n" KM_BUILD_LIB "/libkmobjects\n");
         km::library_loader::discard();
@@ -101,12 +112,6 @@ class LifeTest : public PackageTest {
         km::set_engine_hooks(hooks);
         for (const char* name : {"source", "backup"})
             fs::create_directory(dir_.at(name));
-        fill_machine("target");
-        fill_source();
-        build("pkg", dir_.at("pkg.spb"));
-        ASSERT_EQ(km::set_target_root(dir_.at("target").c_str()), 1);
-        before_ = picture_of(dir_.at("target"));
-        foresee_ends();
     }
     void TearDown() override {
         km::set_target_root(nullptr);
@@ -206,7 +211,7 @@ class LifeTest : public PackageTest {
 
     // One operation as a host does it, in a process's fresh state: the gate and, if it allows, the
     // operation; minus the gate's answer if it refuses, -99 without a profile.
-    int run(const std::string& op, unsigned mode) {
+    int run(const std::string& op, unsigned mode, const std::string& version = "1") {
         km::forget_made_directories();
         km::forget_room();
         km::forget_directories();
@@ -218,7 +223,7 @@ class LifeTest : public PackageTest {
         if (from_file && !goes_on_)
             package = from_package_file(all, data);
         else
-            package = from_profile(all);
+            package = from_profile(all, version.c_str());
         if (from_file && goes_on_ && package)
             package->input_channel = (data = open_data(package->current_offset)).get();
         const int result = package ? run(*package, !data || goes_on_, op, mode) : -99;
@@ -401,15 +406,7 @@ class LifeTest : public PackageTest {
     void killed(std::istringstream& words) {
         std::string point, op, mode;
         words >> point >> op >> mode;
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::setenv("KM_KILL_AT", point.c_str(), 1);
-            run(op, mode_of(mode));
-            ::_exit(0);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        ASSERT_TRUE(WIFSIGNALED(status)) << point << " is not on the way";
+        ASSERT_TRUE(dies_at(point, [&] { run(op, mode_of(mode)); })) << " is not on the way";
     }
     static unsigned mode_of(const std::string& letters) {
         static const std::map<char, unsigned> bits = {

@@ -2,49 +2,24 @@
 #include "command.h"
 
 #include "catalog.h"
-#include "codec.h"
-#include "decode_channel.h"
-#include "encode_channel.h"
 #include "object_command.h"
 #include "restart.h"
 #include "variable_list.h"
 
+#include "support/coded.h"
 #include "support/fake_definition.h"
 #include "support/recording_command.h"
 
 #include <gtest/gtest.h>
 
 using namespace km;
+using km_test::decoded;
+using km_test::encoded;
 using km_test::recording_command;
 using km_test::tree;
 using km_test::u;
 
 namespace {
-
-std::string encoded(const codable& object) {
-    array_output_channel bytes(64);
-    {
-        encode_channel channel(&bytes);
-        encoder out(&channel);
-        out.encode_object(&object);
-    }
-    return {reinterpret_cast<const char*>(bytes.get_data()),
-            static_cast<size_t>(bytes.get_count())};
-}
-
-std::unique_ptr<codable> decoded(const std::string& bytes, int& status,
-                                 variable_list* variables = nullptr) {
-    array_input_channel inner(reinterpret_cast<const unsigned char*>(bytes.data()),
-                              static_cast<int>(bytes.size()));
-    inner.inhibit(1);
-    decode_channel channel(&inner);
-    decoder in(&channel);
-    in.variables = variables;
-    codable* object = nullptr;
-    in.decode_object(object);
-    status = in.get_status();
-    return std::unique_ptr<codable>(object);
-}
 
 // Passes for an object of a class in a stream, with fields of its own.
 class forged : public uncoded<codable> {
@@ -65,13 +40,11 @@ class forged : public uncoded<codable> {
 TEST(Command, IsRunByThisTable) {
     const struct {
         int in_commit, scope, mask, connected, package_executed, executed, result, runs;
-    } cases[] = {
-        {0, 1, 1, 0, 0, 0, 0, 1}, {0, 1, 1, 0, 0, 1, 0, 0}, {0, 1, 1, 0, 1, 1, 0, 1},
-        {0, 1, 1, 0, 1, 0, 0, 0}, {0, 1, 1, 0, 1, 0, 2, 1}, {0, 1, 1, 0, 1, 0, 4, 1},
-        {0, 1, 1, 0, 1, 0, 3, 0}, {1, 1, 1, 0, 0, 0, 0, 0}, {1, 1, 1, 0, 1, 1, 0, 0},
-        {0, 2, 1, 0, 0, 0, 0, 1}, {0, 2, 1, 1, 0, 0, 0, 0}, {0, 1, 2, 0, 0, 0, 0, 0},
-        {0, 1, 2, 1, 0, 0, 0, 0}, {0, 2, 2, 1, 0, 0, 0, 1}, {0, 1, 3, 1, 1, 1, 9, 1},
-    };
+    } cases[] = {{0, 1, 1, 0, 0, 0, 0, 1}, {0, 1, 1, 0, 0, 1, 0, 0}, {0, 1, 1, 0, 1, 1, 0, 1},
+                 {0, 1, 1, 0, 1, 0, 0, 0}, {0, 1, 1, 0, 1, 0, 2, 1}, {0, 1, 1, 0, 1, 0, 4, 1},
+                 {0, 1, 1, 0, 1, 0, 3, 0}, {1, 1, 1, 0, 0, 0, 0, 0}, {1, 1, 1, 0, 1, 1, 0, 0},
+                 {0, 2, 1, 0, 0, 0, 0, 1}, {0, 2, 1, 1, 0, 0, 0, 0}, {0, 1, 2, 0, 0, 0, 0, 0},
+                 {0, 1, 2, 1, 0, 0, 0, 0}, {0, 2, 2, 1, 0, 0, 0, 1}, {0, 1, 3, 1, 1, 1, 9, 1}};
     for (const auto& one : cases) {
         tree of("a");
         of.package.executed = one.package_executed;
@@ -142,7 +115,7 @@ TEST(CommandCoding, ConditionsKeepTheirReferences) {
     const std::string bytes = encoded(outer);
     int status = 0;
     variable_list::set_chain(variable_list::for_decoder, &variables);
-    const auto object = decoded(bytes, status, &variables);
+    const auto object = decoded(bytes, &status, &variables);
     variable_list::set_chain(variable_list::for_decoder, nullptr);
     auto* read = dynamic_cast<cm_composite_command*>(object.get());
     ASSERT_TRUE(read);
@@ -176,27 +149,25 @@ TEST(CommandCoding, HostileStreamsAreRefused) {
     const auto object_field = [](int id, const codable& of) {
         return [id, &of](encoder& to) { to.encode_object_field(id, &of); };
     };
-    const forged cases[] = {
-        {"CmCompositeCommand", children({&leaf, &no_command})},
-        {"CmCompositeCommand", children({&leaf, &leaf})},
-        {"CmAddObject", object_field(200, leaf)},
-        {"CmRemoveObject", object_field(200, no_command)},
-        {"CmRestart", object_field(100, stranger)},
-        {"CmRestart", object_field(100, no_command)},
-    };
+    const forged cases[] = {{"CmCompositeCommand", children({&leaf, &no_command})},
+                            {"CmCompositeCommand", children({&leaf, &leaf})},
+                            {"CmAddObject", object_field(200, leaf)},
+                            {"CmRemoveObject", object_field(200, no_command)},
+                            {"CmRestart", object_field(100, stranger)},
+                            {"CmRestart", object_field(100, no_command)}};
     for (const auto& one : cases) {
         int status = 0;
-        const auto object = decoded(encoded(one), status);
+        const auto object = decoded(encoded(one), &status);
         EXPECT_EQ(status, 2) << &one - cases;
     }
     int status = 0;
-    decoded(encoded(forged("CmCompositeCommand", children({&leaf}))), status);
+    decoded(encoded(forged("CmCompositeCommand", children({&leaf}))), &status);
     EXPECT_EQ(status, 0);
     // The composite itself as its child.
     std::function<void(encoder&)> cycle;
     const forged self("CmCompositeCommand", [&cycle](encoder& to) { cycle(to); });
     cycle = children({&self});
-    decoded(encoded(self), status);
+    decoded(encoded(self), &status);
     EXPECT_EQ(status, 2);
     auto* deep = new cm_composite_command;
     for (int i = 0; i < 600; ++i) {
@@ -205,7 +176,7 @@ TEST(CommandCoding, HostileStreamsAreRefused) {
         deep = outer;
     }
     const std::unique_ptr<cm_command> owner(deep);
-    decoded(encoded(*deep), status);
+    decoded(encoded(*deep), &status);
     EXPECT_EQ(status, 2);
 }
 

@@ -5,6 +5,7 @@
 #include "log_objects.h"
 #include "restart.h"
 
+#include "support/has.h"
 #include "support/recording_command.h"
 
 #include <gtest/gtest.h>
@@ -142,13 +143,11 @@ TEST(CompositeWalk, AFalseConditionStepsOverTheDataAndTellsAContainer) {
         int skip, uncompressed;
         const char* walk;
         int executed_then;
-    } cases[] = {
-        {1, 1, 0, 0, 0, 0, 0, "skip:a b 0", 1},   {1, 2, 1, 0, 0, 0, 0, "skip:a b 0", 1},
-        {1, 3, 0, 0, 0, 0, 0, "b 0", 1},          {2, 1, 0, 0, 0, 0, 0, "b 0", 1},
-        {1, 1, 1, 1, 500, 0, 0, "b 0", 1},        {1, 1, 1, 0, 500, 0, 0, "skip:a b 0", 1},
-        {1, 1, 0, 1, 500, 0, 0, "skip:a b 0", 1}, {1, 1, 0, 0, 0, 6, 0, "skip:a 6", 0},
-        {1, 1, 0, 0, 0, 6, 1, "skip:a 6", 1},     {1, 1, 0, 0, 0, 9, 0, "skip:a 10", 0},
-    };
+    } cases[] = {{1, 1, 0, 0, 0, 0, 0, "skip:a b 0", 1},   {1, 2, 1, 0, 0, 0, 0, "skip:a b 0", 1},
+                 {1, 3, 0, 0, 0, 0, 0, "b 0", 1},          {2, 1, 0, 0, 0, 0, 0, "b 0", 1},
+                 {1, 1, 1, 1, 500, 0, 0, "b 0", 1},        {1, 1, 1, 0, 500, 0, 0, "skip:a b 0", 1},
+                 {1, 1, 0, 1, 500, 0, 0, "skip:a b 0", 1}, {1, 1, 0, 0, 0, 6, 0, "skip:a 6", 0},
+                 {1, 1, 0, 0, 0, 6, 1, "skip:a 6", 1},     {1, 1, 0, 0, 0, 9, 0, "skip:a 10", 0}};
     for (const auto& one : cases) {
         tree of("a b");
         source stream(777);
@@ -168,7 +167,7 @@ TEST(CompositeWalk, AFalseConditionStepsOverTheDataAndTellsAContainer) {
         const bool left_out = one.action == 1 && one.phase < 3 && !one.executed && !one.skip;
         EXPECT_EQ(km_test::told(of.messages), left_out ? "788 " : "") << one.walk;
         const std::string text = of.messages.text_of(0);
-        EXPECT_EQ(text.find("'the docs' is") != std::string::npos, left_out) << text;
+        EXPECT_EQ(km_test::has(text, "'the docs' is"), left_out) << text;
         const int before = of.messages.get_count(); // a container is told of once
         of.walk(one.action, one.phase);
         EXPECT_EQ(of.messages.get_count(), before);
@@ -260,7 +259,7 @@ TEST(CompositeCheck, ATemporaryFailureIsLoggedAsFailed) {
         of[0].can = of[1].can = cm_command::temporary_failure;
         of.package.cm_composite_command::can_execute(a_execute, phase);
         const std::string text = home.dir.read("logs/pkg^1.0.log");
-        EXPECT_EQ(text.find("[failure]\ta\n[failure]\tb\n") != std::string::npos, logged);
+        EXPECT_EQ(km_test::has(text, "[failure]\ta\n[failure]\tb\n"), logged);
         EXPECT_EQ(of[0].result, cm_command::temporary_failure);
     }
 }

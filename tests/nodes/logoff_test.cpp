@@ -1,12 +1,7 @@
 // The command that asks for the users to be logged off.
 #include "logoff.h"
 
-#include "array_channel.h"
-#include "codec.h"
-#include "decode_channel.h"
-#include "encode_channel.h"
-
-#include "support/fake_definition.h"
+#include "support/coded.h"
 #include "support/recording_command.h"
 
 #include <gtest/gtest.h>
@@ -71,49 +66,17 @@ TEST(Logoff, UndoTakesTheMomentOfTheUndo) {
     EXPECT_EQ(alone.result, cm_command::failure);
 }
 
-TEST(Logoff, TextForm) {
-    km_test::fake_importer from({{"force", "1"},
-                                 {"during_remove", "1"},
-                                 {"during_commit", "1"},
-                                 {"condition", "1 == 1"},
-                                 {"is_per_user", "1"}});
-    logoff command;
-    command.import(from);
-    EXPECT_EQ(from.asked, "force force_if_locked during_install during_remove during_undo "
-                          "during_commit condition is_per_user ");
-    EXPECT_EQ(command.scope, 2);
-    km_test::fake_exporter to;
-    command.export_(to);
-    logoff().export_(to);
-    EXPECT_EQ(to.text, "logoff{ force=1 during_remove=1 during_commit=1 condition=1 == 1 } "
-                       "logoff{ condition= } ");
-}
-
 TEST(Logoff, CodedForm) {
     km_test::engine_home home; // where factories are found
     logoff command;
     command.force = command.during_undo = 1;
-    array_output_channel bytes(64);
-    {
-        encode_channel channel(&bytes);
-        encoder(&channel).encode_object(&command);
-    }
-    const std::string all(reinterpret_cast<const char*>(bytes.get_data()),
-                          static_cast<size_t>(bytes.get_count()));
+    const std::string all = km_test::encoded(command);
     using namespace std::string_literals;
     const std::string fields = "\0\xC8\0\1\0\xC9\0\0\0\xCA\0\0\0\xCB\0\0\0\xCC\0\1\0\xCD\0\0"s;
     EXPECT_EQ(all.substr(all.size() - fields.size() - 2), fields + "\xFF\xFF");
     EXPECT_EQ(all.find("com.ombrel.sd.cmObjects.CmLogoff\0\0\0\1"s), 3u);
 
-    array_input_channel inner(reinterpret_cast<const unsigned char*>(all.data()),
-                              static_cast<int>(all.size()));
-    inner.inhibit(1);
-    decode_channel channel(&inner);
-    decoder in(&channel);
-    codable* object = nullptr;
-    in.decode_object(object);
-    const std::unique_ptr<codable> owned(object);
-    const auto* read = dynamic_cast<logoff*>(object);
+    const auto read = km_test::decoded_as<logoff>(all);
     ASSERT_TRUE(read);
     EXPECT_EQ(std::tuple(read->force, read->force_if_locked, read->during_install,
                          read->during_remove, read->during_undo, read->during_commit),

@@ -2,6 +2,8 @@
 #include "package_fixture.h"
 #include "variable_list.h"
 
+#include "support/has.h"
+
 using namespace km_test;
 using km::a_execute;
 using km::a_reverse;
@@ -39,6 +41,14 @@ class Execute : public PackageTest {
         if (const int refused = package.validate_cm_status(km::o_execute, action, word, 0, &status))
             return -refused;
         return package.execute(action, word, 7);
+    }
+    // A new package, of which the catalog knows nothing.
+    std::unique_ptr<km::cm_package> make_anew(stores& all) {
+        const km::cm_catalog_key key("pkg", "1");
+        all.catalog.remove(&key);
+        auto package = make();
+        all.give(*package);
+        return package;
     }
     // From the package file, or from the profile with `again`.
     int install(stores& all, unsigned mode = km::m_binary_file) {
@@ -93,33 +103,6 @@ TEST_F(Execute, AnInstallIsStoredOnceAndARemoveLeavesNothing) {
     EXPECT_TRUE(heard.empty());
 }
 
-TEST_F(Execute, ForceInstallsOverAnyStateAndKeepsOneProfile) {
-    const struct {
-        int stable, now;
-    } rows[] = {{2, 2}, {2, km::cs_error}, {1, 1}, {5, 5}, {6, 6}, {0, 2}};
-    for (const auto& row : rows) {
-        stores all(dir_.at("store"));
-        ASSERT_EQ(install(all, km::m_binary_file | km::m_force), 0) << "first";
-        cm_catalog_entry entry = *all.entry();
-        entry.cm_status = row.stable;
-        entry.current_cm_status = row.now;
-        entry.backup_availability = 1;
-        entry.undo_package_name = pathname(dir_.write("backup/UP000001", "undo").c_str());
-        all.put(entry);
-        EXPECT_EQ(install(all, km::m_binary_file | km::m_force), 0) << row.stable;
-        EXPECT_EQ(status(all.entry()), "2/2");
-        EXPECT_EQ(all.entry()->backup_availability, 0);
-        EXPECT_EQ(files_in("work"), 1) << row.stable;
-        EXPECT_EQ(files_in("backup"), 0);
-    }
-    // One that may not even begin leaves the older install as it was.
-    stores all(dir_.at("store"));
-    result_of("can 1 1 b", 9);
-    EXPECT_EQ(install(all, km::m_binary_file | km::m_force), 9);
-    EXPECT_EQ(status(all.entry()), "2/2");
-    EXPECT_TRUE(from_profile(all));
-}
-
 TEST_F(Execute, AttributesRefuseModes) {
     const std::int32_t may_not = 1, free = 2, must = 4;
     const struct {
@@ -147,9 +130,7 @@ TEST_F(Execute, AttributesRefuseModes) {
     };
     for (const auto& row : rows) {
         stores all(dir_.at("store"));
-        all.catalog.remove(std::make_unique<km::cm_catalog_key>("pkg", "1").get());
-        auto package = make();
-        all.give(*package);
+        auto package = make_anew(all);
         package->connected = row.connected;
         package->undoable = row.undoable;
         package->committable = row.committable;
@@ -157,7 +138,7 @@ TEST_F(Execute, AttributesRefuseModes) {
         const int result = package->execute(a_execute, static_cast<int>(row.mode), 0);
         EXPECT_EQ(result, row.error ? 9 : 0) << row.what;
         EXPECT_EQ(package->internal_error, row.error) << row.what;
-        EXPECT_NE(text_of(all.messages).find(row.message), std::string::npos) << row.what;
+        EXPECT_HAS(text_of(all.messages), row.message) << row.what;
         EXPECT_EQ(status(all.entry()), row.error ? "none" : "2/2") << row.what;
         EXPECT_EQ(all.entry() && (all.entry()->entry_mode & km::m_preferably_undoable), false);
         recorder::results.clear();
@@ -190,10 +171,8 @@ TEST_F(Execute, TheModeAndWhatIsBusyChooseTheOperation) {
     };
     for (const auto& row : rows) {
         stores all(dir_.at("store"));
-        all.catalog.remove(std::make_unique<km::cm_catalog_key>("pkg", "1").get());
         recorder::results = {{row.busy, 8}};
-        auto package = make();
-        all.give(*package);
+        auto package = make_anew(all);
         EXPECT_EQ(run(*package, a_execute, row.mode), 0) << row.mode << row.busy;
         ASSERT_TRUE(all.entry()) << row.mode;
         EXPECT_EQ(all.entry()->operation_requested, row.operation) << row.mode << row.busy;
@@ -210,29 +189,25 @@ TEST_F(Execute, EachResultOfACommandIsFoldedIntoTheEntry) {
         int pending, stage, error;
         std::vector<std::string> asked;
         const char* first_call; // behind the reboot
-    } rows[] = {
-        {0, 1, 0, "2/2", 0, 0, 0, {}, ""},
-        {1, 1, 1, "0/0", 1, 1, 0, reboot, "do 1 1 b"},
-        {2, 1, 2, "0/0", 2, 1, 0, reboot, "do 1 1 a"},
-        {3, 1, 3, "0/0", 3, 1, 0, reboot, "do 1 7 b"},
-        {4, 1, 4, "0/0", 4, 1, 0, reboot, "do 1 1 a"},
-        {5, 1, 5, "0/2", 5, 1, 0, {"prepare"}, "do 1 7 b"},
-        {7, 1, 7, "2/2", 0, 0, 0, {}, ""},
-        {8, 1, 9, "2/E", 0, 0, 20, {}, ""},
-        {8, 0, 7, "2/2", 0, 0, 0, {}, ""},
-        {9, 1, 9, "2/E", 0, 0, 20, {}, ""},
-        {9, 0, 7, "2/2", 0, 0, 0, {}, ""},
-        {10, 1, 10, "2/E", 0, 0, 0, {}, ""},
-    };
+    } rows[] = {{0, 1, 0, "2/2", 0, 0, 0, {}, ""},
+                {1, 1, 1, "0/0", 1, 1, 0, reboot, "do 1 1 b"},
+                {2, 1, 2, "0/0", 2, 1, 0, reboot, "do 1 1 a"},
+                {3, 1, 3, "0/0", 3, 1, 0, reboot, "do 1 7 b"},
+                {4, 1, 4, "0/0", 4, 1, 0, reboot, "do 1 1 a"},
+                {5, 1, 5, "0/2", 5, 1, 0, {"prepare"}, "do 1 7 b"},
+                {7, 1, 7, "2/2", 0, 0, 0, {}, ""},
+                {8, 1, 9, "2/E", 0, 0, 20, {}, ""},
+                {8, 0, 7, "2/2", 0, 0, 0, {}, ""},
+                {9, 1, 9, "2/E", 0, 0, 20, {}, ""},
+                {9, 0, 7, "2/2", 0, 0, 0, {}, ""},
+                {10, 1, 10, "2/E", 0, 0, 0, {}, ""}};
     for (const auto& row : rows) {
         const std::string what = std::to_string(row.child) + " stops " + std::to_string(row.stops);
         stores all(dir_.at("store"));
-        all.catalog.remove(std::make_unique<km::cm_catalog_key>("pkg", "1").get());
         heard.clear();
         result_of("do 1 1 a", row.child);
-        auto package = make();
+        auto package = make_anew(all);
         package->set_stop_on_failure(row.stops);
-        all.give(*package);
         EXPECT_EQ(package->execute(a_execute, km::m_binary_file, 0), row.answer) << what;
         EXPECT_EQ(status(all.entry()), row.words) << what;
         ASSERT_TRUE(all.entry());
@@ -253,26 +228,6 @@ TEST_F(Execute, EachResultOfACommandIsFoldedIntoTheEntry) {
     }
 }
 
-TEST_F(Execute, ALostStreamEndsTheProcessAndTheRunGoesOnFromItsProfile) {
-    EXPECT_EXIT(
-        {
-            stores all(dir_.at("store"));
-            result_of("do 1 1 b", 6);
-            install(all);
-        },
-        testing::ExitedWithCode(0), "");
-    stores all(dir_.at("store"));
-    ASSERT_TRUE(all.entry());
-    EXPECT_EQ(status(all.entry()), "0/0");
-    EXPECT_EQ(all.entry()->current_result, 6);
-    EXPECT_EQ(all.counts.get_ref_count("a", "pkg", "1"), 1) << "counts go before the entry";
-    EXPECT_EQ(again(all, a_execute), 0);
-    EXPECT_EQ(recorder::calls.front(), "do 1 1 b") << "what was done is not done again";
-    EXPECT_EQ(status(all.entry()), "2/2");
-    EXPECT_EQ(all.entry()->current_result, 0);
-    EXPECT_EQ(files_in("work"), 1);
-}
-
 TEST_F(Execute, AStepOfTheEndThatFailsIsTenAndTheStoreTellsTheTruth) {
     enum fault { no_profile, not_durable, no_restart };
     const struct {
@@ -282,25 +237,21 @@ TEST_F(Execute, AStepOfTheEndThatFailsIsTenAndTheStoreTellsTheTruth) {
         int error;
         const char* words;
         std::vector<std::string> asked;
-    } rows[] = {
-        {"no profile", no_profile, 0, 0, "none", {}},
-        {"no profile, reboot", no_profile, 1, 0, "none", {}},
-        {"no profile, error", no_profile, 9, 20, "none", {}},
-        {"store", not_durable, 0, 12, "none", {}},
-        {"store, error", not_durable, 9, 12, "none", {}},
-        {"store, reboot", not_durable, 1, 12, "none", {"unprepare", "cancel"}},
-        {"restart", no_restart, 3, 22, "0/0", {"prepare"}},
-        {"restart later", no_restart, 5, 22, "0/2", {"prepare"}},
-    };
+    } rows[] = {{"no profile", no_profile, 0, 0, "none", {}},
+                {"no profile, reboot", no_profile, 1, 0, "none", {}},
+                {"no profile, error", no_profile, 9, 20, "none", {}},
+                {"store", not_durable, 0, 12, "none", {}},
+                {"store, error", not_durable, 9, 12, "none", {}},
+                {"store, reboot", not_durable, 1, 12, "none", {"unprepare", "cancel"}},
+                {"restart", no_restart, 3, 22, "0/0", {"prepare"}},
+                {"restart later", no_restart, 5, 22, "0/2", {"prepare"}}};
     for (const auto& row : rows) {
         stores all(dir_.at("store"));
-        all.catalog.remove(std::make_unique<km::cm_catalog_key>("pkg", "1").get());
         heard.clear();
         result_of("do 1 1 b", row.child);
         prepares = row.at == no_restart ? 0 : 1;
         durable = row.at == not_durable ? 0 : 1;
-        auto package = make();
-        all.give(*package);
+        auto package = make_anew(all);
         if (row.at == no_profile) {
             std::filesystem::remove_all(dir_.at("work"));
             dir_.write("work", "no directory");
@@ -317,22 +268,6 @@ TEST_F(Execute, AStepOfTheEndThatFailsIsTenAndTheStoreTellsTheTruth) {
             EXPECT_EQ(install(all), 0) << "the next try after: " << row.what;
         }
     }
-}
-
-TEST_F(Execute, AFailedRemoveIsAnErrorOfTheInstallAndCanBeTriedAgain) {
-    stores all(dir_.at("store"));
-    ASSERT_EQ(install(all), 0);
-    result_of("do 2 1 a", 9);
-    EXPECT_EQ(again(all, a_reverse), 9);
-    ASSERT_TRUE(all.entry());
-    EXPECT_EQ(status(all.entry()), "2/E");
-    EXPECT_EQ(all.entry()->last_action, a_execute) << "as before the remove";
-    EXPECT_EQ(files_in("work"), 1);
-    EXPECT_EQ(again(all, a_reverse), -1) << "the gate wants force";
-    recorder::results.clear();
-    EXPECT_EQ(again(all, a_reverse, km::m_force), 0);
-    EXPECT_EQ(status(all.entry()), "none");
-    EXPECT_EQ(files_in("work") + files_in("target"), 0);
 }
 
 TEST_F(Execute, ARemoveThatARebootCutGoesOnAndStillKnowsTheInstall) {
@@ -451,7 +386,7 @@ TEST_F(Execute, DefaultVariablesAreSavedOnceAndNeverOverwritten) {
     EXPECT_EQ(run(*package, a_execute, km::m_force | km::m_binary_file), 0);
     EXPECT_EQ(dir_.read("znpis.var"), "mine = kept\nour=kept\nnew = default\n");
     const std::string told = text_of(all.messages);
-    EXPECT_NE(told.find("(mine) is already present"), std::string::npos) << told;
-    EXPECT_NE(told.find("(our) is already present"), std::string::npos);
+    EXPECT_HAS(told, "(mine) is already present");
+    EXPECT_HAS(told, "(our) is already present");
     EXPECT_EQ(told.find("(new)"), std::string::npos);
 }

@@ -5,6 +5,9 @@
 #include "values.h"
 #include "variable_list.h"
 
+#include "support/has.h"
+#include "support/coded.h"
+
 using namespace km_test;
 using namespace std::string_literals;
 using km::cm_package;
@@ -99,10 +102,9 @@ struct outcome {
     int invalid_signature = 0;
 };
 
-outcome decoded(const std::string& bytes, sp_object::sp_type type = sp_object::either,
-                int substitute = 0) {
-    km::array_input_channel channel(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                    static_cast<int>(bytes.size()));
+outcome read_back(const std::string& bytes, sp_object::sp_type type = sp_object::either,
+                  int substitute = 0) {
+    km::array_input_channel channel(raw(bytes), static_cast<int>(bytes.size()));
     channel.inhibit(1);
     km::spmessage messages;
     sp_object reader(&messages);
@@ -119,8 +121,7 @@ std::string encoded(cm_package& package, sp_object::sp_type type = sp_object::sp
     km::array_output_channel bytes(64);
     sp_object writer;
     EXPECT_EQ(writer.encode(&package, package.variables, bytes, type), 0);
-    return {reinterpret_cast<const char*>(bytes.get_data()),
-            static_cast<size_t>(bytes.get_count())};
+    return bytes_of(bytes);
 }
 
 // Either refused with a message and nothing handed out, or a whole package.
@@ -130,7 +131,7 @@ void expect_refused_or_whole(const outcome& out, const std::string& what) {
     } else {
         EXPECT_EQ(out.result, 9) << what;
         EXPECT_FALSE(out.package) << what;
-        EXPECT_NE(out.told.find("Error decoding software package object"), std::string::npos);
+        EXPECT_HAS(out.told, "Error decoding software package object");
     }
 }
 
@@ -170,7 +171,7 @@ TEST_F(PackageCoding, EveryFieldStandsInItsPlaceAndIsWrittenBack) {
             other[id] = field(id, kind, "-1000" + own);
     });
     const std::string bytes = stream(other);
-    const outcome out = decoded(bytes);
+    const outcome out = read_back(bytes);
     ASSERT_TRUE(out.package);
     out.package->variables = nullptr; // the reader's chain would be written too
     EXPECT_EQ(encoded(*out.package), bytes);
@@ -194,14 +195,13 @@ TEST_F(PackageCoding, TextsAreSubstitutedButNotWhatIsAskedLater) {
         {{1, variables}, {302, S(302, "<$(x)>")}, {357, S(357, "$(x)")}, {319, S(319, "/$(x)")}},
         "OMBREL Software Package v4.2 - SP", O(100, "\2"s + number(2)));
     for (const int substitute : {0, 1}) {
-        const outcome out = decoded(bytes, sp_object::either, substitute);
+        const outcome out = read_back(bytes, sp_object::either, substitute);
         ASSERT_TRUE(out.package);
         EXPECT_EQ(out.package->title, ustring(substitute ? "<value>" : "<$(x)>"));
         EXPECT_EQ(out.package->source_path.get_text(), ustring(substitute ? "/value" : "/$(x)"));
         EXPECT_EQ(out.package->dependency, ustring("$(x)"));
     }
-    km::array_input_channel channel(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                    static_cast<int>(bytes.size()));
+    km::array_input_channel channel(raw(bytes), static_cast<int>(bytes.size()));
     channel.inhibit(1);
     km::variable_list* list = nullptr;
     EXPECT_EQ(sp_object().decode_variables(&channel, list), 0);
@@ -216,11 +216,11 @@ TEST_F(PackageCoding, MessagesTravelAsOneTextOnlyWhileTheyShall) {
     messages.add("second");
     cm_package package;
     package.messages = &messages;
-    const outcome silent = decoded(encoded(package));
+    const outcome silent = read_back(encoded(package));
     ASSERT_TRUE(silent.package);
     EXPECT_EQ(silent.package->messages, nullptr);
     package.encode_messages = 1;
-    const outcome out = decoded(encoded(package));
+    const outcome out = read_back(encoded(package));
     ASSERT_TRUE(out.package && out.package->messages);
     EXPECT_EQ(out.package->messages->get_count(), 1);
     EXPECT_EQ(text_of(*out.package->messages), text_of(messages));
@@ -240,12 +240,12 @@ TEST_F(PackageCoding, SignaturesAndTheOldestPackages) {
                 {"0 - SPB", sp_object::either, true}, {"3 - SPB", sp_object::either, false},
                 {"2 - sp", sp_object::either, false}, {"2 - SP ", sp_object::either, false}};
     for (const auto& row : rows) {
-        const outcome out = decoded(stream({}, prefix + row.signature), row.type);
+        const outcome out = read_back(stream({}, prefix + row.signature), row.type);
         EXPECT_EQ(out.result, row.good ? 0 : 9) << row.signature;
         EXPECT_EQ(out.invalid_signature, row.good ? 0 : 1) << row.signature;
         expect_refused_or_whole(out, row.signature);
     }
-    EXPECT_EQ(decoded(stream({}, std::string(5000, 'x'))).invalid_signature, 1);
+    EXPECT_EQ(read_back(stream({}, std::string(5000, 'x'))).invalid_signature, 1);
 
     const std::map<int, std::string> both = {{354, I(354, 7)}, {359, I(359, 2)}};
     const std::map<int, std::string> mask_only = {{354, I(354, 7)}, {359, ""}};
@@ -259,7 +259,7 @@ TEST_F(PackageCoding, SignaturesAndTheOldestPackages) {
                {"2 - SPB", both, 7, 2},
                {"2 - SPB", mask_only, 7, 1}};
     for (const auto& row : old) {
-        const outcome out = decoded(stream(row.fields, prefix + row.version));
+        const outcome out = read_back(stream(row.fields, prefix + row.version));
         ASSERT_TRUE(out.package) << row.version;
         EXPECT_EQ(out.package->package_type, row.type) << row.version;
         EXPECT_EQ(out.package->package_mask, row.mask) << row.version;
@@ -302,22 +302,22 @@ TEST_F(PackageCoding, AStreamThatLiesIsRefused) {
         {"a command as root", 2, a_recorder},
     };
     for (const auto& row : rows) {
-        const outcome out = decoded(stream({{row.id, row.bytes}}));
+        const outcome out = read_back(stream({{row.id, row.bytes}}));
         EXPECT_EQ(out.result, 9) << row.what;
         expect_refused_or_whole(out, row.what);
         EXPECT_EQ(out.invalid_signature, 0) << row.what;
     }
-    EXPECT_EQ(decoded(stream({{201, It(201, allowed)}})).result, 0);
+    EXPECT_EQ(read_back(stream({{201, It(201, allowed)}})).result, 0);
 }
 
 TEST_F(PackageCoding, WhatIsCutOrFlippedIsRefusedOrWhole) {
     const std::string plain = stream(
         {{201, It(201, composite(a_recorder))}, {320, O(320, a_log)}, {352, It(352, a_pair)}});
-    ASSERT_EQ(decoded(plain).result, 0);
+    ASSERT_EQ(read_back(plain).result, 0);
     for (size_t i = 0; i < plain.size(); ++i)
-        EXPECT_EQ(decoded(plain.substr(0, i)).result, 9) << "cut at " << i;
+        EXPECT_EQ(read_back(plain.substr(0, i)).result, 9) << "cut at " << i;
     for_each_flip(plain, {0xFF, 0x01, 0x80},
-                  [](const std::string& bytes) { return decoded(bytes); });
+                  [](const std::string& bytes) { return read_back(bytes); });
 
     auto package = make();
     const pathname path(dir_.at("p.sp").c_str());
@@ -346,7 +346,6 @@ TEST_F(PackageCoding, WhatIsCutOrFlippedIsRefusedOrWhole) {
     EXPECT_EQ(coder.decode(read, nowhere, 0, sp_object::either), 9);
     EXPECT_EQ(coder.encode(package.get(), nullptr, nowhere, sp_object::sp), 9);
     const std::string told = text_of(messages);
-    EXPECT_NE(told.find("Unable to open the file "s + nowhere.mbcs_str()), std::string::npos)
-        << told;
-    EXPECT_NE(told.find("Unable to create the path "s + nowhere.mbcs_str()), std::string::npos);
+    EXPECT_HAS(told, "Unable to open the file "s + nowhere.mbcs_str());
+    EXPECT_HAS(told, "Unable to create the path "s + nowhere.mbcs_str());
 }

@@ -154,11 +154,11 @@ class PackageTest : public testing::Test {
         return package;
     }
     // The package that the entry's profile holds.
-    static std::unique_ptr<km::cm_package> from_profile(stores& all) {
+    static std::unique_ptr<km::cm_package> from_profile(stores& all, const char* version = "1") {
         km::cm_package* read = nullptr;
         km::sp_object reader(&all.messages);
-        if (all.entry())
-            reader.decode(read, all.entry()->profile_name, 1, km::sp_object::either);
+        if (const auto* entry = all.entry("pkg", version))
+            reader.decode(read, entry->profile_name, 1, km::sp_object::either);
         if (read)
             all.give(*read);
         return std::unique_ptr<km::cm_package>(read);

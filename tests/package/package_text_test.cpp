@@ -3,6 +3,7 @@
 #include "pair.h"
 #include "variable_list.h"
 
+#include "support/has.h"
 #include "support/fake_definition.h"
 
 using namespace km_test;
@@ -157,7 +158,7 @@ TEST_F(PackageText, TheExportHasItsOrderAndIsReadBack) {
     const written to(package);
     EXPECT_EQ(to.names(), all);
     for (const auto& [name, value] : to.lines) {
-        if (name.find("_time") != std::string::npos && name.find("timeout") == std::string::npos) {
+        if (has(name, "_time") && name.find("timeout") == std::string::npos) {
             EXPECT_EQ(value.substr(0, 9), "1970-01-0") << value;
         } else if (name.size() > 1 && value != "object") {
             EXPECT_EQ(value, from.values[name]) << name;
@@ -183,7 +184,7 @@ TEST_F(PackageText, ANestedPackageIsToldOnceAndItsBlockIsClosed) {
     EXPECT_EQ(list.size(), 2);
     EXPECT_EQ(from.unread, 1);
     EXPECT_EQ(from.flags, 0);
-    EXPECT_NE(text_of(messages).find("near line 12: Package a^1 already"), std::string::npos);
+    EXPECT_HAS(text_of(messages), "near line 12: Package a^1 already");
     EXPECT_EQ(written(list).names(), "{ name version } { name version } ");
     from.words = {"package", "c", "1", "package", "d", "1", "end"};
     list.import(from);

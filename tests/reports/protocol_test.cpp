@@ -12,8 +12,6 @@ using km::ustring;
 
 namespace {
 
-std::string bytes_of(const km::ustring& path) { return get_file(path.mbcs_str()); }
-
 class Protocol : public testing::Test {
   protected:
     Protocol() {
@@ -35,19 +33,27 @@ class Protocol : public testing::Test {
     pathname dir;
 };
 
+struct proxy_kind {
+    std::unique_ptr<km::proxy_log_protocol> proxy;
+    const char* maker;
+};
+template <class Proxy> proxy_kind kind_of(const char* maker) {
+    return {std::make_unique<Proxy>(), maker};
+}
+
 } // namespace
 
 TEST_F(Protocol, OnlyWhatIsUndoneIsTriedAgainAndTheDiskKnowsIt) {
     const std::unique_ptr<km::report> one(new_report("7"));
     noting_protocol::broken = "d";
     EXPECT_EQ(run(*one), "f:7 m:7 e:7 n:7 29");
-    EXPECT_EQ(bytes_of(u(home().at("st/0"))), std::string("\x1D\0\0\0", 4));
+    EXPECT_EQ(home().read("st/0"), std::string("\x1D\0\0\0", 4));
     // Another process with an older report: the disk wins.
     one->status = 0;
     EXPECT_EQ(run(*one), "29");
     noting_protocol::broken = "";
     EXPECT_EQ(run(*one), "d:7 -1");
-    EXPECT_EQ(bytes_of(u(home().at("st/0"))), std::string(4, '\xFF'));
+    EXPECT_EQ(home().read("st/0"), std::string(4, '\xFF'));
     EXPECT_EQ(run(*one), "-1");
     EXPECT_EQ(noting_protocol::made, 4); // a delegate for each
     EXPECT_EQ(noting_protocol::alive, 0);
@@ -67,7 +73,7 @@ TEST_F(Protocol, AStatusFileThatIsNoneIsWrittenAnew) {
         put_file(home().at("st/3"), one.content);
         const std::unique_ptr<km::report> report(new_report("7"));
         EXPECT_EQ(run(*report, 3), one.expected) << one.content.size();
-        EXPECT_EQ(bytes_of(u(home().at("st/3"))), std::string(4, '\xFF'));
+        EXPECT_EQ(home().read("st/3"), std::string(4, '\xFF'));
     }
     // A name that cannot be opened only loses the memory.
     std::filesystem::create_directory(home().at("st/4"));
@@ -86,7 +92,7 @@ TEST_F(Protocol, AListUsesItsIndexAsKeyAndEndsWithItsLastElement) {
     list.do_log(&dir);
     EXPECT_EQ(list.status, 0);
     for (const char* name : {"st/0", "st/1", "st/2"})
-        EXPECT_EQ(bytes_of(u(home().at(name))), std::string("\x1B\0\0\0", 4));
+        EXPECT_EQ(home().read(name), std::string("\x1B\0\0\0", 4));
     km::filter second;
     second.add_distribution_id("2");
     km::formatter form("%distribution_id%:%listeners%");
@@ -101,31 +107,11 @@ TEST_F(Protocol, AListUsesItsIndexAsKeyAndEndsWithItsLastElement) {
 }
 
 TEST_F(Protocol, EachProxyAsksItsOwnMaker) {
-    struct {
-        std::unique_ptr<km::proxy_log_protocol> proxy;
-        const char* maker;
-    } kinds[] = {
-        {std::make_unique<km::proxy_standard_log_protocol>(), "standard"},
-        {std::make_unique<km::proxy_bulk_log_protocol>(), "bulk"},
-        {std::make_unique<km::proxy_delete_db_entries>(), "delete_entries"},
-        {std::make_unique<km::proxy_delete_db_entry>(), "delete_entry"},
-        {std::make_unique<km::proxy_add_db_entry>(), "add_entry"},
-        {std::make_unique<km::proxy_edit_db_entry>(), "edit_entry"},
-        {std::make_unique<km::proxy_ext_log_protocol>(), "ext"},
-        {std::make_unique<km::proxy_dm_log_protocol>(), "dm"},
-        {std::make_unique<km::proxy_inventory_log_protocol>(), "inventory"},
-        {std::make_unique<km::proxy_gw_protocol>(), "gw"},
-        {std::make_unique<km::proxy_post_log_protocol>(), "post"},
-        {std::make_unique<km::proxy_publish>(), "publish"},
-        {std::make_unique<km::proxy_vfan2_db_log_protocol>(), "vfan2_db"},
-        {std::make_unique<km::proxy_web_protocol>(), "web"},
-        {std::make_unique<km::proxy_device_log_protocol>(), "device"},
-        {std::make_unique<km::proxy_versioning_log_protocol>(), "versioning"},
-        {std::make_unique<km::proxy_discover_log_protocol>(), "discover"},
-        {std::make_unique<km::proxy_log_protocol>(), "nobody"},
-    };
+#define KM_KIND(kind, name) kind_of<km::proxy_##kind>(#name),
+    proxy_kind kinds[] = {KM_EACH_MAKER(KM_KIND) kind_of<km::proxy_log_protocol>("nobody")};
+#undef KM_KIND
     for (auto& kind : kinds) {
-        const auto back = decoded<km::proxy_log_protocol>(encoded(*kind.proxy));
+        const auto back = decoded_as<km::proxy_log_protocol>(encoded(*kind.proxy));
         ASSERT_TRUE(back) << kind.maker;
         back->set_factory(&factory);
         ustring logger(u"nobody");
@@ -169,18 +155,16 @@ TEST_F(Protocol, ATemplateIsFieldsTextAndTwoEscapes) {
     const struct {
         const char* form;
         const char* expected;
-    } cases[] = {
-        {"%name%^%version%", "hello^1.0\n"},
-        {"%state% %exception% %primary%", "IC--G no_exception not_primary\n"},
-        {"%operation_type%/%operation_mode%", "op2/mode5\n"},
-        {"[%spo_oid%%base_oid%%nobody%]", "[]\n"},
-        {"100%% a\\tb\\nc", "100% a\tb\nc\n"},
-        {"a\\xb\\\\c", "abc\n"},
-        {"a%name", "a\n"},           // the name was never closed
-        {"a\\", "a\n"},              // an escape of nothing
-        {"x%na\\nme%y", "xna\ny\n"}, // "me" is no field
-        {"", "\n"},
-    };
+    } cases[] = {{"%name%^%version%", "hello^1.0\n"},
+                 {"%state% %exception% %primary%", "IC--G no_exception not_primary\n"},
+                 {"%operation_type%/%operation_mode%", "op2/mode5\n"},
+                 {"[%spo_oid%%base_oid%%nobody%]", "[]\n"},
+                 {"100%% a\\tb\\nc", "100% a\tb\nc\n"},
+                 {"a\\xb\\\\c", "abc\n"},
+                 {"a%name", "a\n"},           // the name was never closed
+                 {"a\\", "a\n"},              // an escape of nothing
+                 {"x%na\\nme%y", "xna\ny\n"}, // "me" is no field
+                 {"", "\n"}};
     const std::unique_ptr<km::report> one(new_report("7"));
     one->operation_type = 2;
     one->operation_mode = 5;
@@ -238,8 +222,7 @@ TEST(Writer, BytesUtfAndScrambling) {
     auto bytes = [](auto call) {
         km::array_output_channel to(16);
         call(to);
-        return std::string(reinterpret_cast<const char*>(to.get_data()),
-                           static_cast<size_t>(to.get_count()));
+        return bytes_of(to);
     };
     EXPECT_EQ(bytes(with(0, 0)), "\xC3\xA4"
                                  "b\n");

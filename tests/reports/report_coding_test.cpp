@@ -5,6 +5,8 @@
 
 #include "reports/report_fixture.h"
 
+#include "support/has.h"
+
 #include <gtest/gtest.h>
 
 using namespace km_test;
@@ -89,7 +91,7 @@ TEST(ReportCoding, EveryClassComesBackAsItWent) {
     home();
     for (const auto& one : all_kinds()) {
         const std::string bytes = encoded(*one);
-        const auto back = decoded<km::codable>(bytes);
+        const auto back = decoded_as<km::codable>(bytes);
         ASSERT_TRUE(back) << one->codable_name();
         EXPECT_STREQ(back->codable_name(), one->codable_name());
         EXPECT_EQ(encoded(*back), bytes) << one->codable_name();
@@ -112,11 +114,9 @@ TEST(ReportCoding, FieldsStandInTheirOrderUnderTheirNumbers) {
         at += 3;
     }
     // Long 106 is -2 as a sign-extended pair of words; object 112 is the proxy by its class alone.
-    EXPECT_NE(bytes.find(std::string("\0\x6A\5\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFE", 11)),
-              std::string::npos);
-    EXPECT_NE(bytes.find(std::string("CmProxyDMLogProtocol\0\0\0\1\0\0\4\0\0\0\1\xFF\xFF", 33)),
-              std::string::npos);
-    const auto back = decoded<km::report>(bytes);
+    EXPECT_HAS(bytes, std::string("\0\x6A\5\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFE", 11));
+    EXPECT_HAS(bytes, std::string("CmProxyDMLogProtocol\0\0\0\1\0\0\4\0\0\0\1\xFF\xFF", 33));
+    const auto back = decoded_as<km::report>(bytes);
     ASSERT_TRUE(back);
     EXPECT_EQ(one.encoded * 100 + back->decoded * 10 + back->encoded, 110);
     EXPECT_EQ(back->get_protocol()->endpoint_name, back->endpoint_name);
@@ -128,12 +128,13 @@ TEST(ReportCoding, WhatIsCutOrOfAnotherClassIsRefused) {
     for (const auto& one : all_kinds()) {
         const std::string bytes = encoded(*one);
         for (size_t cut = 0; cut < bytes.size(); cut += 1 + bytes.size() / 97)
-            EXPECT_FALSE(decoded<km::codable>(bytes.substr(0, cut))) << one->codable_name() << cut;
+            EXPECT_FALSE(decoded_as<km::codable>(bytes.substr(0, cut)))
+                << one->codable_name() << cut;
     }
     auto with_stranger = [](km::report* one) {
         one->set_opt_params(new ustring(u"no holder"));
         const std::unique_ptr<km::report> owned(one);
-        return decoded<km::codable>(encoded(*owned)) != nullptr;
+        return decoded_as<km::codable>(encoded(*owned)) != nullptr;
     };
     EXPECT_FALSE(with_stranger(new km::inventory_report));
     EXPECT_FALSE(with_stranger(new km::vfan2_db_report));
@@ -149,7 +150,7 @@ TEST(ReportCoding, WhatIsCutOrOfAnotherClassIsRefused) {
         const size_t at = bytes.find(from, bytes.find("CmReportList") + 12);
         ASSERT_NE(at, std::string::npos);
         bytes.replace(at, from.size(), to);
-        EXPECT_FALSE(decoded<km::codable>(bytes)) << from;
+        EXPECT_FALSE(decoded_as<km::codable>(bytes)) << from;
     }
 }
 
@@ -160,18 +161,18 @@ TEST(ReportCoding, BulkDataTravelInsideAndLeaveNothingBehind) {
     one.set_data(pathname(home().at("data").c_str()));
     const std::string bytes = encoded(one);
     EXPECT_TRUE(home().exists("data")); // built here, not passed on
-    const auto back = decoded<km::bulk_report>(bytes);
+    const auto back = decoded_as<km::bulk_report>(bytes);
     ASSERT_TRUE(back);
     const std::string copy = back->get_data().mbcs_str();
     EXPECT_EQ(get_file(copy), "one\ntwo\n");
     EXPECT_EQ(back->get_protocol()->path, back->get_data());
     EXPECT_EQ(encoded(*back), bytes);
     EXPECT_FALSE(std::filesystem::exists(copy));
-    EXPECT_FALSE(decoded<km::codable>(bytes.substr(0, bytes.size() - 4)));
+    EXPECT_FALSE(decoded_as<km::codable>(bytes.substr(0, bytes.size() - 4)));
     EXPECT_FALSE(std::filesystem::exists(copy));
     // A pointer's file is not the stream's to remove.
     one.set_bulk_pointer(1);
-    const auto pointer = decoded<km::bulk_report>(encoded(one));
+    const auto pointer = decoded_as<km::bulk_report>(encoded(one));
     ASSERT_TRUE(pointer);
     EXPECT_EQ(pointer->get_data(), one.get_data());
     encoded(*pointer);
@@ -187,7 +188,7 @@ TEST(ReportCoding, AMessageNamesNoPlaceOutsideItsDirectory) {
         other.resize(path.size(), 'x');
         std::string changed = bytes;
         changed.replace(changed.find(path), path.size(), other);
-        const auto back = decoded<km::ZNPMessage>(changed);
+        const auto back = decoded_as<km::ZNPMessage>(changed);
         return back ? back->get_path().mbcs_str() : "refused";
     };
     EXPECT_EQ(read_with(path), path);

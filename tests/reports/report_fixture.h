@@ -2,10 +2,6 @@
 #pragma once
 
 #include "StatusHandler.h"
-#include "channel.h"
-#include "codec.h"
-#include "decode_channel.h"
-#include "encode_channel.h"
 #include "formatter.h"
 #include "log_protocol_factory.h"
 #include "message.h"
@@ -14,6 +10,7 @@
 #include "report_filter.h"
 #include "ustring_writer.h"
 
+#include "support/coded.h"
 #include "support/recording_command.h"
 
 #include <fcntl.h>
@@ -63,31 +60,6 @@ inline std::string get_file(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-inline std::string encoded(const km::codable& object) {
-    km::array_output_channel bytes(64);
-    {
-        km::encode_channel channel(&bytes);
-        km::encoder(&channel).encode_object(&object);
-    }
-    return {reinterpret_cast<const char*>(bytes.get_data()),
-            static_cast<size_t>(bytes.get_count())};
-}
-
-// Null if the bytes are refused.
-template <class T> std::unique_ptr<T> decoded(const std::string& bytes) {
-    km::array_input_channel inner(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                  static_cast<int>(bytes.size()));
-    inner.inhibit(1);
-    km::decode_channel channel(&inner);
-    km::decoder in(&channel);
-    km::codable* object = nullptr;
-    in.decode_object(object);
-    std::unique_ptr<km::codable> owned(object);
-    if (in.get_status() || !dynamic_cast<T*>(object))
-        return nullptr;
-    return std::unique_ptr<T>(dynamic_cast<T*>(owned.release()));
-}
-
 // The real protocol of the tests: each channel notes "channel:distribution " in `log`; those that
 // `broken` names by their letter (f d m e n) fail. Made ones count in `alive`.
 class noting_protocol : public km::log_protocol {
@@ -125,6 +97,17 @@ class noting_protocol : public km::log_protocol {
     }
 };
 
+// Each kind of protocol: the end of its maker's name, and what the tests call it.
+#define KM_EACH_MAKER(X)                                                                           \
+    X(standard_log_protocol, standard)                                                             \
+    X(bulk_log_protocol, bulk)                                                                     \
+    X(delete_db_entries, delete_entries) X(delete_db_entry, delete_entry)                          \
+        X(add_db_entry, add_entry) X(edit_db_entry, edit_entry) X(ext_log_protocol, ext)           \
+            X(dm_log_protocol, dm) X(inventory_log_protocol, inventory) X(gw_protocol, gw)         \
+                X(post_log_protocol, post) X(publish, publish) X(vfan2_db_log_protocol, vfan2_db)  \
+                    X(web_protocol, web) X(device_log_protocol, device)                            \
+                        X(versioning_log_protocol, versioning) X(discover_log_protocol, discover)
+
 // Every maker gives a noting protocol and leaves its name in `made_by`.
 class noting_factory : public km::log_protocol_factory {
   public:
@@ -133,23 +116,10 @@ class noting_factory : public km::log_protocol_factory {
         ++noting_protocol::made;
         return new noting_protocol;
     }
-    km::log_protocol* make_standard_log_protocol() override { return make("standard"); }
-    km::log_protocol* make_bulk_log_protocol() override { return make("bulk"); }
-    km::log_protocol* make_delete_db_entries() override { return make("delete_entries"); }
-    km::log_protocol* make_delete_db_entry() override { return make("delete_entry"); }
-    km::log_protocol* make_add_db_entry() override { return make("add_entry"); }
-    km::log_protocol* make_edit_db_entry() override { return make("edit_entry"); }
-    km::log_protocol* make_ext_log_protocol() override { return make("ext"); }
-    km::log_protocol* make_dm_log_protocol() override { return make("dm"); }
-    km::log_protocol* make_inventory_log_protocol() override { return make("inventory"); }
-    km::log_protocol* make_gw_protocol() override { return make("gw"); }
-    km::log_protocol* make_post_log_protocol() override { return make("post"); }
-    km::log_protocol* make_publish() override { return make("publish"); }
-    km::log_protocol* make_vfan2_db_log_protocol() override { return make("vfan2_db"); }
-    km::log_protocol* make_web_protocol() override { return make("web"); }
-    km::log_protocol* make_device_log_protocol() override { return make("device"); }
-    km::log_protocol* make_versioning_log_protocol() override { return make("versioning"); }
-    km::log_protocol* make_discover_log_protocol() override { return make("discover"); }
+#define KM_MAKER(kind, name)                                                                       \
+    km::log_protocol* make_##kind() override { return make(#name); }
+    KM_EACH_MAKER(KM_MAKER)
+#undef KM_MAKER
 };
 
 // Channels that note what they took in the file `held`, a line for each time they took it.
@@ -213,8 +183,7 @@ template <class Call> std::string written(Call call) {
     km::array_output_channel bytes(64);
     km::ustring_writer to(&bytes);
     call(to);
-    return {reinterpret_cast<const char*>(bytes.get_data()),
-            static_cast<size_t>(bytes.get_count())};
+    return bytes_of(bytes);
 }
 
 } // namespace km_test

@@ -5,22 +5,22 @@
 #include "variable_list.h"
 #include "win_profile.h"
 
+#include "support/has.h"
+#include "support/child.h"
 #include "support/scratch.h"
 
-#include <csignal>
 #include <cstdlib>
-#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using km::base_configuration;
 using km::pathname;
 using km::ustring;
 using km::variable_list;
+using km_test::in_child;
 
 namespace {
 
@@ -43,18 +43,6 @@ class Settings : public testing::Test {
     std::string get(const char* key) { return base_configuration().get_var(word(key)).mbcs_str(); }
     km_test::scratch_dir dir_;
 };
-
-// For what a process does once only, or as another user.
-void in_child(const std::function<void()>& body) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        body();
-        ::_exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-}
 
 // A chain for substitution, taken away at the end.
 struct chain {
@@ -109,11 +97,12 @@ TEST(WinProfile, WhatCouldNotBeReadIsNotWrittenOver) {
     const std::string path = dir.at("f.ini");
     ::chmod(dir.path().c_str(), 0777);
     ::chmod(path.c_str(), 0);
-    in_child([&] {
-        ASSERT_TRUE(::geteuid() != 0 || ::setuid(65534) == 0);
-        km::win_profile ini(pathname(path.c_str()));
-        EXPECT_EQ(ini.create_item(word("new=x"), word("b"), 1), 0);
-    });
+    EXPECT_EQ(in_child([&] {
+                  ASSERT_TRUE(::geteuid() != 0 || ::setuid(65534) == 0);
+                  km::win_profile ini(pathname(path.c_str()));
+                  EXPECT_EQ(ini.create_item(word("new=x"), word("b"), 1), 0);
+              }),
+              0);
     ::chmod(path.c_str(), 0600);
     EXPECT_EQ(dir.read("f.ini"), "[a]\nkey=1\n");
     {
@@ -131,10 +120,8 @@ TEST_F(Settings, AFreshPlaceGetsItsSectionsAndDirectories) {
     EXPECT_EQ(get("import_libraries"), "spd,libkmimp");
     const std::string text = dir_.read("state/znpis.ini");
     EXPECT_EQ(text.find("[#MOBILE]\nproduct_dir="), 0u);
-    EXPECT_NE(text.find("[#GENERIC]\n"), std::string::npos);
-    struct stat about {};
-    ASSERT_EQ(::stat(dir_.at("state/znpis.bak").c_str(), &about), 0);
-    EXPECT_EQ(about.st_mode & 07777, 0u);
+    EXPECT_HAS(text, "[#GENERIC]\n");
+    EXPECT_EQ(dir_.mode("state/znpis.bak"), 0u);
     EXPECT_FALSE(dir_.exists("state/znpis.ini.sem"));
 }
 
@@ -144,9 +131,7 @@ TEST_F(Settings, ALostFileComesBackFromItsCopy) {
     ::unlink(dir_.at("state/znpis.ini").c_str());
     base_configuration::deinitialize();
     EXPECT_EQ(get("mine"), "kept");
-    struct stat about {};
-    ::stat(dir_.at("state/znpis.ini").c_str(), &about);
-    EXPECT_EQ(about.st_mode & 07777, 0600u);
+    EXPECT_EQ(dir_.mode("state/znpis.ini"), 0600u);
 }
 
 TEST_F(Settings, ADamagedSectionIsBuiltAgainAndAnOlderOneUpgraded) {
@@ -209,17 +194,15 @@ TEST(VariableList, ReferencesAreResolvedFromTheRight) {
     const struct {
         const char *text, *expected;
         int result;
-    } cases[] = {
-        {"$(path)/bin", "/opt/1/bin", 1},
-        {"$($(b))", "1", 1},
-        {"$(undefined)", "$(undefined)", 1},
-        {"abc$(undefined)$(a)", "abc$(undefined)1", 0},
-        {"abc$(self)", "abc$(self)", 0},
-        {"$(self)", "$(self)", 1},
-        {"$()", "empty", 1},
-        {"x$(a", "x$(a", 1},
-        {"plain", "plain", 1},
-    };
+    } cases[] = {{"$(path)/bin", "/opt/1/bin", 1},
+                 {"$($(b))", "1", 1},
+                 {"$(undefined)", "$(undefined)", 1},
+                 {"abc$(undefined)$(a)", "abc$(undefined)1", 0},
+                 {"abc$(self)", "abc$(self)", 0},
+                 {"$(self)", "$(self)", 1},
+                 {"$()", "empty", 1},
+                 {"x$(a", "x$(a", 1},
+                 {"plain", "plain", 1}};
     for (const auto& one : cases) {
         const auto [text, result] = vars.of(one.text);
         EXPECT_EQ(text, one.expected) << one.text;
@@ -321,20 +304,21 @@ const char* costly() {
 TEST_F(Settings, TraceFilesFollowTheSettings) {
     with("product_dir=" + dir_.path() +
          "\ntrace_level=4\ntrace_size=600\ntrace_tags=common;install\n");
-    in_child([&] {
-        km::trace::initialize("disp.1234", nullptr);
-        EXPECT_EQ(km::trace::check_tags("common"), 1);
-        EXPECT_EQ(km::trace::check_tags("other,install"), 1);
-        EXPECT_EQ(km::trace::check_tags("other"), 0);
-        KM_TRACE_FUNCTION("test::function");
-        KM_TRACE(km::trace_info, "common", "a line %s", costly());
-        KM_TRACE(km::trace_return, "common", "not written %s", costly());
-        KM_TRACE(km::trace_info, "other", "not written %s", costly());
-        EXPECT_EQ(evaluated, 1);
-        for (int i = 0; i < 40; ++i)
-            KM_TRACE(km::trace_error, "common", "line %d", i);
-        km::trace::terminate();
-    });
+    EXPECT_EQ(in_child([&] {
+                  km::trace::initialize("disp.1234", nullptr);
+                  EXPECT_EQ(km::trace::check_tags("common"), 1);
+                  EXPECT_EQ(km::trace::check_tags("other,install"), 1);
+                  EXPECT_EQ(km::trace::check_tags("other"), 0);
+                  KM_TRACE_FUNCTION("test::function");
+                  KM_TRACE(km::trace_info, "common", "a line %s", costly());
+                  KM_TRACE(km::trace_return, "common", "not written %s", costly());
+                  KM_TRACE(km::trace_info, "other", "not written %s", costly());
+                  EXPECT_EQ(evaluated, 1);
+                  for (int i = 0; i < 40; ++i)
+                      KM_TRACE(km::trace_error, "common", "line %d", i);
+                  km::trace::terminate();
+              }),
+              0);
     EXPECT_TRUE(dir_.exists("disp.tpc"));
     EXPECT_TRUE(dir_.exists("disp2.trc") || dir_.exists("disp3.trc"));
     struct stat about {};
@@ -345,32 +329,35 @@ TEST_F(Settings, TraceFilesFollowTheSettings) {
 TEST_F(Settings, ATraceThatCannotBeWrittenKeepsTheErrorOfItsCaller) {
     with("product_dir=" + dir_.path() + "\ntrace_level=4\ntrace_tags=common\n");
     ASSERT_EQ(::symlink("/dev/full", dir_.at("full1.trc").c_str()), 0);
-    in_child([&] {
-        km::trace::initialize("full", nullptr);
-        KM_TRACE_FUNCTION("test::function");
-        errno = ENOENT;
-        KM_TRACE(km::trace_error, "common", "error %d", errno);
-        EXPECT_EQ(errno, ENOENT);
-        km::trace::terminate();
-    });
+    EXPECT_EQ(in_child([&] {
+                  km::trace::initialize("full", nullptr);
+                  KM_TRACE_FUNCTION("test::function");
+                  errno = ENOENT;
+                  KM_TRACE(km::trace_error, "common", "error %d", errno);
+                  EXPECT_EQ(errno, ENOENT);
+                  km::trace::terminate();
+              }),
+              0);
     EXPECT_TRUE(km::file(pathname(dir_.at("full1.trc").c_str())).is_link());
 }
 
 TEST_F(Settings, LevelZeroMakesNoFileAndAllMeansAll) {
     with("product_dir=" + dir_.path() + "\ntrace_level=0\n");
-    in_child([&] {
-        km::trace::initialize("none", nullptr);
-        EXPECT_EQ(km::trace::level(), 0);
-    });
+    EXPECT_EQ(in_child([&] {
+                  km::trace::initialize("none", nullptr);
+                  EXPECT_EQ(km::trace::level(), 0);
+              }),
+              0);
     EXPECT_FALSE(dir_.exists("none.tpc"));
-    in_child([&] {
-        km::trace::set_remote_values(0, 6, 1000000, 0, "all");
-        km::trace::initialize("remote", nullptr);
-        EXPECT_EQ(km::trace::check_tags("anything"), 1);
-        km::trace::initialize("again", nullptr);
-        variable_list list; // traced containers at level 6 do not recurse
-        list.set_value(word("a"), word("b"));
-    });
+    EXPECT_EQ(in_child([&] {
+                  km::trace::set_remote_values(0, 6, 1000000, 0, "all");
+                  km::trace::initialize("remote", nullptr);
+                  EXPECT_EQ(km::trace::check_tags("anything"), 1);
+                  km::trace::initialize("again", nullptr);
+                  variable_list list; // traced containers at level 6 do not recurse
+                  list.set_value(word("a"), word("b"));
+              }),
+              0);
     EXPECT_TRUE(dir_.exists("remote1.trc"));
     EXPECT_FALSE(dir_.exists("again.tpc"));
 }

@@ -1,14 +1,11 @@
 // Keys, entries and status words of the catalog.
 #include "catalog.h"
-#include "channel.h"
-#include "codec.h"
-#include "encode_channel.h"
-#include "library_loader.h"
 #include "persistent_hashtable.h"
 #include "report_entry.h"
 #include "status_words.h"
 
-#include "support/scratch.h"
+#include "support/coded.h"
+#include "support/engine_home.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -17,6 +14,7 @@ using namespace std::string_literals;
 using km::cm_catalog_entry;
 using km::cm_catalog_key;
 using km::ustring;
+using km_test::encoded;
 
 namespace {
 
@@ -24,17 +22,6 @@ std::string letters(long word) {
     char text[6];
     km::dbstatus_to_str(word, text);
     return text;
-}
-
-std::string encoded(const km::codable& object) {
-    km::array_output_channel bytes(64);
-    {
-        km::encode_channel channel(&bytes);
-        km::encoder out(&channel);
-        out.encode_object(&object);
-    }
-    return std::string(reinterpret_cast<const char*>(bytes.get_data()),
-                       static_cast<size_t>(bytes.get_count()));
 }
 
 } // namespace
@@ -117,11 +104,8 @@ TEST(CatalogKey, EqualHashesAreNotEqualKeys) {
 }
 
 TEST(Catalog, AnEntryComesBackWholeAndHiddenStaysHidden) {
-    km_test::scratch_dir dir;
-    dir.write("libs.znp", KM_BUILD_LIB "/libkmcore\n");
-    ::setenv("SPEDITOR_LIB_PATH", dir.path().c_str(), 1);
-    ::setenv("HOME", dir.path().c_str(), 1);
-    const km::pathname path(dir.at("packages.pht").c_str());
+    km_test::engine_home home;
+    const km::pathname path(home.dir.at("packages.pht").c_str());
     const cm_catalog_key key(ustring("headers"), ustring("1.0"));
     cm_catalog_entry entry;
     entry.cm_status = entry.current_cm_status = 2;
@@ -150,5 +134,4 @@ TEST(Catalog, AnEntryComesBackWholeAndHiddenStaysHidden) {
     EXPECT_EQ(encoded(km::cm_report_entry()),
               "\1\0\x27"s + name +
                   "\0\0\0\1\0\0\x08\0\0\0\2\4\0\0\0\0\0\1\4\0\0\0\0\0\3\x08\0\0\xFF\xFF"s);
-    km::library_loader::discard();
 }

@@ -1,8 +1,7 @@
 // Counts of the packages that share an object.
-#include "library_loader.h"
 #include "refcounttable.h"
 
-#include "support/scratch.h"
+#include "support/engine_home.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -17,15 +16,10 @@ namespace {
 
 class Counts : public testing::Test {
   protected:
-    void SetUp() override {
-        dir_.write("libs.znp", KM_BUILD_LIB "/libkmcore\n");
-        ::setenv("SPEDITOR_LIB_PATH", dir_.path().c_str(), 1);
-        ::setenv("HOME", dir_.path().c_str(), 1);
-        ::mkdir(dir_.at("c").c_str(), 0755);
-    }
-    void TearDown() override { km::library_loader::discard(); }
+    Counts() { std::filesystem::create_directory(dir_.at("c")); }
     pathname where() const { return pathname(dir_.at("c").c_str()); }
-    km_test::scratch_dir dir_;
+    km_test::engine_home home_;
+    const km_test::scratch_dir& dir_ = home_.dir;
     const ustring file_ = ustring("/opt/shared"), a_ = ustring("a"), b_ = ustring("b"),
                   one_ = ustring("1");
 };

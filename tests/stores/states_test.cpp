@@ -4,13 +4,12 @@
 #include "states.h"
 #include "ustring.h"
 
+#include "support/child.h"
 #include "support/scratch.h"
 
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using km::states;
@@ -60,14 +59,6 @@ class States : public testing::Test {
                 return -1;
         return count;
     }
-    static int in_child(const std::function<int()>& body) {
-        const pid_t child = ::fork();
-        if (child == 0)
-            ::_exit(body());
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    }
     static std::unique_ptr<km_test::scratch_dir> dir_;
     static std::string place_;
 };
@@ -88,18 +79,16 @@ TEST_F(States, TheSelfTestPasses) {
 }
 
 TEST_F(States, StepsAndValuesOutliveTheProcess) {
-    EXPECT_EQ(in_child([] {
+    EXPECT_EQ(km_test::in_child([] {
                   states record("Op");
-                  bool good = record.open(1, -1) == states::success;
-                  good = good && record.commit() == 1; // the empty name
+                  EXPECT_EQ(record.open(1, -1), states::success);
+                  EXPECT_EQ(record.commit(), 1); // the empty name
                   record.current_operation("lost");
                   record.current_operation("kept");
-                  good = good && record.commit() == 1;
+                  EXPECT_EQ(record.commit(), 1);
                   record.current_operation("cut");
                   record.rollback();
-                  good =
-                      good && record.setenv(ustring("k"), "1") && record.setenv(ustring("k"), "2");
-                  return good ? 0 : 1;
+                  EXPECT_TRUE(record.setenv(ustring("k"), "1") && record.setenv(ustring("k"), "2"));
               }),
               0);
     states record(km::pathname("Op"));
@@ -148,31 +137,6 @@ TEST_F(States, TwoProcessesShareTheStepsOfOneFile) {
     EXPECT_EQ(::read(done[0], marks, sizeof marks), steps);
     ::close(done[0]);
     ::close(done[1]);
-}
-
-TEST_F(States, AHolderKeepsOthersOutUntilItDies) {
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    const pid_t holder = ::fork();
-    if (holder == 0) {
-        states record("held");
-        const char answer = record.open(1, -1) == states::success ? 'y' : 'n';
-        if (::write(ready[1], &answer, 1) == 1)
-            ::pause();
-        ::_exit(1);
-    }
-    char answer = 0;
-    ASSERT_EQ(::read(ready[0], &answer, 1), 1);
-    EXPECT_EQ(answer, 'y');
-    states record("held");
-    EXPECT_EQ(record.open(1, 0), states::locked);
-    EXPECT_EQ(record.tryopen(0), states::locked);
-    ::kill(holder, SIGKILL);
-    ::waitpid(holder, nullptr, 0);
-    EXPECT_EQ(record.tryopen(0), states::success);
-    EXPECT_EQ(record.open(0, 0), states::error);
-    ::close(ready[0]);
-    ::close(ready[1]);
 }
 
 // A file cut at any byte keeps the steps whose slots are whole; one that lies records nothing, and

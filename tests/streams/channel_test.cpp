@@ -1,6 +1,7 @@
 // Channels over memory, files and one another.
 #include "channel.h"
 
+#include "support/coded.h"
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>
@@ -9,12 +10,9 @@
 
 using namespace std::string_literals;
 using km::pathname;
+using km_test::raw;
 
 namespace {
-
-const unsigned char* raw(const std::string& text) {
-    return reinterpret_cast<const unsigned char*>(text.data());
-}
 
 // Gives a few bytes at a time, and tells whether it was closed.
 class slow_channel : public km::input_channel {

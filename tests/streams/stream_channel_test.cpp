@@ -268,20 +268,18 @@ TEST(TokenChannel, ReferencesAreSeenWholeWhereverABlockEnds) {
     }
     const struct {
         std::string text, expected;
-    } rows[] = {
-        {"", ""},
-        {"$(x)", "value"},
-        {"a$(empty)", "a"},
-        {a(255) + "$(x)" + a(41), a(255) + "value" + a(41)},
-        {a(254) + "$(x)", a(254) + "value"},
-        {a(255) + "$", a(255) + "$"},
-        {a(255) + smile + "$(x)", a(255) + smile + "value"},
-        {"$(no" + a(600) + "$(x)", "$(no" + a(600) + "value"},
-        {"$(" + a(600) + ")", "$(" + a(600) + ")"},
-        {unknown + "$(x)", unknown + "value"}, // longer than the channel looks ahead
-        {a(3) + empties + "$(x)", a(3) + "value"},
-        {mixed, resolved},
-    };
+    } rows[] = {{"", ""},
+                {"$(x)", "value"},
+                {"a$(empty)", "a"},
+                {a(255) + "$(x)" + a(41), a(255) + "value" + a(41)},
+                {a(254) + "$(x)", a(254) + "value"},
+                {a(255) + "$", a(255) + "$"},
+                {a(255) + smile + "$(x)", a(255) + smile + "value"},
+                {"$(no" + a(600) + "$(x)", "$(no" + a(600) + "value"},
+                {"$(" + a(600) + ")", "$(" + a(600) + ")"},
+                {unknown + "$(x)", unknown + "value"}, // longer than the channel looks ahead
+                {a(3) + empties + "$(x)", a(3) + "value"},
+                {mixed, resolved}};
     for (const auto& row : rows)
         for (const int length : {1, 1000})
             EXPECT_EQ(tokens(row.text, length), row.expected) << row.text;

@@ -4,6 +4,7 @@
 #include "zip_time.h"
 #include "zipping_channel.h"
 
+#include "support/coded.h"
 #include "support/scratch.h"
 
 #include <algorithm>
@@ -16,12 +17,9 @@
 using namespace std::string_literals;
 namespace fs = std::filesystem;
 using km::pathname;
+using km_test::raw;
 
 namespace {
-
-const unsigned char* raw(const std::string& text) {
-    return reinterpret_cast<const unsigned char*>(text.data());
-}
 
 km::zip_entry* entry(const char* name, int method, long size) {
     auto* one = new km::zip_entry(name);
@@ -34,11 +32,6 @@ km::zip_entry* entry(const char* name, int method, long size) {
 void put(km::zipping_channel& zip, const char* name, int method, const std::string& data) {
     ASSERT_EQ(zip.put_next_entry(entry(name, method, static_cast<long>(data.size()))), 1);
     zip.write(raw(data), static_cast<int>(data.size()));
-}
-
-std::string text_of(const km::array_output_channel& bytes) {
-    return std::string(reinterpret_cast<const char*>(bytes.get_data()),
-                       static_cast<size_t>(bytes.get_count()));
 }
 
 // A text that compresses and one that does not.
@@ -66,7 +59,7 @@ std::string archive() {
     put(zip, "d/00000004", 8, noise);
     EXPECT_EQ(zip.finish(), 1);
     EXPECT_EQ(zip.get_error(), 0);
-    return text_of(out);
+    return km_test::bytes_of(out);
 }
 
 // Gives at most `step` bytes at a time.
@@ -113,10 +106,11 @@ TEST(Zip, GoldenBytesOfAStoredEmptyFile) {
     EXPECT_EQ(zip.finish(), 1);
     EXPECT_EQ(zip.finish(), 1);
     const std::string time = "\xDD\x63\x5D\x58"s, zero = "\0\0\0\0"s;
-    EXPECT_EQ(text_of(out), "PK\3\4\x0A\0\x08\0\0\0"s + time + zero + zero + zero + "\1\0\0\0a"s +
-                                "PK\7\x08"s + zero + zero + zero + "PK\1\2\x0A\0\x0A\0\x08\0\0\0"s +
-                                time + zero + zero + zero + "\1\0\0\0\0\0"s + zero + zero + zero +
-                                "a" + "PK\5\6\0\0\0\0\1\0\1\0\x2F\0\0\0\x2F\0\0\0\0\0"s);
+    EXPECT_EQ(km_test::bytes_of(out), "PK\3\4\x0A\0\x08\0\0\0"s + time + zero + zero + zero +
+                                          "\1\0\0\0a"s + "PK\7\x08"s + zero + zero + zero +
+                                          "PK\1\2\x0A\0\x0A\0\x08\0\0\0"s + time + zero + zero +
+                                          zero + "\1\0\0\0\0\0"s + zero + zero + zero + "a" +
+                                          "PK\5\6\0\0\0\0\1\0\1\0\x2F\0\0\0\x2F\0\0\0\0\0"s);
 }
 
 TEST(Zip, EveryEntryComesBackWhateverTheSourceGivesAtATime) {
@@ -174,7 +168,7 @@ TEST(Zip, FlippedBytesNeverCrashAndDeflatedOnesNeverPass) {
         put(zip, "name", 8, "some text that is deflated, deflated");
         zip.finish();
     }
-    const std::string bytes = text_of(out);
+    const std::string bytes = km_test::bytes_of(out);
     const size_t data = 30 + 4, descriptor = bytes.find("PK\7\x08");
     for (size_t at = 0; at < bytes.size(); ++at)
         for (int bit = 0; bit < 8; ++bit) {
@@ -222,7 +216,7 @@ TEST(InflateAhead, GivesWhatIsWholeAndNothingElse) {
         put(zip, name, 8, name == "b"s ? "twice twice twice" : "once");
     put(zip, "s", 0, "stored");
     zip.finish();
-    const std::string good = text_of(out);
+    const std::string good = km_test::bytes_of(out);
     dir.write("good", good);
     dir.write("bent", good);
     EXPECT_EQ(inflated(dir, good, 0), "oncetwice twice twiceonce-");
@@ -251,7 +245,7 @@ TEST(InflateAhead, WaitsForItsReader) {
     for (int i = 0; i < 60; ++i)
         put(zip, ("e" + std::to_string(i)).c_str(), 8, words + std::to_string(i));
     zip.finish();
-    dir.write("x", text_of(out));
+    dir.write("x", km_test::bytes_of(out));
     km::zip_file read(dir.at("x").c_str());
     ASSERT_EQ(read.readCEN(), 1);
     const std::unique_ptr<km::vector> entries(read.getCEN());
@@ -346,7 +340,7 @@ TEST(Zip, AbsurdNumbersAndNamesAreRefused) {
             zip.write(raw("x"), 1);
             zip.finish();
         }
-        const std::string bytes = text_of(out);
+        const std::string bytes = km_test::bytes_of(out);
         km::unzipping_channel zip(new stepped(bytes, 4096));
         EXPECT_EQ(zip.extract_file(), 0) << name;
         EXPECT_EQ(zip.get_error(), km::channel_bad_call);

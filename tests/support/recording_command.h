@@ -1,16 +1,12 @@
-// recording_command: fake commands that note what was asked of them, and a home for an engine
+// recording_command: fake commands that note what was asked of them
 #pragma once
 
 #include "base/msg_supp.h"
-#include "base_configuration.h"
 #include "command.h"
-#include "library_loader.h"
 #include "package.h"
-#include "user_variables.h"
 
-#include "support/scratch.h"
+#include "support/engine_home.h"
 
-#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,33 +14,6 @@
 namespace km_test {
 
 inline km::ustring u(const std::string& text) { return km::ustring(text.c_str()); }
-
-// Settings, working directory and list of libraries of a test's own.
-class engine_home {
-  public:
-    engine_home() {
-        for (const char* name : {"ZNPIS_INI_SECTION", "ZNPIS_PRODUCT_DIR", "QEP_CACHEDIR"})
-            ::unsetenv(name);
-        dir.write("libs.znp", KM_BUILD_LIB "/libkmcore\n");
-        ::setenv("SPEDITOR_LIB_PATH", dir.path().c_str(), 1);
-        km::library_loader::discard();
-        dir.write("state/znpis.ini", "[#MOBILE]\nworking_dir=" + dir.at("work") +
-                                         "\nbackup_dir=" + dir.at("backup") +
-                                         "\nuser_file_variables=" + dir.at("znpis.var") + "\n");
-        std::filesystem::create_directory(dir.at("work"));
-        km::set_configuration_location(km::pathname(dir.at("state").c_str()));
-    }
-    ~engine_home() {
-        km::user_file_variable_list::terminate();
-        km::library_loader::discard();
-        km::set_configuration_location(km::pathname());
-        ::unsetenv("SPEDITOR_LIB_PATH");
-    }
-    engine_home(const engine_home&) = delete;
-    engine_home& operator=(const engine_home&) = delete;
-
-    scratch_dir dir;
-};
 
 // Texts of a message list, each behind its number.
 inline std::string told(const km::spmessage& messages) {

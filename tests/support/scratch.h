@@ -47,6 +47,9 @@ class scratch_dir {
         std::ifstream in(at(name), std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
     }
+    unsigned mode(const std::string& name) const {
+        return static_cast<unsigned>(std::filesystem::status(at(name)).permissions());
+    }
     bool exists(const std::string& name) const {
         return std::filesystem::symlink_status(at(name)).type() !=
                std::filesystem::file_type::not_found;
