@@ -4,6 +4,7 @@
 #include "intent.h"
 
 #include "durable.h"
+#include "json_text.h"
 #include "km_object.h"
 #include "kill_point.h"
 #include "location.h"
@@ -34,7 +35,7 @@ std::optional<intent> read(const fs::path& path) {
         return std::nullopt; // half of one that was being replaced
     std::ifstream in(path, std::ios::binary);
     const std::string text(std::istreambuf_iterator<char>(in), {});
-    const json object = json::parse(text, nullptr, false);
+    const json object = json_of(text);
     if (!object.is_object() || !object.contains("command"))
         return std::nullopt;
     intent one;
@@ -83,7 +84,7 @@ bool write_intent(const intent& what, outcome& result) {
                    {"run", run_of(what)}};
     if (!what.message.empty())
         object["message"] = what.message;
-    const std::string text = object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+    const std::string text = json_text(object) + "\n";
     km::make_directories_durably(km::pathname(directory().c_str()));
     const std::string path = file_of(what.id);
     km::expect_leftovers(intent_of(what.id).has_value());

@@ -3,6 +3,8 @@
 // invariant: the first failure decides word and exit code
 #include "outcome.h"
 
+#include "json_text.h"
+
 namespace kmhost {
 
 using nlohmann::json;
@@ -33,10 +35,6 @@ json common_json(const outcome& result) {
     if (result.package)
         object["package"] = package_json(*result.package);
     return object;
-}
-
-std::string dump(const json& object, int indent) {
-    return object.dump(indent, ' ', false, json::error_handler_t::replace);
 }
 
 severity severity_of(const std::string& word) {
@@ -81,18 +79,18 @@ std::string to_json_text(const outcome& result, const std::string& command) {
     object["command"] = command;
     if (result.data.is_object())
         object.update(result.data.begin(), result.data.end());
-    return dump(object, 2);
+    return json_text(object, 2);
 }
 
 std::string to_wire(const outcome& result) {
     json object = common_json(result);
     object["data"] = result.data;
     object["text"] = result.text;
-    return dump(object, -1);
+    return json_text(object);
 }
 
 bool from_wire(const std::string& line, outcome& result) {
-    json object = json::parse(line, nullptr, false);
+    json object = json_of(line);
     if (!object.is_object() || !object.contains("outcome") || !object.contains("exit_code"))
         return false;
     result.word = object.value("outcome", "");

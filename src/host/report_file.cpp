@@ -3,6 +3,7 @@
 // invariant: a line is in the journal before its first byte is in the file, and its key stays there
 #include "durable.h"
 #include "file.h"
+#include "json_text.h"
 #include "report_channels.h"
 
 #include <nlohmann/json.hpp>
@@ -60,7 +61,7 @@ journal read_journal(const report_settings& settings) {
     journal found;
     if (begin != mark_size || end == std::string::npos)
         return found;
-    const json head = json::parse(whole.substr(begin, end - begin), nullptr, false);
+    const json head = json_of(whole.substr(begin, end - begin));
     if (!head.is_object())
         return found;
     found.is_written = whole.front() == '1';
@@ -85,8 +86,7 @@ journal read_journal(const report_settings& settings) {
 bool write_journal(const journal& what, const report_settings& settings) {
     const json head = {{"key", what.key},       {"file", what.path},     {"inode", what.inode},
                        {"offset", what.offset}, {"recent", what.recent}, {"struck", what.struck}};
-    const std::string whole =
-        "0\n" + head.dump(-1, ' ', false, json::error_handler_t::replace) + "\n" + what.line;
+    const std::string whole = "0\n" + json_text(head) + "\n" + what.line;
     const auto write = [&whole](int out) {
         return km::write_fully(out, whole.data(), whole.size());
     };

@@ -2,6 +2,7 @@
 // format: docs/formats/report-json.md
 // invariant: one report is one line of JSON, whatever bytes its fields have
 #include "log_protocol.h"
+#include "json_text.h"
 #include "report_channels.h"
 #include "report_words.h"
 #include "status_words.h"
@@ -68,7 +69,7 @@ std::string report_json(const report_fields& report) {
         {"operation_mode", report.operation_mode},
         {"pathname", report.pathname},
     };
-    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json_text(object);
 }
 
 std::string report_text(const report_fields& report, const std::string& form,

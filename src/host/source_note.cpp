@@ -4,6 +4,7 @@
 #include "source_note.h"
 
 #include "durable.h"
+#include "json_text.h"
 #include "location.h"
 
 #include <cerrno>
@@ -34,7 +35,7 @@ bool write_source(const package_id& id, const source_note& note, outcome& result
                          {"states", states},
                          {"goes_back", note.goes_back},
                          {"accepts", note.accepts}};
-    const std::string text = object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+    const std::string text = json_text(object) + "\n";
     km::make_directories_durably(km::pathname(directory().c_str()));
     const std::string path = file_of(id);
     const auto write = [&text](int out) { return km::write_fully(out, text.data(), text.size()); };
@@ -47,7 +48,7 @@ bool write_source(const package_id& id, const source_note& note, outcome& result
 std::optional<source_note> source_of(const package_id& id) {
     std::ifstream in(file_of(id), std::ios::binary);
     const std::string text(std::istreambuf_iterator<char>(in), {});
-    const json object = json::parse(text, nullptr, false);
+    const json object = json_of(text);
     if (!object.is_object() || !object.contains("address"))
         return std::nullopt;
     source_note note;

@@ -11,6 +11,7 @@
 #include "file_channel.h"
 #include "holders.h"
 #include "intent.h"
+#include "json_text.h"
 #include "kill_point.h"
 #include "location.h"
 #include "made_directories.h"
@@ -110,7 +111,7 @@ bool keep_version(const fs::path& directory, size_t index, const package_id& id,
 json read_record(const fs::path& directory) {
     std::ifstream in(directory / "record.json", std::ios::binary);
     const std::string text(std::istreambuf_iterator<char>(in), {});
-    const json object = json::parse(text, nullptr, false);
+    const json object = json_of(text);
     return object.is_object() && object.contains("old") ? object : json();
 }
 
@@ -129,7 +130,7 @@ bool write_upgrade(const upgrade_record& record, const catalog_store& store, out
                         std::strerror(errno));
         object["old"].push_back(told);
     }
-    const std::string text = object.dump(1, ' ', false, json::error_handler_t::replace) + "\n";
+    const std::string text = json_text(object, 1) + "\n";
     const std::string path = (directory / "record.json").string();
     if (error || !km::replace_durably(km::pathname(path.c_str()), 0600, [&text](int out) {
             return km::write_fully(out, text.data(), text.size());

@@ -3,6 +3,7 @@
 // invariant: without an outcome from the child the result is never a success
 #include "worker.h"
 
+#include "json_text.h"
 #include "stop_request.h"
 
 #include <cerrno>
@@ -50,7 +51,7 @@ void hear(const std::string& line, heard& so_far, const progress_watcher& watch)
         so_far.has_result = from_wire(line.substr(1), so_far.result);
         return;
     }
-    json event = json::parse(line, nullptr, false);
+    json event = json_of(line);
     if (!event.is_object())
         return;
     const std::string kind = event.value("event", "");
@@ -193,12 +194,12 @@ void worker_line::progress(const progress_report& report) {
                   {"done", report.done},
                   {"total", report.total},
                   {"what", report.what}};
-    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+    send(json_text(event));
 }
 
 void worker_line::ending(int status, const std::string& why) {
     json event = {{"event", "ending"}, {"status", status}, {"why", why}};
-    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+    send(json_text(event));
 }
 
 void worker_line::lost(const stream_loss& loss) {
@@ -207,12 +208,12 @@ void worker_line::lost(const stream_loss& loss) {
         {"event", "lost"},         {"retry", loss.can_be_retried}, {"changed", loss.has_changed},
         {"address", loss.address}, {"reason", loss.reason},        {"offset", loss.offset},
         {"package", loss.package}, {"pending", loss.is_pending},   {"back", loss.goes_back}};
-    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+    send(json_text(event));
 }
 
 void worker_line::note(const std::string& text) {
     json event = {{"event", "note"}, {"text", text}};
-    send(event.dump(-1, ' ', false, json::error_handler_t::replace));
+    send(json_text(event));
 }
 
 void worker_line::reported() { send(R"({"event":"reported"})"); }
