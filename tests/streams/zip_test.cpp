@@ -284,7 +284,7 @@ TEST(InflateAhead, WorksOnWhatIsDue) {
     for (int i = 0; i < 200; ++i)
         put(zip, ("e" + std::to_string(i)).c_str(), 8, std::to_string(i));
     zip.finish();
-    dir.write("x", text_of(out));
+    dir.write("x", km_test::bytes_of(out));
     km::zip_file read(dir.at("x").c_str());
     ASSERT_EQ(read.readCEN(), 1);
     const std::unique_ptr<km::vector> entries(read.getCEN());
