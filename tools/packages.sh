@@ -39,8 +39,9 @@ km_install_packages() {
 
 # km_build PRESET [TARGET]: configure and build; ccache is used where it is there.
 km_build() {
-    launcher=""
+    launcher="" precompiled=""
+    if [ "$1" = dev ]; then precompiled="-DKM_PRECOMPILED=ON"; fi
     if command -v ccache >/dev/null 2>&1; then launcher="-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"; fi
-    cmake --preset "$1" $launcher >"build/$1.log" 2>&1 || { cat "build/$1.log" >&2; return 1; }
+    cmake --preset "$1" $precompiled $launcher >"build/$1.log" 2>&1 || { cat "build/$1.log" >&2; return 1; }
     cmake --build --preset "$1" ${2:+--target "$2"}
 }
