@@ -184,10 +184,11 @@ void upgrader::merge_placed(km::km_object& mine, km::km_object& old) {
     mine.created = mine.created || is_made(old);
     if (auto* directory = dynamic_cast<km::km_directory*>(&mine))
         directory->always_put = true;
-    const bool is_file = dynamic_cast<km::km_file*>(&old) && dynamic_cast<km::km_file*>(&mine) &&
-                         !dynamic_cast<km::km_kept_file*>(&mine); // that one looks after itself
-    if (is_file && old.exists(km::p_do) && !old.is_identical(km::p_do) &&
-        !mine.is_identical(km::p_do))
+    auto *my_file = dynamic_cast<km::km_file*>(&mine), *old_file = dynamic_cast<km::km_file*>(&old);
+    if (!my_file || !old_file || dynamic_cast<km::km_kept_file*>(&mine)) // that looks after itself
+        return;
+    my_file->learn_from(*old_file);
+    if (old.exists(km::p_do) && !old.is_identical(km::p_do) && !mine.is_identical(km::p_do))
         users_.push_back(&old);
 }
 

@@ -42,6 +42,9 @@ class km_file : public km_object {
         read_ = of.read_;
         read_digest_ = of.read_digest_;
     }
+    // `older` told of the file in the same place. If nobody wrote to it since, its data are known
+    // without being read, for comparisons; whoever copies them reads them.
+    void learn_from(km_file& older);
     // What stands there is no file with these data.
     bool has_other_content() { return !stands_as_described(path_bytes(), false); }
     // Behind load().
@@ -72,6 +75,8 @@ class km_file : public km_object {
     known_file read_;
     std::string read_digest_; // of the data of `read_`
     known_file seen_as_placed_;
+    known_file learnt_;
+    ustring learnt_digest_; // of the data of `learnt_`
     ino_t written_inode_ = 0;
 
     // Where the data come from: opens this file's entry.
