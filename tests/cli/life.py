@@ -44,6 +44,17 @@ class Life(KmctlCase):
         self.assertEqual(self.leftovers(), [])
         self.km("check")
 
+    def test_an_edit_that_size_and_time_do_not_tell_is_found_by_an_upgrade(self):
+        self.play(("install {one}", 0, "1IC---"))
+        path = self.at("/opt/p/d/same")
+        times = os.stat(path)
+        put(path, "mine\n")
+        os.utime(path, ns=(times.st_atime_ns, times.st_mtime_ns))
+        self.play(("upgrade {two}", 0, "2ICU--", "kept in /opt/p/d/same.kmsave"),
+                  ("verify p", 0, "2ICU--"))
+        with open(path + ".kmsave") as kept:
+            self.assertEqual(kept.read(), "mine\n")
+
     def test_a_prepared_undo_of_an_upgrade_brings_the_older_version_back(self):
         self.play(("install {one}", 0, "1IC---"))
         self.edit()
