@@ -1,7 +1,7 @@
 // file_object: a regular file
 // format: docs/formats/package-file.md
-// invariants: a file is written beside its place and renamed when its size and digest are right; a
-// file of any size passes through a block of fixed size
+// invariants: a file is written beside its place, or without a name, and gets its own name when its
+// size and digest are right; a file of any size passes through a block of fixed size
 #include "file_object.h"
 
 #include "codec.h"
