@@ -67,10 +67,11 @@ class Box:
     """A scratch directory with root and state, and a copy of both to begin again from."""
 
     made = ("opt/in/p/n", "opt/in/p/n/m", "opt/in/p/e")
+    # Enough in one directory that some are written ahead.
     first = {"a": "first\n", "b": "second\n" * 900, "e/": None, "l": ("a",), "lib/c": "common\n",
-             "n/m/x": "deep\n"}
+             "n/m/x": "deep\n", **{"w%d" % i: "one\n" * i for i in range(1, 6)}}
     second = {"a": "first, better\n", "b": "second\n" * 900, "e/": None, "k": "new\n", "l": ("b",),
-              "lib/c": "common\n"}
+              "lib/c": "common\n", **{"w%d" % i: "another\n" * (i + i % 2) for i in range(1, 6)}}
 
     def __init__(self):
         self.dir = tempfile.mkdtemp(prefix="kmmatrix.", dir=os.environ.get("KM_TEST_DIR"))
@@ -259,6 +260,9 @@ class Matrix:
                 kind, error = point.way.split()
                 how = [kind, str(point.at), str(getattr(errno, error))]
             ended = box.faulty(how, *self.command)
+            # A second processor takes a call more or less for a file that it writes ahead.
+            if point.way == "kill" and ended.code == 0 and point.at > self.calls - len(Box.second):
+                return self.judge([], only_new=True)
             if point.way == "kill" and ended.code != 137:
                 raise Bad("was not killed: %s" % (ended,))
         told = [str(ended)] if point.way != "kill" else []
