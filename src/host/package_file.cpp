@@ -8,6 +8,7 @@
 #include "digest.h"
 #include "file_channel.h"
 #include "messages.h"
+#include "open_file.h"
 #include "package_stream.h"
 #include "signatures.h"
 #include "sp_object.h"
@@ -30,21 +31,6 @@ namespace {
 
 constexpr size_t digest_length = 64;
 constexpr long longest_tree = 128L << 20; // coded bytes; about a quarter of a million files
-
-class descriptor {
-  public:
-    explicit descriptor(int number) : number_(number) {}
-    ~descriptor() {
-        if (number_ >= 0)
-            ::close(number_);
-    }
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    int get() const { return number_; }
-
-  private:
-    int number_;
-};
 
 // Digest of the first `length` bytes; empty, with errno, on failure.
 std::string digest_of_head(int file, long length) {
@@ -72,7 +58,7 @@ bool invalid(outcome& result, const std::string& path, const std::string& why) {
 }
 
 bool digest_fits(const std::string& path, const std::string& told) {
-    const descriptor in(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const km::open_file in(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat about {};
     if (in.get() < 0 || ::fstat(in.get(), &about) != 0)
         return false;
@@ -104,7 +90,7 @@ bool entries_are_whole(const std::string& path, const km::vector& directory, out
 
 bool is_readable_file(const std::string& path, outcome& result) {
     struct stat about {};
-    const descriptor in(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const km::open_file in(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (in.get() < 0 || ::fstat(in.get(), &about) != 0) {
         const int error = errno;
         result.fail(error == ENOENT ? exit_not_found : exit_failed, "file",
@@ -164,7 +150,7 @@ opened_package::~opened_package() {
 }
 
 int stamp_package_file(const std::string& path) {
-    const descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    const km::open_file file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
     struct stat about {};
     if (file.get() < 0 || ::fstat(file.get(), &about) != 0)
         return 0;
@@ -203,7 +189,7 @@ bool check_and_list(const std::string& path, std::unique_ptr<km::vector>& direct
 bool has_digest(const std::string& path, const std::string& expected, outcome& result) {
     if (!is_readable_file(path, result))
         return false;
-    const descriptor in(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const km::open_file in(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     const std::string found = in.get() < 0 ? "" : km::digest_of_open_file(in.get());
     if (found == expected)
         return true;

@@ -12,10 +12,12 @@
 #include "kill_point.h"
 #include "object_command.h"
 #include "object_messages.h"
+#include "open_file.h"
 #include "own_texts.h"
 #include "pack_ahead.h"
 #include "package.h"
 #include "room.h"
+#include "tree_files.h"
 #include "trclog.h"
 #include "zip_time.h"
 
@@ -29,22 +31,6 @@ namespace km {
 namespace {
 constexpr int block_size = 65536;
 unsigned char block[block_size];
-
-class open_file {
-  public:
-    explicit open_file(int descriptor) : descriptor_(descriptor) {}
-    ~open_file() {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
-    }
-    open_file(const open_file&) = delete;
-    open_file& operator=(const open_file&) = delete;
-    int get() const { return descriptor_; }
-    bool good() const { return descriptor_ >= 0; }
-
-  private:
-    int descriptor_;
-};
 
 std::string directory_part(const std::string& path) {
     return path.substr(0, path.find_last_of('/') + 1);
@@ -168,25 +154,25 @@ cm_result km_file::write_temporary(unzipping_channel& in, const place& where,
 namespace {
 // Under its own name, unless something stands there; else under a temporary one.
 bool give_name(const nameless_file& file, const place& where, const std::string& temporary,
-               bool& in_place) {
-    in_place = !in_place && name_open_file(where, where.name, file.descriptor);
-    if (in_place || name_open_file(where, temporary, file.descriptor))
+               bool is_taken, bool& in_place) {
+    in_place = !is_taken && name_open_file(where, where.name, file.file.get());
+    if (in_place || name_open_file(where, temporary, file.file.get()))
         return true;
     return errno == EEXIST && ::unlinkat(where.directory, temporary.c_str(), 0) == 0 &&
-           name_open_file(where, temporary, file.descriptor);
+           name_open_file(where, temporary, file.file.get());
 }
 } // namespace
 
-// `in_place`: whether something stands there; then whether the new file does.
+// `is_taken`: something stands there. `in_place`: the new file does already.
 cm_result km_file::write_new(unzipping_channel& in, const place& where, const std::string& name,
-                             bool& in_place) {
+                             bool is_taken, bool& in_place) {
     const auto data = take_data_ahead(in);
     const auto* ready = data ? dynamic_cast<const nameless_file*>(data->product.get()) : nullptr;
     if (ready && ready->given == attributes()) {
         const auto checked = check_written(in, static_cast<long>(data->bytes.size()), data->digest);
         KM_KILL_POINT("file.before_name");
         written_inode_ = ready->inode;
-        if (checked != cm_command::success || give_name(*ready, where, name, in_place))
+        if (checked != cm_command::success || give_name(*ready, where, name, is_taken, in_place))
             return checked;
     }
     in_place = false;
@@ -200,19 +186,19 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
         return opened;
     const std::string target = directory_part(path_bytes()) + into;
     struct stat present {};
-    bool in_place = look_at(target, present);
-    const bool replaces = in_place && S_ISREG(present.st_mode);
+    const bool is_taken = look_at(target, present);
+    const bool replaces = is_taken && S_ISREG(present.st_mode);
     const auto parents = make_parents(target);
     if (parents != cm_command::success)
         return pass_over_data(parents);
     const place where = locate(target);
     if (!where.found())
         return pass_over_data(fail("reach", where.parent, where.error));
-    const bool left_before = temporary_may_be_left;
     begin_temporary();
     stop_reading_ahead();
     come_to_files(*in, *package, where, replaces);
-    const auto written = write_new(*in, where, name, in_place);
+    bool in_place = false;
+    const auto written = write_new(*in, where, name, is_taken, in_place);
     KM_KILL_POINT("file.before_rename");
     if (written != cm_command::success || !(in_place || replace_name(where, name, replaces))) {
         const int error = errno;
@@ -220,7 +206,6 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
         return written != cm_command::success ? written : fail("put in place", target, error);
     }
     end_temporary();
-    temporary_may_be_left = in_place && left_before; // nothing was renamed over it
     wrote_file(where.directory, size);
     if (target == path_bytes())
         note_placed(where);
@@ -388,17 +373,6 @@ bool km_file::stands_as_described(const std::string& at, bool with_rights) {
 }
 
 namespace {
-void add_files(cm_composite_command& tree, std::vector<std::string>& paths) {
-    for (list_iterator at(tree.get_children()); at.hasMoreElements();) {
-        auto* command = at.nextElement();
-        if (auto* inner = dynamic_cast<cm_composite_command*>(command))
-            add_files(*inner, paths);
-        else if (auto* add = dynamic_cast<cm_add_object*>(command))
-            if (auto* file = dynamic_cast<km_file*>(add->object))
-                paths.push_back(file->path_bytes());
-    }
-}
-
 // Whoever asked for some files of a package goes on to ask for all of them.
 void look_ahead(cm_package& package, const std::string& path, known_file& known,
                 std::string& digest) {
@@ -408,7 +382,7 @@ void look_ahead(cm_package& package, const std::string& path, known_file& known,
         if (++asked < some)
             return;
         std::vector<std::string> paths;
-        add_files(package, paths);
+        each_file(package, [&paths](const km_file& file) { paths.push_back(file.path_bytes()); });
         begin_to_read_ahead(paths);
     }
     take_read_ahead(path, known, digest);

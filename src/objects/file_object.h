@@ -84,7 +84,7 @@ class km_file : public km_object {
     cm_result write_ahead(unzipping_channel& in, const inflate_ahead::entry_data& data, int out,
                           const std::string& name);
     cm_result write_new(unzipping_channel& in, const place& where, const std::string& name,
-                        bool& in_place);
+                        bool is_taken, bool& in_place);
     cm_result check_written(unzipping_channel& in, long written, const std::string& sum);
     cm_result write_from(unzipping_channel& in, int out, const std::string& name);
     cm_result write_temporary(unzipping_channel& in, const place& where, const std::string& name,

@@ -7,41 +7,22 @@
 #include "data_entry.h"
 #include "durable.h"
 #include "file_object.h"
-#include "object_command.h"
 #include "package.h"
+#include "tree_files.h"
 
 #include <algorithm>
 #include <fcntl.h>
-#include <functional>
 #include <linux/magic.h>
 #include <sys/vfs.h>
-#include <unistd.h>
 
 namespace km {
 
-nameless_file::~nameless_file() {
-    if (descriptor >= 0)
-        ::close(descriptor);
-}
-
 // Stays open until the last file of it is written, however far the walk has come.
-class files_ahead::directory {
-  public:
-    directory(int of, bool starts_writing)
-        : starts_writing(starts_writing), descriptor_(::fcntl(of, F_DUPFD_CLOEXEC, 0)) {}
-    ~directory() {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
-    }
-    directory(const directory&) = delete;
-    directory& operator=(const directory&) = delete;
-    int get() const { return descriptor_; }
+struct files_ahead::directory {
+    open_file at;
     // The file system would write the data of a file when it replaces another one, and have the
     // walk wait for that.
-    const bool starts_writing;
-
-  private:
-    int descriptor_;
+    bool starts_writing;
 };
 
 namespace {
@@ -50,16 +31,6 @@ bool writes_what_replaces(int directory) {
     return ::fstatfs(directory, &about) == 0 && about.f_type == EXT4_SUPER_MAGIC;
 }
 
-void each_file(const cm_composite_command& tree, const std::function<void(const km_file&)>& act) {
-    for (list_iterator at(tree.get_children()); at.hasMoreElements();) {
-        const auto* command = at.nextElement();
-        if (const auto* inner = dynamic_cast<const cm_composite_command*>(command))
-            each_file(*inner, act);
-        else if (const auto* add = dynamic_cast<const cm_add_object*>(command))
-            if (const auto* file = dynamic_cast<const km_file*>(add->object))
-                act(*file);
-    }
-}
 } // namespace
 
 void files_ahead::plan(const cm_package& package) {
@@ -89,10 +60,11 @@ bool files_ahead::come_to(const cm_package& package, const place& where, bool re
         return false;
     parent_ = where.parent;
     const auto known = directories_.find(parent_);
-    auto open = std::make_shared<directory>(where.directory,
-                                            replaces && writes_what_replaces(where.directory));
+    auto open = std::shared_ptr<directory>(
+        new directory{open_file(::fcntl(where.directory, F_DUPFD_CLOEXEC, 0)),
+                      replaces && writes_what_replaces(where.directory)});
     ::pthread_mutex_lock(&lock_);
-    current_ = known == directories_.end() || open->get() < 0 ? -1 : known->second;
+    current_ = known == directories_.end() || !open->at.good() ? -1 : known->second;
     open_.swap(open);
     ::pthread_mutex_unlock(&lock_);
     return true;
@@ -126,21 +98,21 @@ std::unique_ptr<entry_work::product> files_ahead::work(const std::string& name,
     std::shared_ptr<directory> into;
     if (!find(name, file, into))
         return nullptr;
-    auto made = std::make_unique<nameless_file>();
-    made->given = file.attributes;
-    made->descriptor = ::openat(into->get(), ".", O_WRONLY | O_TMPFILE | O_CLOEXEC,
-                                mode_while_written(file.attributes));
-    if (made->descriptor < 0) {
+    auto made = std::make_unique<nameless_file>(::openat(into->at.get(), ".",
+                                                         O_WRONLY | O_TMPFILE | O_CLOEXEC,
+                                                         mode_while_written(file.attributes)),
+                                                file.attributes);
+    if (!made->file.good()) {
         ::pthread_mutex_lock(&lock_);
         is_possible_ = false;
         ::pthread_mutex_unlock(&lock_);
         return nullptr;
     }
-    if (!write_fully(made->descriptor, bytes.data(), bytes.size()) ||
-        set_attributes(made->descriptor, made->given, made->inode))
+    if (!write_fully(made->file.get(), bytes.data(), bytes.size()) ||
+        set_attributes(made->file.get(), made->given, made->inode))
         return nullptr;
     if (into->starts_writing)
-        ::sync_file_range(made->descriptor, 0, 0, SYNC_FILE_RANGE_WRITE);
+        ::sync_file_range(made->file.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
     return made;
 }
 

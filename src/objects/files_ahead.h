@@ -7,6 +7,7 @@
 
 #include "file_attributes.h"
 #include "inflate_ahead.h"
+#include "open_file.h"
 
 #include <map>
 #include <memory>
@@ -20,8 +21,9 @@ class cm_package;
 struct place;
 
 struct nameless_file : entry_work::product {
-    ~nameless_file() override;
-    int descriptor = -1; // holds the data of the entry
+    nameless_file(int descriptor, const file_attributes& attributes)
+        : file(descriptor), given(attributes) {}
+    open_file file; // holds the data of the entry
     ino_t inode = 0;
     file_attributes given; // that it has
 };
@@ -37,7 +39,7 @@ class files_ahead : public entry_work {
     bool come_to(const cm_package& package, const place& where, bool replaces);
 
   private:
-    class directory;
+    struct directory;
     struct planned {
         long number = 0; // of its entry
         int directory = 0;

@@ -288,7 +288,7 @@ cm_result km_object::remove_own(const std::string& name) {
 }
 
 void km_object::drop_temporary() {
-    if (!temporary_may_be_left || !(made_temporary_ || leftovers_expected) || !well_formed())
+    if (!(made_temporary_ || leftovers_expected) || !well_formed())
         return;
     end_temporary();
     const place where = locate(path_bytes());

@@ -116,10 +116,9 @@ class km_object : public cm_object {
     bool well_formed() const;
 
     // Something is made under the temporary name; then it has its own one.
-    void begin_temporary() { temporary_may_be_left = made_temporary_ = true; }
-    void end_temporary() { temporary_may_be_left = made_temporary_ = false; }
+    void begin_temporary() { made_temporary_ = true; }
+    void end_temporary() { made_temporary_ = false; }
 
-    bool temporary_may_be_left = true; // by this run, or by one that was cut
     int checked_phase_ = p_do;
 
     // In the commit: the staged copy is renamed into its place.

@@ -7,8 +7,9 @@
 #include "background_thread.h"
 #include "digest.h"
 #include "file_object.h"
-#include "object_command.h"
+#include "open_file.h"
 #include "package.h"
+#include "tree_files.h"
 #include "zipping_channel.h"
 
 #include <algorithm>
@@ -79,25 +80,14 @@ std::unique_ptr<deflated_data> pack(const file_to_pack& one, entry_deflater& wit
     if (one.source.empty() || one.told.size > largest || ::lstat(one.source.c_str(), &about) != 0 ||
         !S_ISREG(about.st_mode))
         return nullptr;
-    const int in = ::open(one.source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (in < 0)
+    const open_file in(::open(one.source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!in.good())
         return nullptr;
-    const auto passed = pass_data(
-        in, one.told, [&with](const unsigned char* bytes, int count) { with.write(bytes, count); });
-    ::close(in);
+    const auto passed =
+        pass_data(in.get(), one.told,
+                  [&with](const unsigned char* bytes, int count) { with.write(bytes, count); });
     auto data = std::make_unique<deflated_data>(with.finish());
     return passed == passing::whole ? std::move(data) : nullptr;
-}
-
-void add_files(cm_composite_command& tree, std::vector<const km_file*>& files) {
-    for (list_iterator at(tree.get_children()); at.hasMoreElements();) {
-        auto* command = at.nextElement();
-        if (auto* inner = dynamic_cast<cm_composite_command*>(command))
-            add_files(*inner, files);
-        else if (auto* add = dynamic_cast<cm_add_object*>(command))
-            if (const auto* file = dynamic_cast<const km_file*>(add->object))
-                files.push_back(file);
-    }
 }
 
 } // namespace
@@ -136,7 +126,7 @@ struct pack_ahead::shared {
 
 void pack_ahead::shared::begin() {
     began = true;
-    add_files(package, files);
+    each_file(package, [this](const km_file& file) { files.push_back(&file); });
     long bytes = 0;
     for (std::size_t i = 0; i < files.size(); ++i) {
         places.emplace_back(files[i], i);

@@ -123,7 +123,7 @@ TEST_F(FilesAhead, KnowWhatTheyWereMadeFor) {
     const auto* file = dynamic_cast<const km::nameless_file*>(made.get());
     ASSERT_TRUE(file);
     struct stat about {};
-    ASSERT_EQ(::fstat(file->descriptor, &about), 0);
+    ASSERT_EQ(::fstat(file->file.get(), &about), 0);
     EXPECT_EQ(about.st_mode & 07777, modes[1]);
     EXPECT_EQ(about.st_size, 10);
     EXPECT_EQ(about.st_nlink, 0U);

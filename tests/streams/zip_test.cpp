@@ -237,18 +237,26 @@ TEST(InflateAhead, GivesWhatIsWholeAndNothingElse) {
     EXPECT_EQ(inflated(dir, good, 0), "----");
 }
 
-// Far more than may wait; what is passed over is dropped, and the helper may go in the middle.
-TEST(InflateAhead, WaitsForItsReader) {
-    km_test::scratch_dir dir;
+namespace {
+// A container at "x" with entries "e0", "e1" and so on; gives its directory.
+std::unique_ptr<km::vector> numbered_entries(const km_test::scratch_dir& dir, int count,
+                                             const std::string& text) {
     km::array_output_channel out(1024);
     km::zipping_channel zip(&out);
-    for (int i = 0; i < 60; ++i)
-        put(zip, ("e" + std::to_string(i)).c_str(), 8, words + std::to_string(i));
+    for (int i = 0; i < count; ++i)
+        put(zip, ("e" + std::to_string(i)).c_str(), 8, text + std::to_string(i));
     zip.finish();
     dir.write("x", km_test::bytes_of(out));
     km::zip_file read(dir.at("x").c_str());
-    ASSERT_EQ(read.readCEN(), 1);
-    const std::unique_ptr<km::vector> entries(read.getCEN());
+    EXPECT_EQ(read.readCEN(), 1);
+    return std::unique_ptr<km::vector>(read.getCEN());
+}
+} // namespace
+
+// Far more than may wait; what is passed over is dropped, and the helper may go in the middle.
+TEST(InflateAhead, WaitsForItsReader) {
+    km_test::scratch_dir dir;
+    const auto entries = numbered_entries(dir, 60, words);
     for (const int last : {0, 30, 60}) {
         km::inflate_ahead helper(dir.at("x").c_str(), *entries);
         long packed = 0;
@@ -279,15 +287,7 @@ class marking : public km::entry_work {
 // Whoever comes while one is worked on waits for it; what is passed over in the middle of it goes.
 TEST(InflateAhead, WorksOnWhatIsDue) {
     km_test::scratch_dir dir;
-    km::array_output_channel out(1024);
-    km::zipping_channel zip(&out);
-    for (int i = 0; i < 200; ++i)
-        put(zip, ("e" + std::to_string(i)).c_str(), 8, std::to_string(i));
-    zip.finish();
-    dir.write("x", km_test::bytes_of(out));
-    km::zip_file read(dir.at("x").c_str());
-    ASSERT_EQ(read.readCEN(), 1);
-    const std::unique_ptr<km::vector> entries(read.getCEN());
+    const auto entries = numbered_entries(dir, 200, "");
     for (const int step : {1, 2, 5, 40}) {
         marking work;
         km::inflate_ahead helper(dir.at("x").c_str(), *entries, nullptr, &work);
