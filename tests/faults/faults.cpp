@@ -1,7 +1,8 @@
 // faults: runs a program and counts, kills at, or fails its disk-changing system calls
 //
 //   faults count PROGRAM ARG...              prints "calls N" on standard error's last line
-//   faults kill N PROGRAM ARG...             kills everything just before the N-th call (from 1)
+//   faults kill N PROGRAM ARG...             kills everything just before the N-th call (from 1);
+//                                            of a run that has fewer: as count
 //   faults fail N ERRNO PROGRAM ARG...       the N-th call and all after it of the same kind of
 //                                            change fail with ERRNO (a number)
 //   faults once N ERRNO PROGRAM ARG...       only the N-th call fails
@@ -10,7 +11,8 @@
 //                                            runs, as "N NAME DEVICE INODE" of the descriptor in
 //                                            its first argument (0 0 where it has none), and waits
 //                                            for a byte of descriptor IN; so that somebody can look
-//                                            at the disk between any two calls
+//                                            at the disk between any two calls: of two threads one
+//                                            waits until the call of the other has ended
 //
 // A tracer at the kernel's door, not a preload: a write from inside the C library, a static program
 // and a child of a child are seen alike. A filter in the traced program stops it at the counted
@@ -21,12 +23,14 @@
 //
 // Exit status: the program's own; 137 after a kill; 125 if the tracer itself failed.
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <fcntl.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
@@ -152,6 +156,8 @@ struct run {
     pid_t first = 0;
     int status = 125;
     std::set<pid_t> alive;
+    pid_t busy = 0;            // in step mode: the one whose counted call runs
+    std::deque<pid_t> waiting; // to make theirs
 };
 
 void kill_all(const run& r) {
@@ -200,8 +206,32 @@ bool before_call(run& r, pid_t pid) {
     return true;
 }
 
+bool is_counted(pid_t pid) {
+    user_regs_struct regs{};
+    return ::ptrace(PTRACE_GETREGS, pid, nullptr, &regs) == 0 && counts(pid, regs);
+}
+
+// In step mode: lets the call run, and stops at its end.
+void make_call(run& r, pid_t pid) {
+    r.busy = pid;
+    before_call(r, pid);
+    ::ptrace(PTRACE_SYSCALL, pid, nullptr, 0);
+}
+
+void call_ended(run& r) {
+    r.busy = 0;
+    if (r.waiting.empty())
+        return;
+    const pid_t next = r.waiting.front();
+    r.waiting.pop_front();
+    make_call(r, next);
+}
+
 void ended(run& r, pid_t pid, int status) {
     r.alive.erase(pid);
+    r.waiting.erase(std::remove(r.waiting.begin(), r.waiting.end(), pid), r.waiting.end());
+    if (r.busy == pid)
+        call_ended(r);
     if (pid == r.first)
         r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
@@ -210,13 +240,22 @@ void go_on(run& r, pid_t pid, int status) {
     int signal = 0;
     int stopped = WSTOPSIG(status);
     int event = status >> 16;
+    if (event == PTRACE_EVENT_SECCOMP && r.what == mode::step && is_counted(pid)) {
+        if (r.busy != 0)
+            r.waiting.push_back(pid);
+        else
+            make_call(r, pid);
+        return;
+    }
     if (event == PTRACE_EVENT_SECCOMP) {
-        if (!before_call(r, pid))
+        if (r.what != mode::step && !before_call(r, pid))
             return;
+    } else if (stopped == (SIGTRAP | 0x80)) {
+        call_ended(r);
     } else if (event == 0 && stopped != SIGSTOP && stopped != SIGTRAP) {
         signal = stopped;
     }
-    ::ptrace(PTRACE_CONT, pid, nullptr, signal);
+    ::ptrace(r.busy == pid ? PTRACE_SYSCALL : PTRACE_CONT, pid, nullptr, signal);
 }
 
 int follow(run& r) {
@@ -224,7 +263,8 @@ int follow(run& r) {
     if (::waitpid(r.first, &status, 0) != r.first || !WIFSTOPPED(status))
         die("faults: first stop");
     const long options = PTRACE_O_TRACESECCOMP | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK |
-                         PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL;
+                         PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL |
+                         PTRACE_O_TRACESYSGOOD;
     if (::ptrace(PTRACE_SETOPTIONS, r.first, nullptr, options) != 0)
         die("faults: options");
     r.alive.insert(r.first);
@@ -285,7 +325,7 @@ int main(int argc, char** argv) {
     if (r.first == 0)
         become(argv + at);
     int status = follow(r);
-    if (r.what == mode::count)
+    if (r.what == mode::count || (r.what == mode::kill && r.seen < r.at))
         std::fprintf(stderr, "calls %ld\n", r.seen);
     return status;
 }
