@@ -26,8 +26,11 @@ struct release_queue {
     std::array<int, most_waiting> waiting{};
     unsigned count = 0; // of `waiting`
     bool busy = false;  // the thread closes what it took
+    bool (*some)() = nullptr;
+    bool woken = false; // for that
     // Of the caller's thread alone:
     bool runs = false;
+    void (*stop)() = nullptr;
     int removed = 0;
     std::array<int, batch> gathered{};
     unsigned held = 0;
@@ -38,12 +41,17 @@ release_queue& state() {
     return only;
 }
 
+void do_all_of(bool (*some)()) {
+    while (some && some()) {
+    }
+}
+
 void* release_for_ever(void*) {
     release_queue& all = state();
     std::array<int, most_waiting> mine{};
     ::pthread_mutex_lock(&all.lock);
     for (;;) {
-        while (all.count == 0) {
+        while (all.count == 0 && !all.woken) {
             all.busy = false;
             ::pthread_cond_broadcast(&all.changed);
             ::pthread_cond_wait(&all.changed, &all.lock);
@@ -52,11 +60,22 @@ void* release_for_ever(void*) {
         mine = all.waiting;
         all.count = 0;
         all.busy = true;
+        all.woken = false;
+        bool (*const some)() = all.some;
         ::pthread_mutex_unlock(&all.lock);
-        for (unsigned i = 0; i < count; ++i)
+        do_all_of(some);
+        for (unsigned i = 0; i < count; ++i) {
             ::close(mine[i]);
+            do_all_of(some);
+        }
         ::pthread_mutex_lock(&all.lock);
     }
+}
+
+bool thread_runs(release_queue& all) {
+    if (!all.runs)
+        all.runs = start_background_thread(release_for_ever);
+    return all.runs;
 }
 
 // The thread is behind: what it has no room for is closed here.
@@ -86,7 +105,7 @@ int hold_for_release(int directory, const char* name) {
         ++all.removed;
         return -1;
     }
-    if (!all.runs && !(all.runs = start_background_thread(release_for_ever)))
+    if (!thread_runs(all))
         return -1;
     return ::openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC);
 }
@@ -103,12 +122,31 @@ void release_late(int held) {
 void finish_releases() {
     release_queue& all = state();
     all.removed = 0;
+    if (all.stop)
+        all.stop();
     if (!all.runs)
         return;
     hand_over(all);
     ::pthread_mutex_lock(&all.lock);
     while (all.count || all.busy)
         ::pthread_cond_wait(&all.changed, &all.lock);
+    ::pthread_mutex_unlock(&all.lock);
+}
+
+bool work_before_releases(bool (*some)(), void (*stop)()) {
+    release_queue& all = state();
+    ::pthread_mutex_lock(&all.lock);
+    all.some = some;
+    ::pthread_mutex_unlock(&all.lock);
+    all.stop = stop;
+    return thread_runs(all);
+}
+
+void wake_release_thread() {
+    release_queue& all = state();
+    ::pthread_mutex_lock(&all.lock);
+    all.woken = true;
+    ::pthread_cond_broadcast(&all.changed);
     ::pthread_mutex_unlock(&all.lock);
 }
 

@@ -20,4 +20,10 @@ void release_late(int held);
 // Returns when all is given back. The next flush then reaches it, and no descriptor is open.
 void finish_releases();
 
+// The thread has time for more. `some` is called in it, between two files that it gives back and
+// after wake_release_thread(), until it says that nothing is left to do; `stop` at the beginning of
+// finish_releases(). One pair at a time. False: there is no thread to be had.
+bool work_before_releases(bool (*some)(), void (*stop)());
+void wake_release_thread();
+
 } // namespace km

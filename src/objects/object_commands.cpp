@@ -11,6 +11,7 @@
 #include "importer.h"
 #include "kept_file_object.h"
 #include "link_object.h"
+#include "looks_ahead.h"
 #include "object_messages.h"
 #include "package.h"
 #include "stop_request.h"
@@ -46,9 +47,31 @@ void km_add_command::export_(exporter& to) const {
     to.end_stanza();
 }
 
+namespace {
+void take_look(const cm_package* package, const km_object* object, int action, int phase,
+               bool works) {
+    if (!package || action != a_reverse || (phase != p_do && phase != p_commit))
+        return;
+    const auto* file = dynamic_cast<const km_file*>(object);
+    ahead_look found;
+    if (file && take_look_ahead(*package, *file, works, found))
+        keep_look(file->path_bytes(), found.about, found.held);
+}
+} // namespace
+
+km_object* km_add_command::own() {
+    if (asked_ != object) {
+        asked_ = object;
+        own_ = dynamic_cast<km_object*>(object);
+    }
+    if (own_)
+        own_->set_index(command_index);
+    return own_;
+}
+
 void km_add_command::can_execute(int action, int phase) {
     const one_look for_all_questions;
-    tell_index(object, command_index);
+    take_look(package, own(), action, phase, false);
     cm_add_object::can_execute(action, phase);
 }
 
@@ -95,7 +118,7 @@ void km_add_command::do_execute(int action, int phase) {
     if ((result = stops_here(action, phase)) != success)
         return;
     const one_look for_all_questions;
-    tell_index(object, command_index);
+    take_look(package, own(), action, phase, true);
     if (action == a_reverse && takes_back_prepared(phase))
         return;
     tell_what_stays(action, phase);
@@ -123,7 +146,7 @@ bool km_add_command::is_left(int action) const {
 // What was only prepared has put nothing in place: what stands there is somebody else's, also for
 // a second run.
 bool km_add_command::takes_back_prepared(int phase) {
-    auto* on = dynamic_cast<km_object*>(object);
+    auto* on = own();
     if (!on || (phase != p_do && phase != p_commit) || !on->is_only_prepared())
         return false;
     result = on->drop_staged();
@@ -134,7 +157,7 @@ bool km_add_command::takes_back_prepared(int phase) {
 
 // The engine passes over such an object in silence; a person would take it for the package's.
 void km_add_command::tell_what_stays(int action, int phase) {
-    auto* on = dynamic_cast<km_object*>(object);
+    auto* on = own();
     if (!on || !is_effective || is_left(action) || phase != p_do || !on->exists(phase) ||
         on->is_identical(phase))
         return;
@@ -155,7 +178,7 @@ void km_add_command::skip_data() {
 // The undo is written as classes of this library, so that it is read back by them.
 cm_command* km_add_command::get_undo_command(int action) {
     const one_look for_all_questions;
-    tell_index(object, command_index);
+    own();
     const switched_off off(*this, is_left(action));
     return cm_add_object::get_undo_command(action);
 }

@@ -31,10 +31,15 @@ class km_add_command : public cm_add_object {
     virtual const char* stanza() const = 0;
 
   private:
+    // The object as one of this library, which is told its command; null for none.
+    km_object* own();
     bool is_left(int action) const;
     void tell_what_stays(int action, int phase);
     bool takes_back_prepared(int phase);
     bool leaves_existing(int action, int phase);
+
+    const cm_object* asked_ = nullptr;
+    km_object* own_ = nullptr; // of `asked_`
 };
 
 class km_remove_command : public cm_remove_object {

@@ -14,6 +14,7 @@
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 namespace km {
 
@@ -35,6 +36,14 @@ struct look {
     std::string path; // empty: none
     struct stat about {};
     int error = 0;
+    int held = -1; // the file, for release_late()
+
+    void forget() {
+        path.clear();
+        if (held >= 0)
+            ::close(held);
+        held = -1;
+    }
 };
 
 struct root_state {
@@ -246,11 +255,25 @@ void forget_directories() {
     state().directories.clear();
 }
 
+namespace {
+// Directories that are gone, under whatever name they were found.
+void forget_removed() {
+    state().absent.clear();
+    std::erase_if(state().directories, [](const cached& one) {
+        struct stat about {};
+        const bool gone = ::fstat(one.descriptor, &about) != 0 || about.st_nlink == 0;
+        if (gone)
+            ::close(one.descriptor);
+        return gone;
+    });
+}
+} // namespace
+
 one_look::one_look() { ++state().kept_looks; }
 
 one_look::~one_look() {
     --state().kept_looks;
-    state().last.path.clear();
+    state().last.forget();
 }
 
 namespace {
@@ -269,12 +292,22 @@ int look_at(const std::string& path, struct stat& about) {
         return look_anew(path, about);
     look& last = state().last;
     if (last.path != path) {
+        last.forget();
         last.path = path;
         last.error = look_anew(path, last.about) ? 0 : errno;
     }
     about = last.about;
     errno = last.error;
     return last.error == 0;
+}
+
+void keep_look(const std::string& path, const struct stat& about, int held) {
+    look& last = state().last;
+    last.forget();
+    last.path = path;
+    last.about = about;
+    last.error = 0;
+    last.held = held;
 }
 
 int open_directory_below_root(const std::string& path) {
@@ -310,7 +343,10 @@ namespace {
 // While alive the name of a file goes alone; its blocks follow in the background.
 class held_file {
   public:
-    held_file(const place& where, bool is_file) {
+    // `held` is taken over.
+    held_file(const place& where, bool is_file, int held = -1) : held_(held) {
+        if (held_ >= 0)
+            return;
         const cached* known = is_file ? cached_under(where.directory) : nullptr;
         if (known && known->gives_back_slowly)
             held_ = hold_for_release(where.directory, where.name.c_str());
@@ -324,11 +360,11 @@ class held_file {
     held_file& operator=(const held_file&) = delete;
 
   private:
-    int held_ = -1;
+    int held_;
 };
 
-int unlink_name(const place& where, bool is_directory) {
-    const held_file held(where, !is_directory);
+int unlink_name(const place& where, bool is_directory, int looked_at) {
+    const held_file held(where, !is_directory, looked_at);
     return ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
 }
 
@@ -344,7 +380,9 @@ int remove_name(const std::string& path, bool is_directory) {
         errno = where.error;
         return where.error == ENOENT || where.error == ENOTDIR;
     }
-    int done = unlink_name(where, is_directory);
+    look& last = state().last;
+    const int looked_at = last.path == path ? std::exchange(last.held, -1) : -1;
+    int done = unlink_name(where, is_directory, looked_at);
     if (done != 0 && errno == EACCES) {
         writable_directory lifted(where.directory);
         done = ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
@@ -353,7 +391,7 @@ int remove_name(const std::string& path, bool is_directory) {
         return errno == ENOENT;
     touched(where.directory);
     if (is_directory)
-        forget_directories();
+        forget_removed();
     return 1;
 }
 
@@ -474,7 +512,7 @@ int room_in(int directory, unsigned long long& bytes, dev_t& device) {
 }
 
 void touched(int directory, int open_file) {
-    state().last.path.clear();
+    state().last.forget();
     dev_t device = 0;
     if (!device_of(directory, device) || state().changed.count(device))
         return;

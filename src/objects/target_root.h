@@ -58,6 +58,10 @@ class one_look {
     one_look& operator=(const one_look&) = delete;
 };
 
+// Inside a one_look: somebody else looked at `path`, a moment ago. `held`, a descriptor of
+// hold_for_release() or -1, is taken over: it serves if the name is removed.
+void keep_look(const std::string& path, const struct stat& about, int held);
+
 // An O_PATH descriptor of the caller's own, -1 with errno. Any thread may ask while the root stays.
 int open_directory_below_root(const std::string& path);
 

@@ -4,19 +4,31 @@
 #include "tree_files.h"
 
 #include "composite_command.h"
-#include "file_object.h"
+#include "directory_object.h"
+#include "kept_file_object.h"
 #include "object_command.h"
 
 namespace km {
 
-void each_file(const cm_composite_command& tree, const std::function<void(const km_file&)>& act) {
+void each_file(const cm_composite_command& tree, const std::function<void(const km_file&)>& act,
+               const std::function<void()>& other) {
     for (list_iterator at(tree.get_children()); at.hasMoreElements();) {
         const auto* command = at.nextElement();
-        if (const auto* inner = dynamic_cast<const cm_composite_command*>(command))
-            each_file(*inner, act);
-        else if (const auto* add = dynamic_cast<const cm_add_object*>(command))
-            if (const auto* file = dynamic_cast<const km_file*>(add->object))
-                act(*file);
+        if (const auto* inner = dynamic_cast<const cm_composite_command*>(command)) {
+            each_file(*inner, act, other);
+            continue;
+        }
+        const auto* add = dynamic_cast<const cm_add_object*>(command);
+        const cm_object* object = add ? add->object : nullptr;
+        const auto* file = dynamic_cast<const km_file*>(object);
+        const bool plain = file ? !dynamic_cast<const km_kept_file*>(object)
+                                : dynamic_cast<const km_directory*>(object) != nullptr;
+        if (!plain && other)
+            other();
+        if (file)
+            act(*file);
+        if (!plain && file && other)
+            other();
     }
 }
 

@@ -1,8 +1,6 @@
 // Files that a second processor wrote before their turn: what stands in the end is the same.
 #include "files_ahead.h"
-#include "life_fixture.h"
-#include "temporary_name.h"
-#include "zip_entry.h"
+#include "many_files.h"
 
 using namespace km_test;
 
@@ -10,66 +8,12 @@ namespace {
 
 constexpr int files = 12;
 
-std::string path_of(int i) { return "/opt/many/f" + std::to_string(10 + i); }
-
-// Gives the other thread all the time that it may want.
-class rest : public trap {
-  public:
-    rest() : trap("rest") {}
-    codable* clone() const override { return new rest(*this); }
-    const char* codable_name() const override { return "com.ombrel.sd.cmObjects.KmtRest"; }
-    void do_execute(int, int) override {
-        ::usleep(50'000);
-        result = success;
-    }
-};
-km::codable* make_rest() { return new rest; }
-
-class FilesAhead : public LifeTest {
+class FilesAhead : public ManyFiles {
   protected:
     void SetUp() override {
-        LifeTest::SetUp();
-        km::library_loader::instance()->put(
-            ustring("make_KmtRest"),
-            km::func_ptr(reinterpret_cast<void*>(reinterpret_cast<void (*)()>(&make_rest))));
-        for (int i = 0; i < files; ++i)
-            add_file("source" + path_of(i), text_of_file(i), modes[i % 4], packed_at);
-        km::cm_package package;
-        package.messages = &messages_;
-        package.name = u("pkg");
-        package.version = u("1");
-        auto* tree = new km::cm_composite_command(1);
-        package.add(tree, nullptr);
-        add<km::km_directory>(*tree, km::new_add_directory, "/opt/many");
-        for (int i = 0; i < files; ++i) {
-            add<km::km_file>(*tree, km::new_add_file, path_of(i));
-            left_by_a_cut_run_.push_back("/opt/many/" +
-                                         km::temporary_name_of(path_of(i), last_index(), &package));
-            if (i == 0)
-                tree->add(new rest, nullptr);
-        }
-        km::file_output_channel out(pathname(dir_.at("pkg.spb").c_str()), 0);
-        km::zipping_channel zip(&out);
-        zip.set_method(km::zip_entry::deflated); // nothing is inflated ahead of what is stored
-        km::restart_data_sequence();
-        km::set_target_root(nullptr); // the machine that packs
-        ASSERT_EQ(package.save(&zip), 0) << text_of(messages_);
-        out.close();
-        ASSERT_EQ(km::set_target_root(dir_.at("target").c_str()), 1);
+        ManyFiles::SetUp();
+        build_many(files, files);
     }
-    static std::string text_of_file(int i) { return std::string(1000, static_cast<char>('a' + i)); }
-    static int last_index() {
-        const trap next; // takes a number
-        return next.command_index - 1;
-    }
-    void expect_all_in_place() {
-        auto should = picture_of(dir_.at("source/opt/many"));
-        EXPECT_EQ(difference(picture_of(dir_.at("target/opt/many")), should), "");
-    }
-
-    static constexpr mode_t modes[] = {0644, 04755, 0400, 02770};
-    km::spmessage messages_;
-    std::vector<std::string> left_by_a_cut_run_;
 };
 
 } // namespace
