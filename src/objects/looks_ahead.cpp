@@ -15,7 +15,6 @@
 #include <fcntl.h>
 #include <optional>
 #include <pthread.h>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -26,12 +25,13 @@ namespace {
 constexpr std::size_t few_files = 64; // of a package for which no thread pays
 constexpr std::size_t most_ahead = 64;
 constexpr std::size_t at_a_time = 8;
-constexpr long old = 50; // milliseconds, after which a look is made again
+constexpr unsigned most_lost = 64; // jumps of a walk, behind which its order is taken for unknown
+constexpr long old = 50;           // milliseconds, after which a look is made again
 
 struct planned_look {
     std::string name;
-    std::size_t parent = 0; // its place in `parents`
-    std::size_t end = 0;    // of the run of files that it belongs to
+    std::size_t parent = 0;                  // its place in `parents`
+    std::pair<std::size_t, std::size_t> run; // of files, first and behind the last, that it is in
 };
 
 struct seen_file {
@@ -47,12 +47,13 @@ long now() {
     return time.tv_sec * 1000 + time.tv_nsec / 1000000;
 }
 
-// What was seen of the files from number `from` on.
+// What was seen of the files from turn `from` on.
 struct seen_files {
     std::size_t from = 0;
     std::vector<seen_file> files;
 
     std::size_t end() const { return from + files.size(); }
+    bool has(std::size_t turn) const { return turn >= from && turn < end(); }
     void drop(std::size_t new_from) {
         for (seen_file& one : files)
             const open_file closed(one.look.held);
@@ -64,14 +65,15 @@ struct seen_files {
 struct looks {
     // Of the walk alone:
     const cm_package* package = nullptr;
-    bool works = false;
-    std::unordered_map<const km_file*, std::size_t> order; // in which a removal meets them
+    std::vector<const km_file*> order; // of the tree
+    std::size_t last = 0;              // turn that the walk came to
+    unsigned lost = 0;
     seen_files taken;
 
     // These stay as they are while the thread looks.
-    std::vector<planned_look> files;
+    bool works = false;              // the walk goes from the end of the tree, and files are held
+    std::vector<planned_look> files; // in the order of the tree
     std::vector<std::string> parents;
-    bool holds = false;
 
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER; // for the rest
     pthread_cond_t rests = PTHREAD_COND_INITIALIZER;
@@ -85,6 +87,12 @@ struct looks {
     bool holds_there = false;
 
     bool is_busy() const { return claimed > found.end(); }
+    std::size_t number(std::size_t turn) const { return works ? files.size() - 1 - turn : turn; }
+    // The first turn behind the run of files that this one is in.
+    std::size_t end_of_run(std::size_t turn) const {
+        const auto& run = files[number(turn)].run;
+        return works ? files.size() - run.first : run.second;
+    }
 };
 
 looks& state() {
@@ -97,7 +105,7 @@ bool open_parent_of(looks& all, const planned_look& file) {
         all.directory.emplace(open_directory_below_root(all.parents[file.parent]));
         all.open_parent = file.parent;
         all.holds_there =
-            all.holds && all.directory->good() && gives_back_slowly(all.directory->get());
+            all.works && all.directory->good() && gives_back_slowly(all.directory->get());
     }
     return all.directory->good();
 }
@@ -130,7 +138,7 @@ bool look_at_some() {
     std::vector<seen_file> seen;
     const long when = now();
     for (std::size_t i = from; i < to; ++i) {
-        seen.push_back(look_at_file(all, all.files[i]));
+        seen.push_back(look_at_file(all, all.files[all.number(i)]));
         seen.back().when = when;
     }
     ::pthread_mutex_lock(&all.lock);
@@ -152,69 +160,83 @@ void stop_looking() {
     all.directory.reset();
     ::pthread_mutex_unlock(&all.lock);
     all.taken.drop(0);
-    all.package = nullptr;
+    all.last = 0;
 }
 
-void add_planned(looks& all, const km_file& file) {
-    const std::string& path = file.path_bytes();
-    const std::size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos || slash == 0)
-        return; // looked at in its turn
-    if (all.parents.empty() || path.compare(0, slash, all.parents.back()) != 0)
-        all.parents.push_back(path.substr(0, slash));
-    all.order.emplace(&file, all.files.size());
-    all.files.push_back({path.substr(slash + 1), all.parents.size() - 1});
-}
-
-// A removal walks the tree from its end.
-void plan(looks& all, const cm_package& package, bool works) {
+void forget_plan() {
     stop_looking();
+    state().package = nullptr;
+}
+
+void plan(looks& all, const cm_package& package) {
     all.package = &package;
-    all.works = works;
     all.order.clear();
     all.files.clear();
     all.parents.clear();
-    std::vector<const km_file*> files;
-    std::vector<std::size_t> others; // how many files stand in front of each
-    each_file(
-        package, [&](const km_file& file) { files.push_back(&file); },
-        [&] { others.push_back(files.size()); });
-    if (files.size() < few_files)
-        return;
-    std::size_t run = 0;
+    std::size_t begin = 0;
     const auto end_run = [&] {
-        for (; run < all.files.size(); ++run)
-            all.files[run].end = all.files.size();
+        for (std::size_t i = begin; i < all.files.size(); ++i)
+            all.files[i].run = {begin, all.files.size()};
+        begin = all.files.size();
     };
-    for (std::size_t i = files.size(); i-- > 0;) {
-        for (; !others.empty() && others.back() > i; others.pop_back())
-            end_run();
-        add_planned(all, *files[i]);
-    }
+    each_file(
+        package,
+        [&](const km_file& file) {
+            const std::string& path = file.path_bytes();
+            const std::size_t slash = path.find_last_of('/');
+            if (slash == std::string::npos || slash == 0)
+                return; // looked at in its turn
+            if (all.parents.empty() || path.compare(0, slash, all.parents.back()) != 0)
+                all.parents.push_back(path.substr(0, slash));
+            all.order.push_back(&file);
+            all.files.push_back({path.substr(slash + 1), all.parents.size() - 1, {}});
+        },
+        end_run);
     end_run();
-    all.holds = works;
-    if (!work_before_releases(look_at_some, stop_looking))
+    if (all.order.size() < few_files || !work_before_releases(look_at_some, forget_plan))
         all.order.clear();
+}
+
+void begin_walk(looks& all, const cm_package& package, bool works) {
+    stop_looking();
+    if (all.package != &package)
+        plan(all, package);
+    all.works = works;
+    all.lost = 0;
+}
+
+// Where the walk meets `file`; as many as there are if that is not known.
+std::size_t turn_of(looks& all, const km_file& file) {
+    const std::size_t count = all.order.size();
+    for (std::size_t turn = all.last; turn < std::min(all.last + most_ahead, count); ++turn)
+        if (all.order[all.number(turn)] == &file)
+            return all.last = turn;
+    if (all.lost >= most_lost)
+        return count;
+    ++all.lost;
+    const auto at = std::find(all.order.begin(), all.order.end(), &file);
+    if (at == all.order.end())
+        return count;
+    // Its number is its turn, or its turn its number.
+    return all.last = all.number(static_cast<std::size_t>(at - all.order.begin()));
 }
 
 bool is_of(const looks& all, const planned_look& planned, const std::string& path) {
     const std::string& parent = all.parents[planned.parent];
-    return path.size() == parent.size() + 1 + planned.name.size() &&
-           path.compare(0, parent.size(), parent) == 0 &&
-           path.compare(parent.size() + 1, std::string::npos, planned.name) == 0;
+    return path.size() == parent.size() + 1 + planned.name.size() && path.ends_with(planned.name) &&
+           path.starts_with(parent);
 }
 
-// Takes what there is, and has the thread go on from the file behind `index`.
-void take_more(looks& all, std::size_t index) {
+// Takes what there is, and has the thread go on behind `turn`.
+void take_more(looks& all, std::size_t turn) {
     all.taken.drop(0);
     ::pthread_mutex_lock(&all.lock);
     std::swap(all.taken, all.found);
     all.found.from = all.taken.end();
-    if (!all.is_busy() && index >= all.claimed) // the walk is ahead of the thread
-        all.found.from = all.claimed = index + 1;
-    all.wanted = std::min(index + 1 + most_ahead, all.files[index].end);
-    const bool wakes = all.wanted >= all.found.from + at_a_time ||
-                       (all.wanted > all.found.from && all.wanted == all.files[index].end);
+    if (!all.is_busy() && turn >= all.claimed) // the walk is ahead of the thread
+        all.found.from = all.claimed = turn + 1;
+    all.wanted = std::min(all.found.from + most_ahead, all.end_of_run(turn));
+    const bool wakes = all.wanted > all.claimed;
     ::pthread_mutex_unlock(&all.lock);
     if (wakes)
         wake_release_thread();
@@ -226,16 +248,15 @@ bool take_look_ahead(const cm_package& package, const km_file& file, bool works,
                      ahead_look& found) {
     looks& all = state();
     if (all.package != &package || all.works != works)
-        plan(all, package, works);
-    const auto planned = all.order.find(&file);
-    if (planned == all.order.end() || !is_of(all, all.files[planned->second], file.path_bytes()))
+        begin_walk(all, package, works);
+    const std::size_t turn = turn_of(all, file);
+    if (turn == all.order.size() || !is_of(all, all.files[all.number(turn)], file.path_bytes()))
         return false;
-    const std::size_t index = planned->second;
-    if (index < all.taken.from || index >= all.taken.end())
-        take_more(all, index);
-    if (index < all.taken.from || index >= all.taken.end())
+    if (!all.taken.has(turn))
+        take_more(all, turn);
+    if (!all.taken.has(turn))
         return false;
-    seen_file& seen = all.taken.files[index - all.taken.from];
+    seen_file& seen = all.taken.files[turn - all.taken.from];
     if (!seen.good || now() - seen.when > old)
         return false;
     found = seen.look;
