@@ -18,6 +18,7 @@
 #include "temporary_name.h"
 #include "trclog.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -50,6 +51,21 @@ void km_object::encode_object(encoder& to) const {
     to.encode_boolean_field(210, created);
 }
 
+namespace {
+// What strtol makes of the text, but never below 0.
+long size_of(const ustring& digits) {
+    constexpr unsigned safe_digits = 18;
+    long value = 0;
+    for (unsigned i = 0; i < digits.length(); ++i) {
+        const char16_t c = digits[i];
+        if (c < u'0' || c > u'9' || i == safe_digits)
+            return std::max(std::strtol(digits.mbcs_str(), nullptr, 10), 0L);
+        value = value * 10 + (c - u'0');
+    }
+    return value;
+}
+} // namespace
+
 codable* km_object::decode_object(decoder& from, long stream_version) {
     cm_object::decode_object(from, stream_version);
     from.decode_string_field(200, path);
@@ -59,9 +75,7 @@ codable* km_object::decode_object(decoder& from, long stream_version) {
     from.decode_string_field(204, mtime);
     ustring bytes;
     from.decode_string_field(205, bytes);
-    size = std::strtol(bytes.mbcs_str(), nullptr, 10);
-    if (size < 0)
-        size = 0;
+    size = size_of(bytes);
     mode &= 07777;
     from.decode_string_field(206, digest);
     from.decode_integer_field(207, sequence);

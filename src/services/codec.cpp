@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace km {
 
@@ -122,6 +123,30 @@ void encoder::flush() { channel_->flush(); }
 
 namespace {
 constexpr int array_block = 65536;
+constexpr size_t most_classes = 16;
+constexpr int longest_name = 64;
+constexpr int not_short = 0xFFFF;     // count of a text that may be a longer one
+constexpr int end_of_object = 0xFFFF; // the short -1
+
+std::uint32_t number_at(const unsigned char* at) {
+    return std::uint32_t{at[0]} << 24 | std::uint32_t{at[1]} << 16 | std::uint32_t{at[2]} << 8 |
+           at[3];
+}
+
+int count_at(const unsigned char* at) { return at[0] << 8 | at[1]; }
+
+bool is_ascii(const unsigned char* bytes, int count) {
+    constexpr std::uint64_t high_bits = 0x8080808080808080U;
+    std::uint64_t seen = 0;
+    int at = 0;
+    for (std::uint64_t eight = 0; at + 8 <= count; at += 8) {
+        std::memcpy(&eight, bytes + at, sizeof eight);
+        seen |= eight;
+    }
+    for (; at < count; ++at)
+        seen |= bytes[at];
+    return (seen & high_bits) == 0;
+}
 } // namespace
 
 void decoder::fail(const char* why) {
@@ -135,15 +160,34 @@ void decoder::check_channel() {
         fail("Error in input channel!");
 }
 
-bool decoder::at_field(int expected) {
+const unsigned char* decoder::value_in_block(int expected, int size) {
+    constexpr int head = 3; // id and tag
+    const unsigned char* at = channel_->in_block(head + size);
+    if (status_ || !at || static_cast<short>(count_at(at)) != expected)
+        return nullptr;
+    channel_->pass(head + size);
+    return at + head;
+}
+
+bool decoder::find_field(int expected) {
     if (status_)
         return false;
+    if (channel_->ahead(3) && value_in_block(expected, 0))
+        return true;
     short id = channel_->read_short();
     int id_as_int = id;
     if (id != expected && !check_invalid_value(expected, id, id_as_int))
         return false;
     channel_->read_byte();
     return true;
+}
+
+std::int32_t decoder::next_integer() {
+    const unsigned char* at = channel_->in_block(4);
+    if (!at)
+        return channel_->read_integer();
+    channel_->pass(4);
+    return static_cast<std::int32_t>(number_at(at));
 }
 
 int decoder::check_invalid_value(int expected, short& id, int& id_as_int) {
@@ -175,7 +219,9 @@ int decoder::check_invalid_value(int expected, short& id, int& id_as_int) {
 
 void decoder::decode_boolean_field(int id, int& value) {
     unsigned char byte = 0;
-    if (at_field(id)) {
+    if (const auto* at = value_in_block(id, 1)) {
+        value = *at;
+    } else if (at_field(id)) {
         channel_->read_bytes(&byte, 1);
         value = byte;
     }
@@ -212,7 +258,9 @@ void decoder::decode_short_field(int id, short& value) {
 }
 
 void decoder::decode_integer_field(int id, std::int32_t& value) {
-    if (at_field(id))
+    if (const auto* at = value_in_block(id, 4))
+        value = static_cast<std::int32_t>(number_at(at));
+    else if (at_field(id))
         value = channel_->read_integer();
 }
 
@@ -231,14 +279,33 @@ void decoder::decode_string_field(int id, char* buffer, int size) {
         fail("decoding error");
 }
 
+// A short text of ASCII alone, as nearly all are. False: nothing was read.
+bool decoder::take_ascii(ustring& text, bool& may_refer) {
+    const unsigned char* head = channel_->ahead(2);
+    const int count = head ? count_at(head) : not_short;
+    const unsigned char* bytes = count != not_short ? channel_->ahead(2 + count) : nullptr;
+    if (!bytes || !is_ascii(bytes + 2, count))
+        return false;
+    may_refer = std::memchr(bytes + 2, '$', static_cast<size_t>(count)) != nullptr;
+    const auto length = static_cast<ustring::size_type>(count);
+    text.reserve(length);
+    std::copy(bytes + 2, bytes + 2 + count, text.data());
+    text.eos(length);
+    channel_->pass(2 + count);
+    return true;
+}
+
 void decoder::decode_string_field(int id, ustring& value) {
     if (!at_field(id))
         return;
-    ustring text;
-    if (!channel_->read_string(text))
-        return fail("decoding error");
-    value = std::move(text);
-    if (variables)
+    bool may_refer = true;
+    if (!take_ascii(value, may_refer)) {
+        ustring text;
+        if (!channel_->read_string(text))
+            return fail("decoding error");
+        value = std::move(text);
+    }
+    if (variables && may_refer)
         variables->substitute_variables(value);
 }
 
@@ -291,11 +358,14 @@ void decoder::decode_object(codable*& result) {
         return;
     }
     was_reference_ = false;
-    const int kind = channel_->read_byte();
+    const unsigned char* at = channel_->ahead(1);
+    const int kind = at ? *at : channel_->read_byte();
+    if (at)
+        channel_->pass(1);
     if (kind == 0) {
         result = nullptr;
     } else if (kind == 2) {
-        const std::int32_t index = channel_->read_integer();
+        const std::int32_t index = next_integer();
         codable* known = objects_.find(index);
         if (!known) {
             KM_TRACE(trace_error, "common", "decoding error searching for index %d", index);
@@ -351,30 +421,91 @@ bool names_class(const codable& object, const ustring& part) {
 
 } // namespace
 
-void decoder::decode_new_object(codable*& result) {
+bool decoder::is_known_cast(const std::type_info& from, const std::type_info& to) const {
+    for (size_t i = 0; i < cast_count_; ++i)
+        if (casts_[i].from == &from && casts_[i].to == &to)
+            return true;
+    return false;
+}
+
+void decoder::remember_cast(const std::type_info& from, const std::type_info& to) {
+    if (cast_count_ < casts_.size())
+        casts_[cast_count_++] = {&from, &to};
+}
+
+void decoder::remember_class(const ustring& name, codable* (*make)(), const codable& made) {
+    std::string coded;
+    for (unsigned i = 0; i < name.length() && name[i] < 0x80; ++i)
+        coded += static_cast<char>(name[i]);
+    if (coded.size() == name.length() && coded.size() <= longest_name &&
+        classes_.size() < most_classes)
+        classes_.push_back({std::move(coded), make, &typeid(made)});
+}
+
+// Null, with nothing read, where the name has to be looked up. At the level at which the loader
+// tells of each call it is called each time.
+codable* decoder::make_known(codable* blank) {
+    const unsigned char* head = channel_->ahead(2);
+    if (!head || count_at(head) > longest_name || trace::level() >= trace_return)
+        return nullptr;
+    const auto count = static_cast<size_t>(count_at(head));
+    const unsigned char* name = channel_->ahead(2 + static_cast<int>(count));
+    for (const auto& one : classes_) {
+        if (!name || one.name.size() != count || std::memcmp(one.name.data(), name + 2, count) != 0)
+            continue;
+        if (blank && typeid(*blank) == *one.type) {
+            channel_->pass(2 + static_cast<int>(count));
+            return blank;
+        }
+        std::unique_ptr<codable> made(one.make());
+        if (!made || typeid(*made) != *one.type)
+            return nullptr;
+        channel_->pass(2 + static_cast<int>(count));
+        return made.release();
+    }
+    return nullptr;
+}
+
+codable* decoder::make_by_name() {
     ustring name;
     const ustring part = channel_->read_string(name) ? factory_part(name) : ustring();
     void* address =
         part.empty() ? nullptr : library_loader::instance()->get_api(ustring(u"make_") + part);
     if (!address)
-        return fail("** DID NOT FIND OBJECT IN LIST ** ABORTING!");
-    codable* object = reinterpret_cast<codable* (*)()>(address)();
+        return nullptr;
+    const auto make = reinterpret_cast<codable* (*)()>(address);
+    codable* object = make();
     if (!object || !names_class(*object, part)) {
         delete object;
-        return fail("** DID NOT FIND OBJECT IN LIST ** ABORTING!");
+        return nullptr;
     }
+    remember_class(name, make, *object);
+    return object;
+}
+
+void decoder::decode_new_object(codable*& result) {
+    codable* const blank = std::exchange(blank_, nullptr);
+    codable* object = make_known(blank);
+    if (!object && !(object = make_by_name()))
+        return fail("** DID NOT FIND OBJECT IN LIST ** ABORTING!");
     result = object;
     objects_.register_object(object);
-    const std::int32_t stream_version = channel_->read_integer();
+    const std::int32_t stream_version = next_integer();
+    just_made_ = object;
     object->decode_object(*this, stream_version);
+    just_made_ = nullptr;
     if (status_) {
         KM_TRACE(trace_error, "common", "decoder error (2)... skipping!");
         return;
     }
-    short id = channel_->read_short();
-    int id_as_int = id;
-    if (id != -1)
-        check_invalid_value(-1, id, id_as_int);
+    if (const auto* at = channel_->in_block(2); at && count_at(at) == end_of_object) {
+        channel_->pass(2);
+    } else {
+        short id = channel_->read_short();
+        int id_as_int = id;
+        if (id != -1)
+            check_invalid_value(-1, id, id_as_int);
+    }
     check_channel();
 }
 

@@ -10,8 +10,12 @@
 #include "iterator.h"
 #include "pathname.h"
 
+#include <array>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
 #include <vector>
 
 namespace km {
@@ -109,9 +113,16 @@ class decoder {
     void decode_object(codable*& result);
     // An object of class T that the stream brought for the first time: what a field that owns its
     // object needs. Another class or a back reference gives status 2, and a stray new object is
-    // deleted. A null object gives null.
-    template <class T> T* take_owned(int id);
+    // deleted. A null object gives null. `blank`, if it is given, is an object of the caller's that
+    // nothing was done with since it was made: one of its very class is read into it instead of
+    // into a new one, and then it is what is returned.
+    template <class T> T* take_owned(int id, T* blank = nullptr);
     template <class T> T* take_owned_object();
+    // What dynamic_cast gives. A stream holds many objects of few classes: a class that was one
+    // before is not asked again.
+    template <class T> T* as(codable* object);
+    // Nothing was done with the object since its factory made it for this stream, but reading it.
+    bool has_just_made(const codable& object) const { return just_made_ == &object; }
 
     codable* find(int index) const { return objects_.find(index); }
     void register_object(const codable* object) { objects_.register_object(object); }
@@ -132,8 +143,29 @@ class decoder {
     variable_list* variables = nullptr; // lent
 
   private:
+    // A class that the stream has brought before.
+    struct known_class {
+        std::string name; // as coded
+        codable* (*make)();
+        const std::type_info* type;
+    };
+    struct known_cast {
+        const std::type_info* from;
+        const std::type_info* to;
+    };
+
     // True: the value of the field is next.
-    bool at_field(int expected);
+    bool at_field(int expected) { return value_in_block(expected, 0) || find_field(expected); }
+    bool find_field(int expected);
+    // The value of the field, `size` bytes, gone over; null: at_field() has to look.
+    const unsigned char* value_in_block(int expected, int size);
+    std::int32_t next_integer();
+    bool take_ascii(ustring& text, bool& may_refer);
+    codable* make_known(codable* blank);
+    codable* make_by_name();
+    void remember_class(const ustring& name, codable* (*make)(), const codable& made);
+    bool is_known_cast(const std::type_info& from, const std::type_info& to) const;
+    void remember_cast(const std::type_info& from, const std::type_info& to);
     void fail(const char* why);
     void check_channel();
     void decode_new_object(codable*& result);
@@ -145,13 +177,35 @@ class decoder {
     int depth_ = 0;
     bool was_reference_ = false;
     std::vector<std::unique_ptr<codable>> skipped_;
+    std::vector<known_class> classes_;
+    std::array<known_cast, 8> casts_{};
+    size_t cast_count_ = 0;
+    codable* blank_ = nullptr; // for the next object
+    const codable* just_made_ = nullptr;
 };
+
+template <class T> T* decoder::as(codable* object) {
+    if constexpr (std::is_same_v<T, codable>) {
+        return object;
+    } else {
+        if (!object)
+            return nullptr;
+        const std::type_info& type = typeid(*object);
+        if (is_known_cast(type, typeid(T)))
+            return static_cast<T*>(object);
+        T* wanted = dynamic_cast<T*>(object);
+        if (wanted)
+            remember_cast(type, typeid(T));
+        return wanted;
+    }
+}
 
 template <class T> T* decoder::take_owned_object() {
     codable* object = nullptr;
     was_reference_ = false;
     decode_object(object);
-    T* wanted = dynamic_cast<T*>(object);
+    blank_ = nullptr;
+    T* wanted = as<T>(object);
     if (object && (!wanted || was_reference_)) {
         drop(object);
         return nullptr;
@@ -159,9 +213,10 @@ template <class T> T* decoder::take_owned_object() {
     return wanted;
 }
 
-template <class T> T* decoder::take_owned(int id) {
+template <class T> T* decoder::take_owned(int id, T* blank) {
     if (status_ || !at_field(id))
         return nullptr;
+    blank_ = blank;
     return take_owned_object<T>();
 }
 

@@ -39,7 +39,7 @@ void decode_package(decoder& from, cm_package*& package) {
         delete object;
         return;
     }
-    if (auto* root = dynamic_cast<cm_package*>(object))
+    if (auto* root = from.as<cm_package>(object))
         package = root;
 }
 } // namespace

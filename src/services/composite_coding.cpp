@@ -27,7 +27,7 @@ codable* cm_composite_command::decode_object(decoder& from, long stream_version)
     std::unique_ptr<iterator> elements(read);
     while (elements && elements->hasMoreElements()) {
         codable* one = elements->nextElement();
-        auto* child = dynamic_cast<cm_command*>(one);
+        auto* child = from.as<cm_command>(one);
         if (child) {
             children.push_back(child);
             continue;

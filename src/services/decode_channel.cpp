@@ -23,6 +23,23 @@ bool decode_channel::has_block() {
     return block_at_ < block_end_;
 }
 
+// Brings what is left of the block to its front, and more behind it.
+bool decode_channel::fill(int count) {
+    if (!in_blocks_ || pushed_back() || count > block_size)
+        return false;
+    const int left = block_end_ - block_at_;
+    std::memmove(block_, block_ + block_at_, static_cast<size_t>(left));
+    block_at_ = 0;
+    block_end_ = left;
+    while (block_end_ < count) {
+        const int got = inner_->read(block_ + block_end_, block_size - block_end_);
+        if (got < 1)
+            return false;
+        block_end_ += got;
+    }
+    return true;
+}
+
 int decode_channel::read() {
     if (has_block()) {
         ++bytes_read_;

@@ -38,11 +38,26 @@ class decode_channel : public pushback_input_channel {
     virtual void read_bulk_string(const pathname& file);
     int get_decode_error() const { return error_; }
     void set_decode_error(int error) { error_ = error; }
+    // The next `count` bytes in a row, which pass() goes over; null where the operations above must
+    // serve: not in blocks, bytes pushed back, the end, or more than a block holds.
+    const unsigned char* ahead(int count) {
+        const unsigned char* at = in_block(count);
+        return at || !fill(count) ? at : block_;
+    }
+    // The same as far as it was read from the inner channel.
+    const unsigned char* in_block(int count) const {
+        return block_end_ - block_at_ >= count && !pushed_back() ? block_ + block_at_ : nullptr;
+    }
+    void pass(int count) {
+        block_at_ += count;
+        bytes_read_ += count;
+    }
     int get_bytes_read() const { return bytes_read_; }
 
   private:
-    static constexpr int block_size = 512;
+    static constexpr int block_size = 2048;
     bool has_block();
+    bool fill(int count);
     bool read_buffer(unsigned char* bytes, int count);
     std::uint32_t read_number(int count);
     int error_ = 0;

@@ -3,6 +3,7 @@
 // invariant: indices count new objects from 0 in the order of their first byte
 #include "detail_coded_objects.h"
 
+#include <algorithm>
 #include <cassert>
 #include <functional>
 
@@ -29,6 +30,8 @@ int encoded_objects::compare(const void* a, const void* b) const {
 void encoded_objects::free_element(void* item) { delete static_cast<encoded_object*>(item); }
 
 void read_objects::register_object(const codable* object) {
+    if (count() == get_limit()) // streams may be long: the copies must not grow with their square
+        set_limit(count() + std::max(delta_, count()));
     [[maybe_unused]] const int index = insert(const_cast<codable*>(object));
     assert(index == current_id_);
     ++current_id_;

@@ -23,7 +23,7 @@ codable* cm_object::decode_object(decoder& from, long stream_version) {
         from.set_status(decoder::failed); // a package of its own would belong to nobody
         from.forget(root);
         delete root;
-    } else if (auto* of = dynamic_cast<cm_package*>(root)) {
+    } else if (auto* of = from.as<cm_package>(root)) {
         package = of;
     }
     from.decode_integer_field(101, ref_count);
@@ -33,8 +33,11 @@ codable* cm_object::decode_object(decoder& from, long stream_version) {
 }
 
 namespace {
-void take_object(decoder& from, cm_object*& object) {
-    if (auto* read = from.take_owned<cm_object>(200)) {
+// A command that was made for the stream may have an empty object already: an object of the same
+// class is read into that one.
+void take_object(decoder& from, const cm_command& of, cm_object*& object) {
+    auto* read = from.take_owned<cm_object>(200, from.has_just_made(of) ? object : nullptr);
+    if (read && read != object) {
         delete object;
         object = read;
     }
@@ -57,7 +60,7 @@ void cm_add_object::encode_object(encoder& to) const {
 
 codable* cm_add_object::decode_object(decoder& from, long stream_version) {
     cm_command::decode_object(from, stream_version);
-    take_object(from, object);
+    take_object(from, *this, object);
     from.decode_boolean_field(201, replace_if_existing);
     from.decode_boolean_field(202, replace_if_newer);
     from.decode_boolean_field(203, undo_replace_if_existing);
@@ -82,7 +85,7 @@ void cm_remove_object::encode_object(encoder& to) const {
 
 codable* cm_remove_object::decode_object(decoder& from, long stream_version) {
     cm_command::decode_object(from, stream_version);
-    take_object(from, object);
+    take_object(from, *this, object);
     from.decode_boolean_field(201, is_effective);
     from.decode_boolean_field(203, undo_replace_if_existing);
     from.decode_boolean_field(204, undo_replace_if_newer);

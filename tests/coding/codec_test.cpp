@@ -197,6 +197,78 @@ TEST_F(Codec, ACutOrFlippedStreamNeverCrashesAndNeverPassesCut) {
         }
 }
 
+// Every border of a block falls once on every byte of what stands behind the padding.
+TEST_F(Codec, ABlockMayEndAnywhere) {
+    const km::pair plain(ustring("a"), ustring()), foreign(ustring("b"), ustring(u"\u00E4\u20AC"));
+    const auto told = [](reading& stream) {
+        ustring text;
+        km::codable *first = nullptr, *second = nullptr, *again = nullptr;
+        int flag = 0;
+        std::int32_t missing = 3, number = 0;
+        stream.in.decode_string_field(1, text);
+        stream.in.decode_object(first);
+        stream.in.decode_object(second);
+        const std::unique_ptr<km::codable> own_first(first), own_second(second);
+        stream.in.decode_object(again);
+        stream.in.decode_boolean_field(2, flag);
+        stream.in.decode_integer_field(3, missing);
+        stream.in.decode_integer_field(4, number);
+        EXPECT_TRUE(first && second && again == first);
+        std::string all = encoded(*first) + encoded(*second);
+        for (const int one : {static_cast<int>(text.length()), flag, missing, number,
+                              stream.in.get_status(), stream.bytes_read()})
+            all += ' ' + std::to_string(one);
+        return all;
+    };
+    for (unsigned padding = 1900; padding < 2100; ++padding) {
+        const std::string bytes = encoded([&](km::encoder& out) {
+            out.encode_string_field(1, ustring(padding, u'x')).encode_object(&plain);
+            out.encode_object(&foreign).encode_object(&plain);
+            out.encode_boolean_field(2, 1).encode_integer_field(4, -7);
+        });
+        for (const size_t cut : {size_t{0}, size_t{2}, size_t{9}}) {
+            const std::string part = bytes.substr(0, bytes.size() - cut);
+            reading stream(part), blocks(part, true);
+            const std::string all = told(blocks);
+            EXPECT_EQ(all, told(stream)) << padding;
+            EXPECT_EQ(all.find(std::to_string(padding) + " 1 3 -7 0 ") != std::string::npos, !cut);
+        }
+    }
+}
+
+// A class is looked up once in a stream, under each of its names.
+TEST_F(Codec, ClassesThatCameBeforeAreNotMistaken) {
+    const std::string fields = "\0\0\4\0\0\0\1\0\x64\x08\0\1a\0\x65\x08\0\1b\xFF\xFF"s;
+    const auto pair_called = [&](const std::string& name) {
+        return "\1\0"s + static_cast<char>(name.size()) + name + "\0\0\0\1"s + fields;
+    };
+    std::string bytes;
+    for (int round = 0; round < 2; ++round)
+        for (char c = 'a'; c <= 'z'; ++c)
+            bytes += pair_called(std::string(1, c) + ".Pair");
+    bytes += encoded(km::long_value(5)) + pair_called(std::string(70, 'p') + ".Pair");
+    const auto classes_of = [](reading& stream, int count) {
+        std::string names;
+        for (int i = 0; i < count; ++i) {
+            km::codable* object = nullptr;
+            stream.in.decode_object(object);
+            names += object ? object->codable_name() + prefix.size() : "none";
+            names += ' ';
+            delete object;
+        }
+        return names;
+    };
+    const std::string last[] = {pair_called("a.Pari"), pair_called("aPair."), pair_called("Pair")};
+    for (const auto& unknown : last) {
+        reading stream(bytes + unknown), blocks(bytes + unknown, true);
+        const std::string names = classes_of(blocks, 53);
+        EXPECT_EQ(names, classes_of(stream, 53));
+        EXPECT_EQ(names.substr(names.size() - 22), "Pair Pair CmLongValue ");
+        EXPECT_EQ(classes_of(blocks, 2), "Pair none ");
+        EXPECT_EQ(blocks.in.get_status(), 2);
+    }
+}
+
 TEST_F(Codec, HostileStreamsGiveStatusTwo) {
     const std::string end = "\xFF\xFF"s;
     const std::string text = object_head("ustring") + "\0\1\x08\0\1x"s + end;

@@ -4,6 +4,7 @@
 #include "restart_command.h"
 
 #include "concrete/odd_fixture.h"
+#include "support/coded.h"
 #include "support/has.h"
 #include "support/fake_definition.h"
 
@@ -106,6 +107,44 @@ TEST_F(WrittenFile, IsKeptHoweverItWasHidden) {
         EXPECT_EQ(go("remove"), 0) << told_;
         EXPECT_EQ(text("file"), one.stays ? "old" : "none") << one.what;
     }
+}
+
+// What a stream gives to a command replaces all that the command had.
+TEST_F(Definitions, ACommandTakesTheObjectOfItsStreamAndNothingElse) {
+    const auto command = [&](km::cm_object* of) {
+        return std::unique_ptr<km::cm_add_object>(km::new_add_file(of));
+    };
+    auto* staged = object_at<km::km_file>("one");
+    staged->staged = 1;
+    const auto first = command(staged), second = command(object_at<km::km_file>("two")),
+               other = command(object_at<km::km_link>("link")), none = command(nullptr),
+               last = command(object_at<km::km_file>("last"));
+    delete none->object;
+    none->object = nullptr;
+    const std::string bytes = encoded([&](km::encoder& out) {
+        for (const auto* one : {&first, &second, &other, &none})
+            out.encode_object(one->get());
+        last->encode_object(out);
+    });
+    reading stream(bytes), blocks(bytes, true);
+    for (const auto* one : {&first, &second, &other, &none}) {
+        km::codable *object = nullptr, *same = nullptr;
+        stream.in.decode_object(object);
+        blocks.in.decode_object(same);
+        const std::unique_ptr<km::codable> own_object(object), own_same(same);
+        ASSERT_TRUE(object && same);
+        EXPECT_EQ(encoded(*same), encoded(*object));
+        if ((*one)->object) {
+            EXPECT_EQ(encoded(*same), encoded(**one));
+        }
+    }
+    auto* used = object_at<km::km_file>("three");
+    used->set_source("/of/before");
+    const auto third = command(used);
+    third->decode_object(blocks.in, 1);
+    EXPECT_EQ(encoded(*third), encoded(*last));
+    EXPECT_EQ(static_cast<km::km_file*>(third->object)->get_source(), "");
+    EXPECT_EQ(blocks.in.get_status(), 0);
 }
 
 TEST_F(HardLink, IsNoCopyOfItsFileAndNeedsIt) {
