@@ -16,7 +16,8 @@ namespace {
 
 constexpr int in_size = 32768;
 constexpr int scratch_size = 32768;
-constexpr int ahead_size = 4096;
+constexpr int small_read = 4096;
+constexpr int ahead_size = 32768; // the engine is slow at the end of each piece that it makes
 constexpr int most_empty_reads = 128;
 
 } // namespace
@@ -231,7 +232,7 @@ int unzipping_channel::take_ahead(unsigned char* buffer, int length) {
 int unzipping_channel::read_deflated(unsigned char* buffer, int length) {
     if (ahead_at_ < ahead_end_)
         return take_ahead(buffer, length);
-    const bool is_small = length < ahead_size;
+    const bool is_small = length < small_read;
     unsigned char* const target = is_small ? ahead_.get() : buffer;
     const int got = decompressing_channel::read(target, is_small ? ahead_size : length);
     if (got < 1 || (!is_small && engine_->get_status() < 0))
