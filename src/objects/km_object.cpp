@@ -5,6 +5,7 @@
 
 #include "accounts.h"
 #include "base/msg_supp.h"
+#include "base/uxl.h"
 #include "codec.h"
 #include "directory_container.h"
 #include "early_flush.h"
@@ -153,11 +154,27 @@ void km_object::export_(exporter& to) const {
         to.put_string("group", ustring(std::to_string(group).c_str()));
 }
 
+namespace {
+// Whether the bytes are the characters of the text, as with ASCII.
+bool are_its_units(const std::string& bytes, const ustring& text) {
+    if (bytes.size() != text.length())
+        return false;
+    const char16_t* units = text.c_str();
+    unsigned differ = 0;
+    for (size_t i = 0; i < bytes.size(); ++i)
+        differ |= static_cast<unsigned>(static_cast<unsigned char>(bytes[i]) ^ units[i]);
+    return differ == 0;
+}
+} // namespace
+
+// Asked for many times, while the text may change. Most texts need no copy to be compared with.
 const std::string& km_object::path_bytes() const {
-    if (bytes_.empty() || bytes_of_ != path) {
-        bytes_ = path.mbcs_str();
-        bytes_of_ = path;
-    }
+    if (!bytes_.empty() && (bytes_of_.empty() ? are_its_units(bytes_, path) : bytes_of_ == path))
+        return bytes_;
+    const size_t units = uxl_wcslen(path.c_str());
+    bytes_.resize(uxl_wcsntombs(0, nullptr, path.c_str(), units, 0));
+    uxl_wcsntombs(0, bytes_.data(), path.c_str(), units, bytes_.size());
+    bytes_of_ = are_its_units(bytes_, path) ? ustring() : path;
     return bytes_;
 }
 
