@@ -4,6 +4,7 @@
 #include "engine_run.h"
 
 #include "command.h"
+#include "early_flush.h"
 #include "engine_hooks.h"
 #include "package_stream.h"
 #include "reboot.h"
@@ -79,6 +80,7 @@ void set_hooks(worker_line& line, catalog_store* store, const package_id* id) {
     current_store = store;
     current_id = id;
     km::engine_hooks hooks;
+    hooks.expect_durable = km::flush_soon;
     hooks.make_durable = make_durable;
     hooks.on_exit = on_exit;
     hooks.progress = progress;

@@ -17,6 +17,8 @@ namespace {
 // Small runs end before a thread pays.
 constexpr int enough_changes = 768;
 constexpr long enough_bytes = 8L << 20;
+constexpr int some_changes = 64;
+constexpr long some_bytes = 1L << 20;
 
 struct flusher {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
@@ -81,6 +83,12 @@ void note_change(dev_t device, int directory, long bytes) {
     know(all, device, directory);
     all.bytes += bytes;
     if (++all.changes >= enough_changes || all.bytes >= enough_bytes)
+        ask_for_flush(all);
+}
+
+void flush_soon() {
+    flusher& all = state();
+    if (all.changes >= some_changes || all.bytes >= some_bytes)
         ask_for_flush(all);
 }
 

@@ -12,6 +12,9 @@ namespace km {
 // on the file system, lent for the call.
 void note_change(dev_t device, int directory, long bytes);
 
+// The flush that counts comes soon: what there is begins, if it is much.
+void flush_soon();
+
 // The last change was made: flushes the rest behind the caller's back, if it is much.
 void flush_early();
 

@@ -5,10 +5,10 @@
 
 namespace km {
 
-entry_deflater::stream::stream(output_channel* to)
-    : compressing_channel(to, new compressor, entry_step) {}
+entry_deflater::stream::stream(output_channel* to, int level)
+    : compressing_channel(to, new compressor(level), entry_step) {}
 
-entry_deflater::entry_deflater() : stream_(&sink_) {}
+entry_deflater::entry_deflater(int level) : stream_(&sink_, level) {}
 
 void entry_deflater::write(const unsigned char* buffer, int length) {
     if (length < 1)

@@ -11,6 +11,8 @@ namespace km {
 // Step of the deflate stream of an entry: with the length of each write it decides where the flush
 // points fall, and so the bytes.
 constexpr int entry_step = 512;
+// A file is written to it in portions of that length.
+constexpr int entry_portion = 4096;
 
 struct deflated_data {
     std::string bytes;
@@ -18,11 +20,12 @@ struct deflated_data {
     long crc = 0;  // of that
 };
 
-// Deflates one entry after the other at the usual level. Written to in the same portions as a
-// zipping_channel it gives the same bytes. Belongs to one thread.
+// Deflates one entry after the other. Written to in the same portions as a zipping_channel of the
+// same level it gives the same bytes. Belongs to one thread.
 class entry_deflater {
   public:
-    entry_deflater();
+    // 0 to 9, or -1 for the usual level.
+    explicit entry_deflater(int level = -1);
     void write(const unsigned char* buffer, int length);
     // What was written since the last call, deflated.
     deflated_data finish();
@@ -39,7 +42,7 @@ class entry_deflater {
     };
     class stream : public compressing_channel {
       public:
-        explicit stream(output_channel* to);
+        stream(output_channel* to, int level);
         void begin_again() { engine_->reset(); }
     };
 

@@ -19,6 +19,8 @@ struct engine_hooks {
     int (*prepare_restart)(cm_package* package, int needed) = nullptr;
     // The inverse. 1, or 0.
     int (*unprepare_restart)(cm_package* package) = nullptr;
+    // An entry is about to be stored: what make_durable has to do can begin beside the caller.
+    void (*expect_durable)() = nullptr;
     // Makes all files that the objects changed last through a power cut. Called before the catalog
     // entry is stored, and once more behind it. 1, or 0: then the entry is not stored.
     int (*make_durable)() = nullptr;

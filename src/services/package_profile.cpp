@@ -5,6 +5,7 @@
 #include "base_configuration.h"
 #include "detail_package_store.h"
 #include "durable.h"
+#include "engine_hooks.h"
 #include "file.h"
 #include "package.h"
 #include "sp_object.h"
@@ -44,6 +45,8 @@ int cm_package::download_list(const pathname& path, int as_zip) {
         KM_TRACE(trace_error, "common", "Error opening profile %s", path.mbcs_str());
         return 0;
     }
+    if (const auto hook = get_engine_hooks().expect_durable; hook && as_zip)
+        hook();
     make_directories_durably(path.get_parent());
     const pathname temporary(path.get_text() + ustring(u".new"));
     file_output_channel out(temporary, 0);

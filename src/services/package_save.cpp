@@ -2,6 +2,7 @@
 // format: docs/formats/package-file.md
 // invariants: the tree is the first entry; every temporary file is removed
 #include "base/msg_supp.h"
+#include "deflating_channel.h"
 #include "file.h"
 #include "package.h"
 #include "sp_object.h"
@@ -107,6 +108,21 @@ cm_result cm_package::delta_save(pathname* base, unzipping_channel* in, zipping_
     return end_of_save(out);
 }
 
+namespace {
+// Adds the tree's entry out of what was deflated while the tree was coded.
+bool add_tree(zipping_channel& out, deflating_channel& coded) {
+    const deflated_data data = coded.finish();
+    auto* entry = new zip_entry(tree_entry);
+    entry->size = data.size;
+    if (out.put_deflated_entry(entry, data))
+        return true;
+    KM_TRACE(trace_error, "common", "Error: adding in the package the profile");
+    return false;
+}
+} // namespace
+
+// The temporary file stands for the right to write there; the tree does not take the way through
+// it.
 cm_result cm_package::save_sp(zipping_channel* out) {
     KM_TRACE_FUNCTION("cm_package::save_sp");
     pathname temporary;
@@ -124,14 +140,17 @@ cm_result cm_package::save_sp(zipping_channel* out) {
         file(temporary).remove(0);
         return failure;
     }
-    plain.set_sync_data(0); // gone at once; the zip is what lasts
+    plain.set_sync_data(0); // gone at once
+    plain.close();
+    deflating_channel coded(out->get_level());
     sp_object writer(messages);
-    if (writer.encode(this, variables, plain, sp_object::sp) != success) {
+    const auto written = writer.encode(this, variables, coded, sp_object::sp);
+    file(temporary).remove(0);
+    if (written != success) {
         KM_TRACE(trace_error, "common", "Error encoding the list on file %s", temporary.mbcs_str());
-        file(temporary).remove(0);
         return failure;
     }
-    if (!add_tree(*out, temporary))
+    if (!add_tree(*out, coded))
         return failure;
     out->close();
     if (out->get_error() == channel_too_large) {

@@ -13,9 +13,7 @@
 namespace km {
 
 namespace {
-// Block of a file: with the step of the deflate stream it decides where the flush points fall.
-constexpr int copy_block = 4096;
-constexpr int read_size = 20480;
+constexpr int read_size = 5 * entry_portion; // so that every portion is whole
 } // namespace
 
 zipping_channel::zipping_channel(output_channel* inner)
@@ -46,7 +44,7 @@ void zipping_channel::set_method(int method) {
 }
 
 void zipping_channel::set_level(int level) {
-    level_is_usual_ = level == -1;
+    level_ = level;
     engine_->set_level(level);
 }
 
@@ -279,9 +277,9 @@ int zipping_channel::copy_file(const pathname& path) {
     buffered_input_channel in(new file_input_channel(path), read_size);
     if (in.get_error())
         return fail(channel_no_source);
-    const auto block = std::make_unique<unsigned char[]>(copy_block);
+    const auto block = std::make_unique<unsigned char[]>(entry_portion);
     int got = 0;
-    while (status_ == 0 && (got = in.read(block.get(), copy_block)) > 0)
+    while (status_ == 0 && (got = in.read(block.get(), entry_portion)) > 0)
         write(block.get(), got);
     if (in.get_error()) {
         KM_TRACE(trace_error, "common", "error returned by file_handle::read()");

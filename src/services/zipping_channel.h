@@ -26,6 +26,7 @@ class zipping_channel : public compressing_channel {
     void set_comment(const char* comment);
     void set_method(int method);
     void set_level(int level);
+    int get_level() const { return level_; }
     // Closes the open entry and starts this one, which is taken over; null starts the one that
     // add() prepared. Time and size that are unknown are looked up under the entry's name: callers
     // preset them. 1 or 0.
@@ -33,13 +34,11 @@ class zipping_channel : public compressing_channel {
     using compressing_channel::write;
     void write(const unsigned char* buffer, int length) override;
     int close_entry();
-    // The entry with data that were deflated elsewhere, which deflates_usually() allows: the
-    // container is the same as if they had been written here. The entry is taken over. 1 or 0.
+    // The entry with data that were deflated elsewhere, at this channel's level: the container is
+    // the same as if they had been written here. The entry is taken over. 1 or 0.
     int put_deflated_entry(zip_entry* entry, const deflated_data& data);
     // Entries that say nothing else are deflated, at the usual level.
-    bool deflates_usually() const {
-        return default_method_ == zip_entry::deflated && level_is_usual_;
-    }
+    bool deflates_usually() const { return default_method_ == zip_entry::deflated && level_ == -1; }
     // Writes the directory, once. Without any entry nothing is written and the status is 4.
     int finish();
     void close() override { finish(); }
@@ -72,7 +71,7 @@ class zipping_channel : public compressing_channel {
     long data_start_ = 0;
     const char* comment_ = nullptr;
     int default_method_ = 0;
-    bool level_is_usual_ = true;
+    int level_ = -1;
     vector entries_;
     int status_ = 0;
     int finished_ = 0;
