@@ -15,6 +15,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <mutex>
 #include <strings.h>
 #include <sys/stat.h>
 #include <vector>
@@ -25,7 +26,10 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-constexpr std::size_t most_held = 1 << 19; // then the line waits
+constexpr std::size_t most_held = 1 << 19;   // then the line waits
+constexpr std::size_t few_held = 1 << 18;    // then the line is looked at beside the reading
+constexpr long worth_a_look = 1 << 15;       // bytes that are read between two looks
+constexpr std::size_t kept_behind = 1 << 16; // a reader of entries reads that far ahead of them
 constexpr long block_of_line = 1 << 17;
 constexpr long worth_a_new_start = 4096; // bytes; less is no progress
 constexpr long longest_file = (1L << 32) + (1L << 17);
@@ -167,8 +171,11 @@ struct http_stream::transfer {
     http_answer answer;
     bool is_judged = false;
     long skip = 0;
+    std::mutex lock; // of what another thread may look at: the next two and `position`
     std::vector<unsigned char> held;
-    std::size_t held_at = 0;
+    std::size_t held_at = 0; // of the next byte that is handed out
+    km::bytes_ahead::listener* listener = nullptr;
+    long read_since_look = 0;
     bool is_paused = false;
     bool has_ended = false;
 
@@ -203,6 +210,10 @@ struct http_stream::transfer {
     bool take_up_again(net_fault with, const std::string& why);
     bool is_stalled(clock::duration waited);
     std::size_t take(const unsigned char* bytes, std::size_t count);
+    void keep(const unsigned char* bytes, std::size_t count);
+    void hand_out(unsigned char* to, std::size_t count);
+    void go_on();
+    void look_at_line();
     std::size_t available() const { return held.size() - held_at; }
 
     static std::size_t on_head(char* bytes, std::size_t one, std::size_t count, void* self);
@@ -264,16 +275,33 @@ std::size_t http_stream::transfer::take(const unsigned char* bytes, std::size_t 
     window_bytes += length;
     const long dropped = std::min(skip, length);
     skip -= dropped;
-    if (held_at == held.size()) {
-        held.clear();
-        held_at = 0;
-    }
-    held.insert(held.end(), bytes + dropped, bytes + count);
+    keep(bytes + dropped, count - static_cast<std::size_t>(dropped));
     received += length - dropped;
     if (received <= (identity.size >= 0 ? identity.size : longest_file))
         return count;
     fail(net_fault::refused, "the server sends more than the file has");
     return 0;
+}
+
+void http_stream::transfer::keep(const unsigned char* bytes, std::size_t count) {
+    {
+        const std::lock_guard<std::mutex> locked(lock);
+        if (held_at >= most_held || held_at == held.size()) {
+            const std::size_t gone = held_at - std::min(held_at, kept_behind);
+            held.erase(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(gone));
+            held_at -= gone;
+        }
+        held.insert(held.end(), bytes, bytes + count);
+    }
+    if (listener && count)
+        listener->bytes_came();
+}
+
+void http_stream::transfer::hand_out(unsigned char* to, std::size_t count) {
+    const std::lock_guard<std::mutex> locked(lock);
+    std::memcpy(to, held.data() + held_at, count);
+    held_at += count;
+    position += static_cast<long>(count);
 }
 
 bool http_stream::transfer::judge() {
@@ -451,15 +479,31 @@ bool http_stream::transfer::end_of_transfer(CURLcode code) {
     return true;
 }
 
+void http_stream::transfer::go_on() {
+    if (!is_paused)
+        return;
+    is_paused = false;
+    curl->easy_pause(easy, CURLPAUSE_CONT);
+}
+
+// What came meanwhile is taken, so that the line is not idle while the reader works. Its end, or a
+// failure, is for whoever needs what is missing.
+void http_stream::transfer::look_at_line() {
+    if (!is_running || has_ended || fault != net_fault::none || available() > few_held ||
+        read_since_look < worth_a_look)
+        return;
+    read_since_look = 0;
+    go_on();
+    int running = 0;
+    curl->multi_perform(multi, &running);
+}
+
 // Until something came, or the end.
 bool http_stream::transfer::pump() {
     if (!is_running && !has_ended && !start())
         return false;
     while (available() == 0 && !has_ended) {
-        if (is_paused) {
-            is_paused = false;
-            curl->easy_pause(easy, CURLPAUSE_CONT);
-        }
+        go_on();
         int running = 0, left = 0;
         curl->multi_perform(multi, &running);
         if (available() != 0)
@@ -500,11 +544,11 @@ int http_stream::read(unsigned char* buffer, int length) {
     const std::size_t count = std::min(at_->available(), static_cast<std::size_t>(length));
     if (count == 0)
         return -1; // the end
-    std::memcpy(buffer, at_->held.data() + at_->held_at, count);
-    at_->held_at += count;
-    at_->position += static_cast<long>(count);
+    at_->hand_out(buffer, count);
     if (at_->digest)
         at_->digest->add(buffer, count);
+    at_->read_since_look += static_cast<long>(count);
+    at_->look_at_line();
     return static_cast<int>(count);
 }
 
@@ -515,7 +559,31 @@ void http_stream::force_close() {
         at_->curl->multi_wakeup(at_->multi);
 }
 
-void http_stream::free_buffer() { std::vector<unsigned char>().swap(at_->held); }
+void http_stream::free_buffer() {
+    const std::lock_guard<std::mutex> locked(at_->lock);
+    std::vector<unsigned char>().swap(at_->held);
+    at_->held_at = 0;
+}
+
+long http_stream::copy(long offset, unsigned char* to, long length) {
+    const std::lock_guard<std::mutex> locked(at_->lock);
+    const long first = at_->position - static_cast<long>(at_->held_at);
+    const long behind_last = first + static_cast<long>(at_->held.size());
+    if (offset < first)
+        return -1;
+    const long count = std::min(length, behind_last - offset);
+    if (count < 1)
+        return 0;
+    std::memcpy(to, at_->held.data() + (offset - first), static_cast<std::size_t>(count));
+    return count;
+}
+
+long http_stream::end() {
+    const std::lock_guard<std::mutex> locked(at_->lock);
+    return at_->position + static_cast<long>(at_->available());
+}
+
+void http_stream::set_listener(listener* one) { at_->listener = one; }
 
 const source_identity& http_stream::identity() const { return at_->identity; }
 long http_stream::position() const { return at_->position; }

@@ -1,6 +1,7 @@
 // http_stream: a package file that is read forward from a server
 #pragma once
 
+#include "bytes_ahead.h"
 #include "net_settings.h"
 #include "stream_channel.h"
 #include "stream_digest.h"
@@ -41,7 +42,7 @@ enum class net_fault {
 // The bytes of a file in their order. Where the line breaks the stream is taken up again at the
 // very byte, a few times at once; what cannot be mended makes get_error() 12 and fault() tell why.
 // Memory is bounded, whatever the server sends. Data arrive inside of calls only.
-class http_stream : public km::net_stream_input_channel {
+class http_stream : public km::net_stream_input_channel, public km::bytes_ahead {
   public:
     http_stream(const std::string& address, const net_settings& settings);
     ~http_stream() override;
@@ -61,6 +62,11 @@ class http_stream : public km::net_stream_input_channel {
     int read(unsigned char* buffer, int length) override;
     void force_close() override;
     void free_buffer() override;
+
+    // What came and was not read yet, and a little of what was read last.
+    long copy(long offset, unsigned char* to, long length) override;
+    long end() override;
+    void set_listener(listener* one) override;
 
     const source_identity& identity() const;
     long position() const; // of the next byte

@@ -5,6 +5,7 @@
 #include "package_stream.h"
 
 #include "continue_run.h"
+#include "data_entry.h"
 #include "engine_run.h"
 #include "intent.h"
 #include "location.h"
@@ -108,6 +109,7 @@ bool open_stream(const std::string& address, const source_note* note, long offse
         result.fail(exit_usage, "usage", address + " cannot be used: " + fault + ".");
         return false;
     }
+    km::end_data_ahead();
     into.reader.reset();
     into.stream = std::make_unique<http_stream>(address, read_net_settings());
     into.stream->inhibit(1); // the reader only borrows it
@@ -142,6 +144,7 @@ void connect(km::cm_package& package, opened_package& opened, long offset) {
     package.not_compressed_installation = 0; // a retry runs the command again
     package.net_channel = opened.stream.get();
     package.input_channel = opened.reader.get();
+    km::begin_data_ahead(opened.reader.get(), *opened.stream);
     if (package.package_mask == 1)
         package.package_mask = machine_and_user;
 }

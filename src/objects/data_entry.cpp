@@ -74,6 +74,13 @@ void begin_data_ahead(const unzipping_channel* in, const char* path, const vecto
     ahead.helper = std::make_unique<inflate_ahead>(path, directory, digest_of, ahead.files.get());
 }
 
+void begin_data_ahead(const unzipping_channel* in, bytes_ahead& stream) {
+    end_data_ahead();
+    ahead.of = in;
+    ahead.files = std::make_unique<files_ahead>();
+    ahead.helper = std::make_unique<inflate_ahead>(stream, digest_of, ahead.files.get());
+}
+
 void end_data_ahead() {
     ahead.helper.reset();
     ahead.files.reset();

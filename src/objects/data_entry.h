@@ -34,6 +34,8 @@ alignment align(unzipping_channel& in, std::int32_t sequence);
 // A second processor inflates the entries of the container at `path`, which `in` reads from its
 // start, makes their SHA-256 and writes files that are due; `directory` holds its zip_entries.
 void begin_data_ahead(const unzipping_channel* in, const char* path, const vector& directory);
+// The same of a container that arrives: `in` reads it from `stream`.
+void begin_data_ahead(const unzipping_channel* in, bytes_ahead& stream);
 // Must come before the end of `in`.
 void end_data_ahead();
 

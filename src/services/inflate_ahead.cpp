@@ -1,17 +1,15 @@
-// inflate_ahead: entries of a local container, inflated on a second processor
+// inflate_ahead: entries of a container, inflated on a second processor
 // format: docs/formats/zip.md
 // invariants: what is given was compared with its checksum and its sizes; the thread ends before
 // its owner does
 #include "inflate_ahead.h"
 
+#include "detail_inflate_ahead.h"
 #include "detail_zip_bytes.h"
 #include "zip_entry.h"
 
 #include <algorithm>
-#include <csignal>
-#include <deque>
 #include <fcntl.h>
-#include <pthread.h>
 #include <unistd.h>
 #include <vector>
 #include <zlib.h>
@@ -19,23 +17,162 @@
 namespace km {
 
 namespace {
-
-constexpr long largest_entry = 1L << 20;
 constexpr long most_waiting = 6L << 20;
 constexpr long few_waiting = 4L << 20;
 constexpr size_t most_worked = 32;   // products that wait: they may hold descriptors
 constexpr size_t left_to_reader = 2; // he is there before anything could be made of them
+} // namespace
 
-struct wanted {
-    long offset, csize, size;
-    unsigned long crc;
-    std::string name;
-};
+entry_inflater::entry_inflater() : stream_(std::make_unique<z_stream>()) {
+    *stream_ = {};
+    good_ = ::inflateInit2(stream_.get(), -MAX_WBITS) == Z_OK;
+}
 
-struct inflated {
-    const wanted* of;
-    std::unique_ptr<inflate_ahead::entry_data> data; // null while the thread works on it
-    bool worked;
+entry_inflater::~entry_inflater() {
+    if (good_)
+        ::inflateEnd(stream_.get());
+}
+
+bool entry_inflater::begin(unsigned char* to, long length) {
+    stream_->next_out = to;
+    stream_->avail_out = static_cast<unsigned>(length);
+    return good_ && ::inflateReset(stream_.get()) == Z_OK;
+}
+
+entry_inflater::step entry_inflater::put(const unsigned char* bytes, long count) {
+    stream_->next_in = const_cast<unsigned char*>(bytes);
+    stream_->avail_in = static_cast<unsigned>(count);
+    // Room for all of it is there: that way no window is kept between calls that need none.
+    const int result = ::inflate(stream_.get(), Z_FINISH);
+    if (result == Z_STREAM_END)
+        return step::ended;
+    const bool can_go_on = result == Z_OK || result == Z_BUF_ERROR;
+    return can_go_on && stream_->avail_in == 0 ? step::more : step::damaged;
+}
+
+long entry_inflater::taken() const { return static_cast<long>(stream_->total_in); }
+long entry_inflater::given() const { return static_cast<long>(stream_->total_out); }
+
+bool inflate_ahead::shared::has_room() const { return waiting < most_waiting; }
+
+void inflate_ahead::shared::wake_reader() {
+    if (reader_waits)
+        ::pthread_cond_signal(&came);
+}
+
+void inflate_ahead::shared::hand_over(const entry_place& one, std::unique_ptr<entry_data> data) {
+    if (data && one.offset >= passed) {
+        waiting += one.size;
+        ready.push_back({one, std::move(data), !work});
+    }
+    wake_reader();
+}
+
+inflate_ahead::shared::inflated* inflate_ahead::shared::due() {
+    for (size_t i = left_to_reader; i < ready.size() && i < most_worked; ++i)
+        if (!ready[i].worked && work->is_due(ready[i].of.name))
+            return &ready[i];
+    return nullptr;
+}
+
+inflate_ahead::shared::inflated* inflate_ahead::shared::find(long offset) {
+    for (inflated& one : ready)
+        if (one.of.offset == offset)
+            return &one;
+    return nullptr;
+}
+
+bool inflate_ahead::shared::work_on_next() {
+    inflated* chosen = work ? due() : nullptr;
+    if (!chosen)
+        return false;
+    const entry_place of = chosen->of;
+    auto data = std::move(chosen->data);
+    chosen->worked = true;
+    ::pthread_mutex_unlock(&lock);
+    data->product = work->work(of.name, data->bytes);
+    ::pthread_mutex_lock(&lock);
+    if (inflated* still = find(of.offset))
+        still->data = std::move(data);
+    wake_reader();
+    return true;
+}
+
+void inflate_ahead::shared::run() {
+    ::pthread_mutex_lock(&lock);
+    while (!ends && (!has_ended() || (work && !ready.empty())))
+        if (!work_on_next() && !inflate_next())
+            ::pthread_cond_wait(&went, &lock);
+    give_up();
+    wake_reader();
+    ::pthread_mutex_unlock(&lock);
+}
+
+void inflate_ahead::shared::start() {
+    const auto work_on = [](void* of) -> void* {
+        static_cast<shared*>(of)->run();
+        return nullptr;
+    };
+    runs = thread.start(work_on, this);
+}
+
+void inflate_ahead::shared::end() {
+    if (!runs)
+        return;
+    ::pthread_mutex_lock(&lock);
+    ends = true;
+    ::pthread_cond_signal(&went);
+    ::pthread_mutex_unlock(&lock);
+    thread.join();
+}
+
+void inflate_ahead::shared::signal() {
+    ::pthread_mutex_lock(&lock);
+    ::pthread_cond_signal(&went);
+    ::pthread_mutex_unlock(&lock);
+}
+
+// False: the thread works on it.
+bool inflate_ahead::shared::drop_up_to(long offset, std::unique_ptr<entry_data>& data,
+                                       long& packed) {
+    for (; !ready.empty() && ready.front().of.offset <= offset; ready.pop_front()) {
+        inflated& first = ready.front();
+        if (first.of.offset == offset) {
+            if (!first.data)
+                return false;
+            packed = first.of.csize;
+            data = std::move(first.data);
+        }
+        waiting -= first.of.size;
+    }
+    return true;
+}
+
+std::unique_ptr<inflate_ahead::entry_data> inflate_ahead::shared::take(long offset, long& packed) {
+    if (!runs || !is_wanted(offset))
+        return nullptr;
+    std::unique_ptr<entry_data> data;
+    ::pthread_mutex_lock(&lock);
+    passed = offset;
+    const bool was_full = waiting > few_waiting;
+    for (;;) {
+        const bool is_free = drop_up_to(offset, data, packed);
+        if (was_full && waiting <= few_waiting)
+            ::pthread_cond_signal(&went);
+        if (is_free && (data || !will_come(offset)))
+            break;
+        reader_waits = true;
+        ::pthread_cond_wait(&came, &lock);
+        reader_waits = false;
+    }
+    ::pthread_mutex_unlock(&lock);
+    return data;
+}
+
+namespace {
+
+struct told_entry : entry_place {
+    unsigned long crc = 0;
 };
 
 bool read_at(int file, std::string& to, long length, long at) {
@@ -52,34 +189,57 @@ bool read_at(int file, std::string& to, long length, long at) {
 
 unsigned char* bytes_of(std::string& text) { return reinterpret_cast<unsigned char*>(text.data()); }
 
-class worker {
-  public:
-    explicit worker(const char* path) : file_(::open(path, O_RDONLY | O_CLOEXEC)) {
-        good_ = file_ >= 0 && ::inflateInit2(&stream_, -MAX_WBITS) == Z_OK;
-    }
-    ~worker() {
-        if (good_)
-            ::inflateEnd(&stream_);
-        if (file_ >= 0)
-            ::close(file_);
-    }
-    worker(const worker&) = delete;
-    worker& operator=(const worker&) = delete;
-    bool good() const { return good_; }
-    // Null: the reader has to look itself.
-    std::unique_ptr<inflate_ahead::entry_data> inflate(const wanted& one);
+// Entries of a file, whose directory was read.
+struct entries_of_file : inflate_ahead::shared {
+    std::vector<told_entry> entries; // in the order of the container
+
+    entries_of_file(const char* path, const vector& directory);
+    ~entries_of_file() override;
+    bool inflate_next() override;
+    bool has_ended() const override { return next_ == entries.size(); }
+    bool is_wanted(long offset) const override;
+    bool will_come(long offset) override { return reached_ < offset; }
+    void give_up() override { reached_ = zip::largest; }
 
   private:
-    bool read_packed(const wanted& one);
+    bool read_packed(const told_entry& one);
+    std::unique_ptr<inflate_ahead::entry_data> inflate(const told_entry& one);
 
     int file_;
-    bool good_ = false;
-    z_stream stream_{};
+    size_t next_ = 0;   // the entry to inflate
+    long reached_ = -1; // offset of the last entry that the thread has inflated
+    entry_inflater inflater_;
     std::string packed_; // the data and the descriptor behind them
 };
 
+entries_of_file::entries_of_file(const char* path, const vector& directory)
+    : file_(::open(path, O_RDONLY | O_CLOEXEC)) {
+    for (int i = 0; i < directory.size() && file_ >= 0; ++i) {
+        const auto* one = directory.at<zip_entry>(i);
+        if (one && one->get_name() && one->method == zip_entry::deflated && one->size > 0 &&
+            one->size <= largest_ahead && one->csize > 0 && one->csize <= largest_ahead &&
+            one->offset >= 0)
+            entries.push_back({{one->offset, one->csize, one->size, one->get_name()},
+                               static_cast<unsigned long>(one->crc)});
+    }
+    std::sort(entries.begin(), entries.end(),
+              [](const told_entry& a, const told_entry& b) { return a.offset < b.offset; });
+}
+
+entries_of_file::~entries_of_file() {
+    end();
+    if (file_ >= 0)
+        ::close(file_);
+}
+
+bool entries_of_file::is_wanted(long offset) const {
+    const auto same = std::lower_bound(entries.begin(), entries.end(), offset,
+                                       [](const told_entry& a, long at) { return a.offset < at; });
+    return same != entries.end() && same->offset == offset;
+}
+
 // The local header may say less than the directory, but nothing else.
-bool worker::read_packed(const wanted& one) {
+bool entries_of_file::read_packed(const told_entry& one) {
     std::string head;
     if (!read_at(file_, head, zip::local_size, one.offset))
         return false;
@@ -99,207 +259,51 @@ bool worker::read_packed(const wanted& one) {
            zip::get4(told + 12) == static_cast<unsigned long>(one.size);
 }
 
-std::unique_ptr<inflate_ahead::entry_data> worker::inflate(const wanted& one) {
-    if (!read_packed(one) || ::inflateReset(&stream_) != Z_OK)
+std::unique_ptr<inflate_ahead::entry_data> entries_of_file::inflate(const told_entry& one) {
+    if (!read_packed(one))
         return nullptr;
     auto data = std::make_unique<inflate_ahead::entry_data>();
     data->bytes.resize(static_cast<size_t>(one.size));
-    stream_.next_in = bytes_of(packed_);
-    stream_.avail_in = static_cast<unsigned>(one.csize);
-    stream_.next_out = bytes_of(data->bytes);
-    stream_.avail_out = static_cast<unsigned>(one.size);
-    if (::inflate(&stream_, Z_FINISH) != Z_STREAM_END || stream_.avail_in || stream_.avail_out ||
+    if (!inflater_.begin(bytes_of(data->bytes), one.size) ||
+        inflater_.put(bytes_of(packed_), one.csize) != entry_inflater::step::ended ||
+        inflater_.taken() != one.csize || inflater_.given() != one.size ||
         ::crc32(0, bytes_of(data->bytes), static_cast<unsigned>(one.size)) != one.crc)
         return nullptr;
+    if (digest)
+        data->digest = digest(data->bytes);
     return data;
 }
 
-} // namespace
-
-struct inflate_ahead::shared {
-    std::string path;
-    std::string (*digest)(const std::string&) = nullptr;
-    entry_work* work = nullptr;
-    std::vector<wanted> entries; // in the order of the container
-    size_t next = 0;             // the entry to inflate; of the thread alone
-    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t came = PTHREAD_COND_INITIALIZER;
-    pthread_cond_t went = PTHREAD_COND_INITIALIZER;
-    std::deque<inflated> ready;
-    long waiting = 0;  // bytes in `ready`
-    long passed = -1;  // the reader has asked for everything up to this offset
-    long reached = -1; // offset of the last entry that the thread has inflated
-    bool reader_waits = false;
-    bool ends = false; // the owner goes
-    bool runs = false;
-    pthread_t thread{};
-
-    void run();
-    bool inflate_next(worker& with);
-    bool work_on_next();
-    void hand_over(const wanted& one, std::unique_ptr<entry_data> data);
-    void wake_reader();
-    inflated* due();
-    inflated* find(const wanted* of);
-    bool drop_up_to(long offset, std::unique_ptr<entry_data>& data, long& packed);
-};
-
-void inflate_ahead::shared::wake_reader() {
-    if (reader_waits)
-        ::pthread_cond_signal(&came);
-}
-
-void inflate_ahead::shared::hand_over(const wanted& one, std::unique_ptr<entry_data> data) {
-    reached = next < entries.size() ? one.offset : zip::largest;
-    if (data && one.offset >= passed) {
-        waiting += one.size;
-        ready.push_back({&one, std::move(data), !work});
-    }
-    wake_reader();
-}
-
-// Locked, as the next ones are. False: there is none, or no room for it.
-bool inflate_ahead::shared::inflate_next(worker& with) {
-    if (next == entries.size() || waiting >= most_waiting)
+bool entries_of_file::inflate_next() {
+    if (has_ended() || !has_room())
         return false;
-    const wanted& one = entries[next++];
+    const told_entry& one = entries[next_++];
     ::pthread_mutex_unlock(&lock);
-    auto data = with.inflate(one);
-    if (data && digest)
-        data->digest = digest(data->bytes);
+    auto data = inflate(one);
     ::pthread_mutex_lock(&lock);
+    reached_ = has_ended() ? zip::largest : one.offset;
     hand_over(one, std::move(data));
     return true;
 }
 
-inflated* inflate_ahead::shared::due() {
-    for (size_t i = left_to_reader; i < ready.size() && i < most_worked; ++i)
-        if (!ready[i].worked && work->is_due(ready[i].of->name))
-            return &ready[i];
-    return nullptr;
-}
-
-inflated* inflate_ahead::shared::find(const wanted* of) {
-    for (inflated& one : ready)
-        if (one.of == of)
-            return &one;
-    return nullptr;
-}
-
-bool inflate_ahead::shared::work_on_next() {
-    inflated* chosen = work ? due() : nullptr;
-    if (!chosen)
-        return false;
-    const wanted* of = chosen->of;
-    auto data = std::move(chosen->data);
-    chosen->worked = true;
-    ::pthread_mutex_unlock(&lock);
-    data->product = work->work(of->name, data->bytes);
-    ::pthread_mutex_lock(&lock);
-    if (inflated* still = find(of))
-        still->data = std::move(data);
-    wake_reader();
-    return true;
-}
-
-void inflate_ahead::shared::run() {
-    worker with(path.c_str());
-    ::pthread_mutex_lock(&lock);
-    if (!with.good())
-        next = entries.size();
-    while (!ends && (next < entries.size() || (work && !ready.empty())))
-        if (!work_on_next() && !inflate_next(with))
-            ::pthread_cond_wait(&went, &lock);
-    reached = zip::largest;
-    wake_reader();
-    ::pthread_mutex_unlock(&lock);
-}
+} // namespace
 
 inflate_ahead::inflate_ahead(const char* path, const vector& directory,
-                             std::string (*digest)(const std::string&), entry_work* work)
-    : shared_(std::make_unique<shared>()) {
-    shared_->path = path;
-    shared_->digest = digest;
-    shared_->work = work;
-    for (int i = 0; i < directory.size(); ++i) {
-        const auto* one = directory.at<zip_entry>(i);
-        if (one && one->get_name() && one->method == zip_entry::deflated && one->size > 0 &&
-            one->size <= largest_entry && one->csize > 0 && one->csize <= largest_entry &&
-            one->offset >= 0)
-            shared_->entries.push_back({one->offset, one->csize, one->size,
-                                        static_cast<unsigned long>(one->crc), one->get_name()});
-    }
-    std::sort(shared_->entries.begin(), shared_->entries.end(),
-              [](const wanted& a, const wanted& b) { return a.offset < b.offset; });
-    if (shared_->entries.empty())
-        return;
-    sigset_t all, before; // signals are for the thread that works
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    const auto run = [](void* of) -> void* {
-        static_cast<shared*>(of)->run();
-        return nullptr;
-    };
-    shared_->runs = ::pthread_create(&shared_->thread, nullptr, run, shared_.get()) == 0;
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+                             std::string (*digest)(const std::string&), entry_work* work) {
+    auto of_file = std::make_unique<entries_of_file>(path, directory);
+    of_file->digest = digest;
+    of_file->work = work;
+    if (!of_file->entries.empty())
+        of_file->start();
+    shared_ = std::move(of_file);
 }
 
-inflate_ahead::~inflate_ahead() {
-    if (!shared_->runs)
-        return;
-    ::pthread_mutex_lock(&shared_->lock);
-    shared_->ends = true;
-    ::pthread_cond_signal(&shared_->went);
-    ::pthread_mutex_unlock(&shared_->lock);
-    ::pthread_join(shared_->thread, nullptr);
-}
-
-// False: the thread works on it.
-bool inflate_ahead::shared::drop_up_to(long offset, std::unique_ptr<entry_data>& data,
-                                       long& packed) {
-    for (; !ready.empty() && ready.front().of->offset <= offset; ready.pop_front()) {
-        inflated& first = ready.front();
-        if (first.of->offset == offset) {
-            if (!first.data)
-                return false;
-            packed = first.of->csize;
-            data = std::move(first.data);
-        }
-        waiting -= first.of->size;
-    }
-    return true;
-}
+inflate_ahead::~inflate_ahead() = default;
 
 std::unique_ptr<inflate_ahead::entry_data> inflate_ahead::take(long offset, long& packed) {
-    shared& all = *shared_;
-    if (!all.runs)
-        return nullptr;
-    const auto same = std::lower_bound(all.entries.begin(), all.entries.end(), offset,
-                                       [](const wanted& a, long at) { return a.offset < at; });
-    if (same == all.entries.end() || same->offset != offset)
-        return nullptr;
-    std::unique_ptr<entry_data> data;
-    ::pthread_mutex_lock(&all.lock);
-    all.passed = offset;
-    const bool was_full = all.waiting > few_waiting;
-    for (;;) {
-        const bool is_free = all.drop_up_to(offset, data, packed);
-        if (was_full && all.waiting <= few_waiting)
-            ::pthread_cond_signal(&all.went);
-        if (is_free && (data || all.reached >= offset))
-            break;
-        all.reader_waits = true;
-        ::pthread_cond_wait(&all.came, &all.lock);
-        all.reader_waits = false;
-    }
-    ::pthread_mutex_unlock(&all.lock);
-    return data;
+    return shared_->take(offset, packed);
 }
 
-void inflate_ahead::look_again() {
-    ::pthread_mutex_lock(&shared_->lock);
-    ::pthread_cond_signal(&shared_->went);
-    ::pthread_mutex_unlock(&shared_->lock);
-}
+void inflate_ahead::look_again() { shared_->signal(); }
 
 } // namespace km

@@ -1,4 +1,4 @@
-// inflate_ahead: entries of a local container, inflated on a second processor
+// inflate_ahead: entries of a container, inflated on a second processor
 #pragma once
 
 #include "vector.h"
@@ -7,6 +7,8 @@
 #include <string>
 
 namespace km {
+
+class bytes_ahead;
 
 // What is made of the bytes of an entry by the thread that inflates, when the reader is close to
 // it.
@@ -45,6 +47,10 @@ class inflate_ahead {
     // and done on a few entries at most that wait for the reader.
     inflate_ahead(const char* path, const vector& directory,
                   std::string (*digest)(const std::string&) = nullptr, entry_work* work = nullptr);
+    // Of a container that arrives: what of `stream`, which is lent, came before it is read is
+    // looked through. Its reader is never kept waiting for bytes that have not come.
+    inflate_ahead(bytes_ahead& stream, std::string (*digest)(const std::string&) = nullptr,
+                  entry_work* work = nullptr);
     ~inflate_ahead();
     inflate_ahead(const inflate_ahead&) = delete;
     inflate_ahead& operator=(const inflate_ahead&) = delete;
