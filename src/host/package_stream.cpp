@@ -281,6 +281,7 @@ bool continue_stream(session& at, opened_package& opened, km::cm_result& answer)
     connect(*package, opened, offset);
     const int reboot = is_noted_for_reboot(at.id) ? int{km::m_during_reboot} : 0;
     answer = package->execute(km::a_execute, entry.entry_mode | reboot, entry.call_argument);
+    km::end_data_ahead(); // it knows the package
     package->input_channel = nullptr;
     package->net_channel = nullptr;
     current.package = nullptr;

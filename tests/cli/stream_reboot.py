@@ -114,7 +114,7 @@ class StreamThroughReboot(ProgramCase):
         """The run that goes on is killed at calls of its own; the next goes on at a kept place."""
         self.start_anew()
         self.streamed()
-        for at in range(1, 4000, 151):
+        for at in range(1, 4000, 61):
             self.start_anew()
             proxy = self.serve()
             self.km("config", "set", "checkpoint_buffer_size", str(DISTANCE))
@@ -127,7 +127,7 @@ class StreamThroughReboot(ProgramCase):
             self.assertEqual(len(self.there()), 2 * COUNT, at)
             self.assertEqual(self.letters("pr"), "IC---", at)
             self.assertLessEqual(proxy.most_often(), 3)  # a boot and a kill
-        self.assertGreater(at, 300)
+        self.assertGreater(at, 120)
 
 
 if __name__ == "__main__":
