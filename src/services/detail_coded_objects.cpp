@@ -9,12 +9,25 @@
 
 namespace km {
 
+// Most objects were made in the order in which they are written, and so lie in memory.
+bool encoded_objects::is_behind_all(const codable* object) const {
+    return count() == 0 || compare(key_of(at(count() - 1)), object) < 0;
+}
+
 void encoded_objects::register_object(const codable* object) {
-    insert(new encoded_object{object, current_id_++});
+    if (count() == get_limit()) // trees may be large: the copies must not grow with their square
+        set_limit(count() + std::max(delta_, count()));
+    auto* item = new encoded_object{object, current_id_++};
+    if (is_behind_all(object))
+        insert_at(count(), item);
+    else
+        insert(item);
 }
 
 int encoded_objects::find(const codable* object) const {
     int index = 0;
+    if (is_behind_all(object))
+        return -1;
     return search(object, index) ? static_cast<const encoded_object*>(at(index))->id : -1;
 }
 

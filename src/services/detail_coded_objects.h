@@ -24,6 +24,8 @@ class encoded_objects : public sorted_ptr_vector {
     void free_element(void* item) override;
 
   private:
+    bool is_behind_all(const codable* object) const;
+
     int current_id_ = 0;
 };
 

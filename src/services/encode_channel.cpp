@@ -5,6 +5,7 @@
 
 #include "trclog.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstring>
@@ -48,7 +49,24 @@ void encode_channel::write_long(long value) {
 
 void encode_channel::write_string(const ustring& text) { text.writeUTF(*this); }
 
-void encode_channel::write_string(const char* text) { write_string(ustring(text ? text : "")); }
+namespace {
+// Such a text has the same bytes in every code page, and in the coded form.
+bool is_plain(const char* text, std::size_t length) {
+    return length < 0x8000 && std::all_of(text, text + length, [](char c) {
+               return static_cast<unsigned char>(c) < 0x80;
+           });
+}
+} // namespace
+
+void encode_channel::write_string(const char* text) {
+    const std::size_t length = text ? std::strlen(text) : 0;
+    if (!is_plain(text, length)) {
+        write_string(ustring(text));
+        return;
+    }
+    write_short(static_cast<int>(length));
+    write(reinterpret_cast<const unsigned char*>(text), static_cast<int>(length));
+}
 
 void encode_channel::write_float(float value) {
     unsigned char bytes[4];

@@ -123,8 +123,29 @@ bool take_all(ustring& text, std::string_view bytes) {
 
 } // namespace
 
+namespace {
+// The form of a short text of nothing but characters of one byte; how many bytes, or 0 where it is
+// none.
+int put_few(unsigned char* block, const char16_t* units, size_t count) {
+    constexpr size_t head = 2;
+    bool is_plain = count <= few;
+    for (size_t i = 0; is_plain && i < count; ++i) {
+        is_plain = units[i] - 1U < 0x7F; // 0 takes two bytes
+        block[head + i] = static_cast<unsigned char>(units[i]);
+    }
+    block[0] = static_cast<unsigned char>(count >> 8);
+    block[1] = static_cast<unsigned char>(count);
+    return is_plain ? static_cast<int>(head + count) : 0;
+}
+} // namespace
+
 int ustring::writeUTF(output_channel& to) const {
     constexpr size_t short_head = 2;
+    unsigned char block[short_head + few];
+    if (const int length = put_few(block, buffer_, length_)) {
+        to.write(block, length);
+        return 1;
+    }
     std::string out(short_head, '\0');
     out.reserve(short_head + length_);
     for (size_type i = 0; i < length_; ++i)
