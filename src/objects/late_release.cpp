@@ -18,7 +18,7 @@ namespace {
 
 constexpr int small_run = 64;  // removals that end before a thread pays
 constexpr unsigned batch = 32; // handed over at a time: a wake-up costs more than a file
-constexpr unsigned most_waiting = 8 * batch;
+constexpr unsigned most_waiting = 4 * batch;
 
 struct release_queue {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
