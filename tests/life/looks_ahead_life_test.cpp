@@ -72,7 +72,7 @@ TEST_F(LooksAhead, ServeWhileTheyAreFresh) {
     EXPECT_FALSE(take(0)); // nobody was asked before
     int taken = 0, at = 0;
     for (; !taken && at < 50; ++at) {
-        ::usleep(1000);
+        ::usleep(20'000); // a look serves for 50
         taken += take(at);
     }
     ASSERT_TRUE(taken);
