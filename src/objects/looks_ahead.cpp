@@ -20,13 +20,14 @@
 
 namespace km {
 
+long look_serves_for = 50;
+
 namespace {
 
 constexpr std::size_t few_files = 64; // of a package for which no thread pays
 constexpr std::size_t most_ahead = 64;
 constexpr std::size_t at_a_time = 8;
 constexpr unsigned most_lost = 64; // jumps of a walk, behind which its order is taken for unknown
-constexpr long old = 50;           // milliseconds, after which a look is made again
 
 struct planned_look {
     std::string name;
@@ -257,7 +258,7 @@ bool take_look_ahead(const cm_package& package, const km_file& file, bool works,
     if (!all.taken.has(turn))
         return false;
     seen_file& seen = all.taken.files[turn - all.taken.from];
-    if (!seen.good || now() - seen.when > old)
+    if (!seen.good || now() - seen.when > look_serves_for)
         return false;
     found = seen.look;
     found.held = std::exchange(seen.look.held, -1);

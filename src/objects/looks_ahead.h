@@ -18,6 +18,9 @@ struct ahead_look {
     int held = -1; // descriptor of hold_for_release(), the taker's
 };
 
+// Milliseconds for which a look serves: 50. A test on a busy machine may need longer ones.
+extern long look_serves_for;
+
 // The removal of `package`, or its check, has come to `file`. True: `found` tells what stood there
 // a moment ago. False: nobody looked, or what was seen needs to be seen by the caller itself.
 // `works`: it is not the check, and the files are held where that pays.
