@@ -3,17 +3,16 @@
 // invariant: what is held and not taken is let go of when the walk passes it or ends
 #include "looks_ahead.h"
 
+#include "directory_kept_open.h"
 #include "file_object.h"
 #include "late_release.h"
 #include "open_file.h"
 #include "package.h"
-#include "target_root.h"
 #include "tree_files.h"
 
 #include <algorithm>
 #include <ctime>
 #include <fcntl.h>
-#include <optional>
 #include <pthread.h>
 #include <utility>
 #include <vector>
@@ -83,8 +82,7 @@ struct looks {
     std::size_t wanted = 0;  // it is to look as far as this
 
     // Of the thread, and of the walk while that rests:
-    std::optional<open_file> directory;
-    std::size_t open_parent = 0;
+    directory_kept_open directory;
     bool holds_there = false;
 
     bool is_busy() const { return claimed > found.end(); }
@@ -102,13 +100,10 @@ looks& state() {
 }
 
 bool open_parent_of(looks& all, const planned_look& file) {
-    if (!all.directory || all.open_parent != file.parent) {
-        all.directory.emplace(open_directory_below_root(all.parents[file.parent]));
-        all.open_parent = file.parent;
+    if (all.directory.go_to(all.parents[file.parent]))
         all.holds_there =
-            all.works && all.directory->good() && gives_back_slowly(all.directory->get());
-    }
-    return all.directory->good();
+            all.works && all.directory.good() && gives_back_slowly(all.directory.get());
+    return all.directory.good();
 }
 
 // What cannot be looked at here is looked at in its turn, and told from there.
@@ -117,7 +112,7 @@ seen_file look_at_file(looks& all, const planned_look& file) {
     ahead_look& look = seen.look;
     if (!open_parent_of(all, file))
         return seen;
-    const int directory = all.directory->get();
+    const int directory = all.directory.get();
     if (all.holds_there) {
         look.held = ::openat(directory, file.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
         seen.good = look.held >= 0 && ::fstat(look.held, &look.about) == 0;
@@ -158,7 +153,7 @@ void stop_looking() {
         ::pthread_cond_wait(&all.rests, &all.lock);
     all.found.drop(0);
     all.claimed = 0;
-    all.directory.reset();
+    all.directory.close();
     ::pthread_mutex_unlock(&all.lock);
     all.taken.drop(0);
     all.last = 0;

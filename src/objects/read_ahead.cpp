@@ -5,7 +5,7 @@
 
 #include "background_thread.h"
 #include "digest.h"
-#include "target_root.h"
+#include "directory_kept_open.h"
 
 #include <algorithm>
 #include <atomic>
@@ -75,35 +75,13 @@ all_ahead& all() {
     return only;
 }
 
-// The files of one directory follow each other.
-class directory_kept_open {
-  public:
-    ~directory_kept_open() { close(); }
-    int of(const std::string& parent) {
-        if (descriptor_ < 0 || parent != parent_) {
-            close();
-            descriptor_ = open_directory_below_root(parent);
-            parent_ = parent;
-        }
-        return descriptor_;
-    }
-
-  private:
-    void close() {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
-        descriptor_ = -1;
-    }
-    std::string parent_;
-    int descriptor_ = -1;
-};
-
 // Looked at before it is opened: opening a pipe lets its writer go, and a device may act on it.
 void read_one(file_ahead& one, directory_kept_open& directories) {
     const std::size_t slash = one.path.find_last_of('/');
     if (slash == std::string::npos || one.path[0] != '/')
         return; // whoever asks for it tells the fault
-    const int directory = directories.of(slash == 0 ? "/" : one.path.substr(0, slash));
+    directories.go_to(slash == 0 ? "/" : one.path.substr(0, slash));
+    const int directory = directories.get();
     const char* name = one.path.c_str() + slash + 1;
     struct stat about {};
     if (directory < 0 || ::fstatat(directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0 ||
