@@ -3,7 +3,6 @@
 // invariant: indices count new objects from 0 in the order of their first byte
 #include "detail_coded_objects.h"
 
-#include <algorithm>
 #include <cassert>
 #include <functional>
 
@@ -15,8 +14,7 @@ bool encoded_objects::is_behind_all(const codable* object) const {
 }
 
 void encoded_objects::register_object(const codable* object) {
-    if (count() == get_limit()) // trees may be large: the copies must not grow with their square
-        set_limit(count() + std::max(delta_, count()));
+    double_if_full();
     auto* item = new encoded_object{object, current_id_++};
     if (is_behind_all(object))
         insert_at(count(), item);
@@ -43,8 +41,7 @@ int encoded_objects::compare(const void* a, const void* b) const {
 void encoded_objects::free_element(void* item) { delete static_cast<encoded_object*>(item); }
 
 void read_objects::register_object(const codable* object) {
-    if (count() == get_limit()) // streams may be long: the copies must not grow with their square
-        set_limit(count() + std::max(delta_, count()));
+    double_if_full();
     [[maybe_unused]] const int index = insert(const_cast<codable*>(object));
     assert(index == current_id_);
     ++current_id_;

@@ -31,6 +31,11 @@ void ptr_vector::set_limit(int n) {
     limit_ = n;
 }
 
+void ptr_vector::double_if_full() {
+    if (count_ == limit_)
+        set_limit(count_ + std::max(delta_, count_));
+}
+
 void ptr_vector::free_element(void*) {}
 
 void ptr_vector::insert_at(int i, void* item) {

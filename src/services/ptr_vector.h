@@ -31,6 +31,10 @@ class ptr_vector {
     void set_free(int flag) { free_ = flag; }
 
   protected:
+    // Before an insertion, where there may be so many items that the copies of growing by the step
+    // would come to their square.
+    void double_if_full();
+
     void** items_ = nullptr;
     int count_ = 0;
     int limit_ = 0;
