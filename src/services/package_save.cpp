@@ -17,16 +17,28 @@ namespace km {
 namespace {
 constexpr const char* tree_entry = "SoftwarePackage";
 
-// Adds a temporary file as the tree's entry and removes it.
-bool add_tree(zipping_channel& out, const pathname& temporary) {
-    out.add(temporary, 1, tree_entry, 1);
-    const bool removed = file(temporary).remove(0);
-    if (!out.get_error())
-        return true;
-    KM_TRACE(trace_error, "common", "Error: adding in the package the profile");
-    if (!removed)
+// What is left behind is no failure of the package.
+void remove_temporary(const pathname& temporary) {
+    if (!file(temporary).remove(0))
         KM_TRACE(trace_error, "common", "package profile temporary file failed to be removed");
-    return false;
+}
+
+cm_result result_of_adding_tree(zipping_channel& out) {
+    if (!out.get_error())
+        return cm_command::success;
+    KM_TRACE(trace_error, "common", "Error: adding in the package the profile");
+    return cm_command::failure;
+}
+
+// What passed the limit of the container is known only when its directory is written.
+cm_result close_package(zipping_channel& out, spmessage* messages) {
+    out.close();
+    if (out.get_error() == channel_too_large) {
+        KM_TRACE(trace_error, "common", "2GByte overflow");
+        if (messages)
+            messages->add(356L);
+    }
+    return out.get_error() ? cm_command::failure : cm_command::success;
 }
 } // namespace
 
@@ -41,35 +53,28 @@ cm_result cm_package::save_profile(zipping_channel* out, int load_data) {
         if (result != success) {
             KM_TRACE(trace_error, "common", "Error: loading_command failed with result %d",
                      static_cast<int>(result));
-            file(temporary).remove(0);
+            remove_temporary(temporary);
             return result;
         }
     }
     if (!download_list(temporary, 0)) {
         KM_TRACE(trace_error, "common", "Error downloading the list");
-        file(temporary).remove(0);
+        remove_temporary(temporary);
         return fatal_failure;
     }
-    return add_tree(*out, temporary) ? success : failure;
+    out->add(temporary, 1, tree_entry, 1);
+    const auto added = result_of_adding_tree(*out);
+    remove_temporary(temporary);
+    return added;
 }
 
-// What passed the limit of the container is known only when its directory is written.
 cm_result cm_package::end_of_save(zipping_channel* out) {
     if (result != success) {
         KM_TRACE(trace_error, "common", "Error: save_command failed with result %d",
                  static_cast<int>(result));
         return result;
     }
-    if (!out)
-        return success;
-    out->close();
-    if (out->get_error() == channel_too_large) {
-        KM_TRACE(trace_error, "common", "2GByte overflow");
-        if (messages)
-            messages->add(356L);
-        return failure;
-    }
-    return out->get_error() ? failure : success;
+    return out ? close_package(*out, messages) : success;
 }
 
 cm_result cm_package::save(zipping_channel* out) {
@@ -109,20 +114,29 @@ cm_result cm_package::delta_save(pathname* base, unzipping_channel* in, zipping_
 }
 
 namespace {
-// Adds the tree's entry out of what was deflated while the tree was coded.
-bool add_tree(zipping_channel& out, deflating_channel& coded) {
-    const deflated_data data = coded.finish();
-    auto* entry = new zip_entry(tree_entry);
-    entry->size = data.size;
-    if (out.put_deflated_entry(entry, data))
+// Whether the new file can be written; else why not is told.
+bool is_writable(const pathname& temporary, spmessage* messages) {
+    file_output_channel out(temporary, 0);
+    out.set_sync_data(0); // it is removed again
+    if (!out.get_error())
         return true;
-    KM_TRACE(trace_error, "common", "Error: adding in the package the profile");
+    const int error = out.get_handle().get_system_error();
+    KM_TRACE(trace_error, "common", "Unable to create the file '%s'. rc = %d", temporary.mbcs_str(),
+             error);
+    if (messages)
+        messages->add(25L, temporary.mbcs_str(), std::to_string(error).c_str());
     return false;
+}
+
+void put_tree(zipping_channel& out, const deflated_data& tree) {
+    auto* entry = new zip_entry(tree_entry);
+    entry->size = tree.size;
+    out.put_deflated_entry(entry, tree);
 }
 } // namespace
 
-// The temporary file stands for the right to write there; the tree does not take the way through
-// it.
+// The tree is deflated while it is coded. The temporary file only shows that a profile can be
+// written; the tree takes no way through it.
 cm_result cm_package::save_sp(zipping_channel* out) {
     KM_TRACE_FUNCTION("cm_package::save_sp");
     pathname temporary;
@@ -130,36 +144,19 @@ cm_result cm_package::save_sp(zipping_channel* out) {
         KM_TRACE(trace_error, "common", "Error: getting profile_name");
         return failure;
     }
-    file_output_channel plain(temporary, 0);
-    if (plain.get_error()) {
-        const int error = plain.get_handle().get_system_error();
-        KM_TRACE(trace_error, "common", "Unable to create the file '%s'. rc = %d",
-                 temporary.mbcs_str(), error);
-        if (messages)
-            messages->add(25L, temporary.mbcs_str(), std::to_string(error).c_str());
-        file(temporary).remove(0);
+    const bool may_write = is_writable(temporary, messages);
+    remove_temporary(temporary);
+    if (!may_write)
         return failure;
-    }
-    plain.set_sync_data(0); // gone at once
-    plain.close();
     deflating_channel coded(out->get_level());
     sp_object writer(messages);
-    const auto written = writer.encode(this, variables, coded, sp_object::sp);
-    file(temporary).remove(0);
-    if (written != success) {
+    if (writer.encode(this, variables, coded, sp_object::sp) != success) {
         KM_TRACE(trace_error, "common", "Error encoding the list on file %s", temporary.mbcs_str());
         return failure;
     }
-    if (!add_tree(*out, coded))
-        return failure;
-    out->close();
-    if (out->get_error() == channel_too_large) {
-        KM_TRACE(trace_error, "common", "2GByte overflow");
-        if (messages)
-            messages->add(356L);
-        return failure;
-    }
-    return out->get_error() ? failure : success;
+    put_tree(*out, coded.finish());
+    const auto added = result_of_adding_tree(*out);
+    return added == success ? close_package(*out, messages) : added;
 }
 
 long cm_package::get_crc_from_CEN(const pathname& path) const {
