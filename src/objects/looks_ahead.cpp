@@ -19,8 +19,6 @@
 
 namespace km {
 
-long look_serves_for = 50;
-
 namespace {
 
 constexpr std::size_t few_files = 64; // of a package for which no thread pays
@@ -54,11 +52,11 @@ struct seen_files {
 
     std::size_t end() const { return from + files.size(); }
     bool has(std::size_t turn) const { return turn >= from && turn < end(); }
-    void drop(std::size_t new_from) {
+    void drop() {
         for (seen_file& one : files)
             const open_file closed(one.look.held);
         files.clear();
-        from = new_from;
+        from = 0;
     }
 };
 
@@ -151,11 +149,11 @@ void stop_looking() {
     all.wanted = 0;
     while (all.is_busy())
         ::pthread_cond_wait(&all.rests, &all.lock);
-    all.found.drop(0);
+    all.found.drop();
     all.claimed = 0;
     all.directory.close();
     ::pthread_mutex_unlock(&all.lock);
-    all.taken.drop(0);
+    all.taken.drop();
     all.last = 0;
 }
 
@@ -225,7 +223,7 @@ bool is_of(const looks& all, const planned_look& planned, const std::string& pat
 
 // Takes what there is, and has the thread go on behind `turn`.
 void take_more(looks& all, std::size_t turn) {
-    all.taken.drop(0);
+    all.taken.drop();
     ::pthread_mutex_lock(&all.lock);
     std::swap(all.taken, all.found);
     all.found.from = all.taken.end();
@@ -240,8 +238,8 @@ void take_more(looks& all, std::size_t turn) {
 
 } // namespace
 
-bool take_look_ahead(const cm_package& package, const km_file& file, bool works,
-                     ahead_look& found) {
+bool take_look_ahead(const cm_package& package, const km_file& file, bool works, ahead_look& found,
+                     long serves_for) {
     looks& all = state();
     if (all.package != &package || all.works != works)
         begin_walk(all, package, works);
@@ -253,7 +251,7 @@ bool take_look_ahead(const cm_package& package, const km_file& file, bool works,
     if (!all.taken.has(turn))
         return false;
     seen_file& seen = all.taken.files[turn - all.taken.from];
-    if (!seen.good || now() - seen.when > look_serves_for)
+    if (!seen.good || now() - seen.when > serves_for)
         return false;
     found = seen.look;
     found.held = std::exchange(seen.look.held, -1);

@@ -18,12 +18,13 @@ struct ahead_look {
     int held = -1; // descriptor of hold_for_release(), the taker's
 };
 
-// Milliseconds for which a look serves: 50. A test on a busy machine may need longer ones.
-extern long look_serves_for;
+constexpr long look_serves_for = 50; // milliseconds
 
 // The removal of `package`, or its check, has come to `file`. True: `found` tells what stood there
 // a moment ago. False: nobody looked, or what was seen needs to be seen by the caller itself.
-// `works`: it is not the check, and the files are held where that pays.
-bool take_look_ahead(const cm_package& package, const km_file& file, bool works, ahead_look& found);
+// `works`: it is not the check, and the files are held where that pays. `serves_for`: a look that
+// is older than so many milliseconds does not serve.
+bool take_look_ahead(const cm_package& package, const km_file& file, bool works, ahead_look& found,
+                     long serves_for = look_serves_for);
 
 } // namespace km

@@ -21,9 +21,9 @@
 namespace km {
 
 namespace {
-void tell_index(cm_object* object, int index) {
-    if (auto* one = dynamic_cast<km_object*>(object))
-        one->set_index(index);
+void tell_index(km_object* object, int index) {
+    if (object)
+        object->set_index(index);
 }
 } // namespace
 
@@ -64,13 +64,12 @@ km_object* km_add_command::own() {
         asked_ = object;
         own_ = dynamic_cast<km_object*>(object);
     }
-    if (own_)
-        own_->set_index(command_index);
     return own_;
 }
 
 void km_add_command::can_execute(int action, int phase) {
     const one_look for_all_questions;
+    tell_index(own(), command_index);
     take_look(package, own(), action, phase, false);
     cm_add_object::can_execute(action, phase);
 }
@@ -118,6 +117,7 @@ void km_add_command::do_execute(int action, int phase) {
     if ((result = stops_here(action, phase)) != success)
         return;
     const one_look for_all_questions;
+    tell_index(own(), command_index);
     take_look(package, own(), action, phase, true);
     if (action == a_reverse && takes_back_prepared(phase))
         return;
@@ -178,7 +178,7 @@ void km_add_command::skip_data() {
 // The undo is written as classes of this library, so that it is read back by them.
 cm_command* km_add_command::get_undo_command(int action) {
     const one_look for_all_questions;
-    own();
+    tell_index(own(), command_index);
     const switched_off off(*this, is_left(action));
     return cm_add_object::get_undo_command(action);
 }
@@ -199,14 +199,14 @@ void km_remove_command::export_(exporter& to) const {
 }
 
 void km_remove_command::can_execute(int action, int phase) {
-    tell_index(object, command_index);
+    tell_index(dynamic_cast<km_object*>(object), command_index);
     cm_remove_object::can_execute(action, phase);
 }
 
 void km_remove_command::do_execute(int action, int phase) {
     if ((result = stops_here(action, phase)) != success)
         return;
-    tell_index(object, command_index);
+    tell_index(dynamic_cast<km_object*>(object), command_index);
     const bool asked_for = package && !package->is_backup_package;
     if (auto* directory = dynamic_cast<km_directory*>(object))
         directory->set_asked_for(asked_for);
@@ -216,7 +216,7 @@ void km_remove_command::do_execute(int action, int phase) {
 }
 
 cm_command* km_remove_command::get_undo_command(int action) {
-    tell_index(object, command_index);
+    tell_index(dynamic_cast<km_object*>(object), command_index);
     return cm_remove_object::get_undo_command(action);
 }
 

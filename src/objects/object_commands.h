@@ -31,7 +31,7 @@ class km_add_command : public cm_add_object {
     virtual const char* stanza() const = 0;
 
   private:
-    // The object as one of this library, which is told its command; null for none.
+    // The object as one of this library; null for none.
     km_object* own();
     bool is_left(int action) const;
     void tell_what_stays(int action, int phase);

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <mutex>
 #include <unistd.h>
 
 namespace km {
@@ -20,8 +21,8 @@ void make_room_for_descriptors() {
 }
 
 bool start(pthread_t& thread, void* (*work)(void*), void* argument) {
-    static const bool has_room = (make_room_for_descriptors(), true);
-    static_cast<void>(has_room);
+    static std::once_flag first;
+    std::call_once(first, make_room_for_descriptors);
     sigset_t all, before;
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before);
