@@ -33,6 +33,17 @@ constexpr struct {
     {km::m_intelligent_remove, "intelligent"},
 };
 
+bool is_field(const std::string& name) {
+    return km::formatter_token::choose_kind(km::ustring(name.c_str())) !=
+           km::formatter_token::literal;
+}
+
+std::string field_names() {
+    km::ustring names;
+    km::formatter_token::kind_list(names);
+    return names.mbcs_str();
+}
+
 } // namespace
 
 long operation_number(const std::string& command) {
@@ -52,6 +63,24 @@ std::string mode_words(long mode) {
         if (static_cast<unsigned long>(mode) & one.bit)
             words += (words.empty() ? "" : " ") + std::string(one.word);
     return words;
+}
+
+std::string fault_of_template(const std::string& form) {
+    for (size_t at = 0; (at = form.find_first_of("%\\", at)) != std::string::npos; ++at) {
+        const char mark = form[at];
+        const size_t from = ++at;
+        if (mark == '\\') {
+            if (from == form.size() || (form[from] != 'n' && form[from] != 't'))
+                return "Behind a backslash stands n or t";
+            continue;
+        }
+        if ((at = form.find('%', from)) == std::string::npos)
+            return "A % is open (%% is a percent sign)";
+        const std::string name = form.substr(from, at - from);
+        if (!name.empty() && !is_field(name))
+            return "There is no field %" + name + "%; there are " + field_names();
+    }
+    return "";
 }
 
 km::ustring report_formatter::_get_optype_str(long operation_type) {

@@ -18,6 +18,10 @@ std::string operation_word(long number);
 // blank; "" for none.
 std::string mode_words(long mode);
 
+// Why a template is not what its writer meant: it has a field that no report has, or something that
+// would be dropped in silence. "" for a good one.
+std::string fault_of_template(const std::string& form);
+
 // A template that writes these words.
 class report_formatter : public km::formatter {
   public:

@@ -4,6 +4,7 @@
 #include "report_commands.h"
 
 #include "report_delivery.h"
+#include "report_words.h"
 
 namespace kmctl {
 
@@ -27,7 +28,9 @@ void add_list(CLI::App& report, report_arguments& given, const choose_command& c
     add_selection(*list, selection);
     list->add_flag("--undelivered", selection.only_undelivered,
                    "Not those that only wait to be cleared away");
-    list->add_option("--format", selection.form, "Template of a line")->type_name("TEMPLATE");
+    list->add_option("--format", selection.form, "Template of a line")
+        ->type_name("TEMPLATE")
+        ->check(kmhost::fault_of_template);
     list->callback([&selection, choose] {
         choose("report", true, true, [&selection](worker_line&, outcome& result) {
             kmhost::list_reports(selection, result);

@@ -320,6 +320,12 @@ class Commands(ReportCase):
         self.assertEqual(len(self.told()), 1)
         self.assertEqual(self.km_json("report", "remove", "--all")["outcome"], "nothing")
 
+    def test_a_bad_template_is_refused_also_while_nothing_waits(self):
+        for form, why in (("%name% %bogus%", "%bogus%"), ("100%", "percent sign"),
+                          ("%name%\\", "backslash"), ("\\q", "backslash")):
+            self.assertIn(why, self.km("report", "list", "--format", form, code=2).err, form)
+        self.km("report", "list", "--format", "%name%\\t%state%\\n100%%")
+
     def test_a_directory_of_hostile_files(self):
         """Everything that can lie there: [I-24]."""
         good = self.pending(3)
