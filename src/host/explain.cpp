@@ -108,10 +108,8 @@ void preview(const operation_request& request, worker_line& line, outcome& resul
             add_room(*object, request.mode, rooms);
     });
     tell_room(rooms, result);
-    check_install(package, request.mode);
-    take_messages(at.messages, result);
-    if (package.result != km::cm_command::success)
-        result.fail(exit_failed, "check", "The install of " + at.id.text() + " would fail.");
+    check_run(package, km::a_execute, request.mode, u"install");
+    would_run(package, "install", at.id, result);
     result.text +=
         std::to_string(counts["add"]) + " to add, " + std::to_string(counts["replace"]) +
         " to replace, " + std::to_string(counts["leave"]) + " to leave alone" +

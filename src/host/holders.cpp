@@ -129,13 +129,6 @@ void forget_holders(const package_id& id) {
         km::sync_directory(km::pathname(file_of(id).parent_path().c_str()));
 }
 
-void tell_held(long count, outcome& result) {
-    if (count)
-        result.info("held", std::to_string(count) +
-                                " paths stay, because other packages hold them, too "
-                                "('kmctl who-uses PATH' tells which).");
-}
-
 long keep_what_others_hold(const catalog_store& store, const package_id& id, km::cm_package& tree) {
     const auto held = held_by_others(store, id);
     if (held.empty())
@@ -154,7 +147,10 @@ long keep_what_others_hold(const catalog_store& store, const package_id& id, km:
 
 void keep_and_tell_what_others_hold(const catalog_store& store, const package_id& id,
                                     km::cm_package& tree, outcome& result) {
-    tell_held(keep_what_others_hold(store, id, tree), result);
+    if (const long count = keep_what_others_hold(store, id, tree))
+        result.info("held", std::to_string(count) +
+                                " paths stay, because other packages hold them, too "
+                                "('kmctl who-uses PATH' tells which).");
 }
 
 } // namespace kmhost

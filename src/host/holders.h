@@ -26,9 +26,6 @@ path_hashes held_by_others(const catalog_store& store, const package_id& but);
 void write_holders(const package_id& id, km::cm_package& tree);
 void forget_holders(const package_id& id);
 
-// Tells that so many paths stay; nothing for 0.
-void tell_held(long count, outcome& result);
-
 // Before a removal of the package runs, or is verified: what another package holds, too, stays
 // where it is in this run. Returns how many paths these are.
 long keep_what_others_hold(const catalog_store& store, const package_id& id, km::cm_package& tree);

@@ -90,6 +90,13 @@ bool was_stored(const km::cm_catalog_entry* now, const km::cm_catalog_entry& bef
     return !now || now->cm_status != before.cm_status || now->last_action != before.last_action;
 }
 
+void plan_dry(int operation, unsigned mode, const km::cm_catalog_entry& before,
+              km::cm_package& package, session& at) {
+    if (operation == km::o_commit && before.last_action == km::a_reverse)
+        keep_and_tell_what_others_hold(at.store, at.id, package, at.result());
+    plan_later(package, at.id, before, operation, mode, at.result());
+}
+
 void run(const kind& what, const operation_request& request, worker_line& line, outcome& result) {
     session at(line, result);
     if (!at.open(request.dry_run ? access_kind::read : access_kind::change, request.wait_seconds))
@@ -107,7 +114,7 @@ void run(const kind& what, const operation_request& request, worker_line& line, 
     if (request.dry_run) {
         tell_cut(wanted, result);
         if (at.would_pass_gate(*package, what.operation, km::a_execute, mode, what.word))
-            plan_later(*package, at.id, before, what.operation, result);
+            plan_dry(what.operation, mode, before, *package, at);
         return;
     }
     if (!passes_cut(wanted, result))

@@ -9,7 +9,6 @@
 #include "intent.h"
 #include "lookup.h"
 #include "made_directories.h"
-#include "messages.h"
 #include "object_command.h"
 #include "package_stream.h"
 #include "plan.h"
@@ -189,10 +188,9 @@ void install(const operation_request& given, worker_line& line, outcome& result)
         return;
     }
     if (request.dry_run) {
-        if (at.would_pass_gate(package, km::o_execute, km::a_execute, request.mode, "install"))
-            plan_install(package, at.id, at.entry(), request.mode, result);
-        take_messages(at.messages, result);
-        return;
+        if (!at.would_pass_gate(package, km::o_execute, km::a_execute, request.mode, "install"))
+            return;
+        return plan_install(package, at.id, at.entry(), request.mode, result);
     }
     change_by_install(request, wanted, at, opened, line);
 }
@@ -320,6 +318,16 @@ bool run_remove(session& at, std::unique_ptr<km::cm_package>& package,
     return true;
 }
 
+void plan_dry_remove(session& at, km::cm_package& package, const km::cm_catalog_entry& before,
+                     unsigned mode) {
+    if (!at.would_pass_gate(package, km::o_execute, km::a_reverse, mode, "remove"))
+        return;
+    if (failed_in_install(before))
+        switch_off_unreached(package);
+    keep_and_tell_what_others_hold(at.store, at.id, package, at.result());
+    plan_remove(package, at.id, before, mode, at.result());
+}
+
 } // namespace
 
 void remove(const operation_request& request, worker_line& line, outcome& result) {
@@ -341,11 +349,7 @@ void remove(const operation_request& request, worker_line& line, outcome& result
     const intent wanted{"remove", id, "", {}, request.mode, 0};
     if (request.dry_run) {
         tell_cut(wanted, result);
-        if (at.would_pass_gate(*package, km::o_execute, km::a_reverse, request.mode, "remove"))
-            plan_remove(*package, at.id, before, held_by_others(at.store, id), request.mode,
-                        result);
-        take_messages(at.messages, result);
-        return;
+        return plan_dry_remove(at, *package, before, request.mode);
     }
     if (!passes_cut(wanted, result))
         return;

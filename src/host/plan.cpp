@@ -6,8 +6,9 @@
 #include "base/msg_supp.h"
 #include "directory_object.h"
 #include "kept_file_object.h"
-#include "object_command.h"
+#include "object_commands.h"
 #include "object_words.h"
+#include "messages.h"
 #include "package_file.h"
 #include "planned_step.h"
 #include "status_words.h"
@@ -48,7 +49,9 @@ namespace {
 bool check_backup(km::cm_package& package, int action, unsigned mode) {
     package.result = km::cm_command::success;
     package.operation_is_preferably_undoable = (mode & km::m_preferably_undoable) != 0;
-    if (!(mode & (km::m_undoable | km::m_preferably_undoable)))
+    const bool at_commit =
+        (mode & km::m_transactional) && (mode & km::m_undo_ability_transactional);
+    if (at_commit || !(mode & (km::m_undoable | km::m_preferably_undoable)))
         return true;
     package.can_backup(action);
     if (package.result != km::cm_command::temporary_failure ||
@@ -59,17 +62,25 @@ bool check_backup(km::cm_package& package, int action, unsigned mode) {
 }
 } // namespace
 
-void check_install(km::cm_package& package, unsigned mode) {
-    package.operation_name = u"install";
-    if (check_backup(package, km::a_execute, mode))
-        package.can_execute(km::a_execute, mode & km::m_transactional ? km::p_prepare : km::p_do);
+void check_run(km::cm_package& package, int action, unsigned mode, const char16_t* word) {
+    package.operation_name = word;
+    if (check_backup(package, action, mode))
+        package.can_execute(action, mode & km::m_transactional ? km::p_prepare : km::p_do);
+}
+
+bool would_run(const km::cm_package& package, const std::string& word, const package_id& id,
+               outcome& result) {
+    take_messages(*package.messages, result);
+    if (package.result == km::cm_command::success)
+        return true;
+    result.fail(exit_failed, "check", "The " + word + " of " + id.text() + " would fail.");
+    return false;
 }
 
 void plan_install(km::cm_package& package, const package_id& id, const km::cm_catalog_entry* entry,
                   unsigned mode, outcome& result) {
-    check_install(package, mode);
-    if (package.result != km::cm_command::success)
-        result.fail(exit_failed, "check", "The install of " + id.text() + " would fail.");
+    check_run(package, km::a_execute, mode, u"install");
+    would_run(package, "install", id, result);
     tally all;
     each_due_leaf(package, [&all](km::cm_command& command) {
         const planned_step one = step_of_install(command);
@@ -90,12 +101,10 @@ bool is_of_package(km::cm_object& object) {
 } // namespace
 
 void plan_remove(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
-                 const path_hashes& held, unsigned mode, outcome& result) {
-    package.operation_name = u"remove";
-    if (!check_backup(package, km::a_reverse, mode))
-        result.fail(exit_failed, "check", "The remove of " + id.text() + " would fail.");
+                 unsigned mode, outcome& result) {
+    check_run(package, km::a_reverse, mode, u"remove");
+    would_run(package, "remove", id, result);
     tally all;
-    long kept = 0;
     each_due_leaf(package, [&](km::cm_command& command) {
         if (const planned_step one = step_of_remove(command); !one.action.empty())
             all.add(one);
@@ -104,9 +113,8 @@ void plan_remove(km::cm_package& package, const package_id& id, const km::cm_cat
             return;
         auto* kept_file = dynamic_cast<km::km_kept_file*>(add->object);
         const bool shared = add->object->is_shared;
-        const bool is_held =
-            add->is_effective && held.count(hash_of_path(add->object->get_name().mbcs_str()));
-        kept += is_held;
+        const auto* with_mark = dynamic_cast<const km::km_add_command*>(add);
+        const bool is_held = with_mark && with_mark->stays_for_others;
         const bool goes = shared ? add->is_to_be_shared_removed() : add->is_to_be_removed();
         if (is_held || !goes || !is_of_package(*add->object))
             all.add("keep", *add->object);
@@ -115,11 +123,20 @@ void plan_remove(km::cm_package& package, const package_id& id, const km::cm_cat
         else
             all.add("remove", *add->object);
     });
-    tell_held(kept, result);
     tell_plan(all, id, &entry, "remove", result);
 }
 
 namespace {
+
+// A backup that is made at the commit needs its room now; what is prepared has its own.
+void check_commit(km::cm_package& package, const km::cm_catalog_entry& entry, unsigned mode) {
+    const bool backs_up =
+        entry.current_cm_status == km::cs_prepared_undo_prepared && !entry.backup_availability;
+    package.operation_name = u"commit";
+    const unsigned backup_mode = backs_up && !mode ? unsigned{km::m_undoable} : mode;
+    if (!backs_up || check_backup(package, entry.last_action, backup_mode))
+        package.can_execute(entry.last_action, km::p_commit);
+}
 
 void plan_commit(km::cm_package& package, bool installs, tally& all) {
     each_due_leaf(package, [&](km::cm_command& command) {
@@ -132,11 +149,25 @@ void plan_commit(km::cm_package& package, bool installs, tally& all) {
     });
 }
 
-void plan_undo(const km::cm_catalog_entry& entry, tally& all, outcome& result) {
-    km::spmessage messages;
-    const auto undo = open_profile(entry.undo_package_name.mbcs_str(), messages, result);
+// As the package goes about it: with its catalog, counts and messages.
+void check_undo(km::cm_package& undo, const km::cm_package& package, unsigned mode) {
+    undo.catalog = package.catalog;
+    undo.reference_table = package.reference_table;
+    undo.package_mask = package.package_mask;
+    undo.original_name = package.name;
+    undo.original_version = package.version;
+    check_run(undo, km::a_execute, mode, u"undo");
+}
+
+void plan_undo(km::cm_package& package, const km::cm_catalog_entry& entry, bool is_prepared,
+               unsigned mode, tally& all, outcome& result) {
+    const auto undo = open_profile(entry.undo_package_name.mbcs_str(), *package.messages, result);
     if (!undo)
         return;
+    if (!is_prepared) {
+        check_undo(*undo, package, mode);
+        would_run(*undo, "undo", {package.name.mbcs_str(), package.version.mbcs_str()}, result);
+    }
     each_leaf(*undo, [&](km::cm_command& command) {
         auto* on = dynamic_cast<km::cm_object_command*>(&command);
         if (!on || !on->object) {
@@ -172,17 +203,20 @@ void plan_rollback(km::cm_package& package, tally& all) {
 } // namespace
 
 void plan_later(km::cm_package& package, const package_id& id, const km::cm_catalog_entry& entry,
-                int operation, outcome& result) {
+                int operation, unsigned mode, outcome& result) {
     tally all;
     switch (operation) {
     case km::o_commit:
-        if (entry.current_cm_status == km::cs_committed_undo_prepared)
-            plan_undo(entry, all, result);
-        else
-            plan_commit(package, entry.last_action == km::a_execute, all);
+        if (entry.current_cm_status == km::cs_committed_undo_prepared) {
+            plan_undo(package, entry, true, mode, all, result);
+            break;
+        }
+        check_commit(package, entry, mode);
+        would_run(package, "commit", id, result);
+        plan_commit(package, entry.last_action == km::a_execute, all);
         break;
     case km::o_undo:
-        plan_undo(entry, all, result);
+        plan_undo(package, entry, false, mode, all, result);
         break;
     case km::o_rollback:
         plan_rollback(package, all);

@@ -17,6 +17,7 @@
 #include "object_commands.h"
 #include "package_stream.h"
 #include "package_version.h"
+#include "plan.h"
 #include "planned_step.h"
 #include "program_command.h"
 #include "report_writer.h"
@@ -297,6 +298,8 @@ bool upgrader::keep_user_files() {
 }
 
 void upgrader::plan() {
+    check_run(package_, km::a_execute, km::m_undoable, u"upgrade");
+    would_run(package_, "upgrade", at_.id, result_);
     nlohmann::json lines = nlohmann::json::array();
     const auto tell = [&](const planned_step& one) {
         lines.push_back(one.as_json());

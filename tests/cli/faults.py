@@ -61,7 +61,7 @@ class Reasons(KmctlCase):
         # 6 MB are free: 2 grow, 2 stand beside for a moment, and 2 are the backup.
         subprocess.run(["mount", "-o", "remount,size=7m", self.root], check=True)
         for words in (["preview", new, "--undoable"], ["install", new, "--undoable", "-n"],
-                      ["install", new, "--undoable"]):
+                      ["install", new, "--undoable"], ["upgrade", new, "-n"], ["upgrade", new]):
             ended = self.km(*words, code=1)
             self.assertRegex(ended.err, r"room .* in /.*: [0-9.]+ MiB \([0-9.]+ MiB of it for the "
                                         r"backup\) needed, [0-9.]+ MiB free")
@@ -78,6 +78,26 @@ class Reasons(KmctlCase):
         big = self.build({"big": os.urandom(4_000_000)}, "q")
         self.km("install", big, "--transactional")
         self.km("commit", "q")
+
+    def test_a_dry_run_tells_what_the_run_would(self):
+        self.mount("size=12m")
+        self.state = os.path.join(self.root, "state")
+        self.km("install", self.build({"a": os.urandom(3_000_000)}, "p"))
+        self.km("upgrade", self.build({"a": "small"}, "p", "2.0"))
+        subprocess.run(["mount", "-o", "remount,size=5m", self.root], check=True)
+        for prepare, words in (((), ["undo", "p"]), ((), ["remove", "p", "--undoable"]),
+                               (("remove", "--transactional", "--undo-at-commit"), ["commit", "p"])):
+            if words[0] == "remove":
+                subprocess.run(["mount", "-o", "remount,size=12m", self.root], check=True)
+                self.km("undo", "p")
+                subprocess.run(["mount", "-o", "remount,size=5m", self.root], check=True)
+            if prepare:
+                self.km(*prepare, "p")
+            dry, run = self.km(*words, "-n", code=1), self.km(*words, code=1)
+            self.assertEqual(dry.err.splitlines()[0], run.err.splitlines()[0])
+            self.assertRegex(dry.err, "room(.*\n)+.*%s of p.* would fail" % words[0])
+        subprocess.run(["mount", "-o", "remount,size=12m", self.root], check=True)
+        self.km("commit", "p")
 
     def test_a_target_that_is_read_only(self):
         package = self.build({"a": "1"})
