@@ -31,6 +31,7 @@ class variable_file {
 
   private:
     void check_line();
+    bool is_utf16(std::istream& in);
     bool check_characters();
     void note(size_t divider);
     void check_circles();
@@ -157,14 +158,27 @@ void variable_file::tell_circle(const values::value_type& of) {
          line_.find_first_not_of(blanks));
 }
 
+// It has no lines to look through.
+bool variable_file::is_utf16(std::istream& in) {
+    char front[512];
+    in.read(front, sizeof front);
+    const auto count = static_cast<size_t>(in.gcount());
+    in.clear();
+    in.seekg(0);
+    if (!km::uxl_looks_like_utf16(front, count))
+        return false;
+    number_ = 1;
+    tell("The text looks like UTF-16. Save it as UTF-8.", 0);
+    return true;
+}
+
 void variable_file::check() {
     std::ifstream in(path_, std::ios::binary | std::ios::ate);
     if (!in)
         return; // the reader passes over it
     if (static_cast<size_t>(in.tellg()) > longest_file) {
         tell("The file is longer than " + std::to_string(longest_file) + " bytes.", 0);
-    } else {
-        in.seekg(0);
+    } else if (in.seekg(0); !is_utf16(in)) {
         while (faults_ < most_faults && std::getline(in, line_)) {
             ++number_;
             check_line();

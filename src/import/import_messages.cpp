@@ -53,6 +53,7 @@ const char* const import_catalog[] = {
     "W %1$s: The source '%2$s' cannot be packed: %3$s. (no-source)\n%4$s",
     "W %1$s: '%2$s' in line %3$s replaces the file, and this with it. (replaced-text)\n%4$s",
     "W %1$s: Lint has no finding '%2$s' that could be allowed.%3$s\n%4$s",
+    "E %1$s: The text looks like UTF-16. Save it as UTF-8.\n%2$s",
 };
 
 static_assert(std::size(import_catalog) == import_messages_end);

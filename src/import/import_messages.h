@@ -45,6 +45,7 @@ enum import_message : long {
     im_bad_source,        // file, why
     im_text_before,       // name of the block that follows, its line
     im_no_finding,        // name, hint
+    im_utf16,             //
     import_messages_end
 };
 

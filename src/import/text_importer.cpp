@@ -4,6 +4,7 @@
 #include "text_importer.h"
 
 #include "base/msg_supp.h"
+#include "base/uxl.h"
 #include "definition_check.h"
 #include "library_loader.h"
 #include "package.h"
@@ -85,7 +86,9 @@ int text_importer::load(const pathname& path, cm_package*& package) {
         return 0;
     if (read(path)) {
         problems_.set_text(&text_);
-        if (const size_t good = valid_utf8(text_); good < text_.size()) {
+        if (uxl_looks_like_utf16(text_.data(), text_.size())) {
+            problems_.add(im_utf16, {1, 1});
+        } else if (const size_t good = valid_utf8(text_); good < text_.size()) {
             problems_.add(im_encoding, place_at(text_, good));
         } else {
             file_ = parse_definition(text_, problems_);

@@ -107,6 +107,9 @@ class Variables(DefinedObjects):
         package = self.versions()[0]
         file = os.path.join(self.state, "znpis.var")
         os.makedirs(self.state)
+        put(file, "role = x\n".encode("utf-16-le"))
+        self.assertIn(file + ":1:1: error: The text looks like UTF-16. Save it as UTF-8.",
+                      self.km("install", package, code=6).err)
         for text, place in ((b"role = x\ncut", ":2:1"), ("role = \u00e4".encode("latin-1"), ":1:8"),
                             ("a = 1\n".encode("utf-16"), ":1:1"), (b"a = b\0c", ":1:6"),
                             (b"a = " + b"x" * (10 << 20), ":1:1"), (b"x" * (10 << 20), ":1:1"),

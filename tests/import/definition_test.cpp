@@ -114,7 +114,10 @@ TEST_F(Definition, RefusesWhatIsNoDefinition) {
         {"kmspd 1.0\npackage { name = a version = .1 }", km::im_refused_value},
         {"kmspd 1.0\npackage { name = \"\xff\" version = 1 }", km::im_encoding},
         {"kmspd 1.0\npackage { name = \"\\xff\" version = 1 }", km::im_encoding},
-        {"\xff\xfek\0m\0"s, km::im_encoding},
+        {"\xff\xfek\0m\0"s, km::im_utf16},
+        {"k\0m\0s\0p\0d\0 \x00"s, km::im_utf16},
+        {"\0k\0m\0s\0p\0d\0\n"s, km::im_utf16},
+        {"kmspd 1.0\npackage { name = a version = 1\0 }"s, km::im_control},
     };
     for (const auto& [text, key] : rows) {
         EXPECT_FALSE(read(text)) << text;

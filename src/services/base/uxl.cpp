@@ -420,6 +420,21 @@ char* uxl_strncpy(int cp, char* to, const char* from, size_t n) {
     return to;
 }
 
+int uxl_looks_like_utf16(const char* bytes, size_t count) {
+    constexpr size_t most = 512, fewest = 8;
+    const auto is = [bytes](size_t at, unsigned char byte) {
+        return static_cast<unsigned char>(bytes[at]) == byte;
+    };
+    if (count >= 2 && ((is(0, 0xFF) && is(1, 0xFE)) || (is(0, 0xFE) && is(1, 0xFF))))
+        return 1;
+    const size_t looked = std::min(count, most) / 2 * 2;
+    size_t nul[2] = {0, 0};
+    for (size_t at = 0; at < looked; ++at)
+        nul[at % 2] += bytes[at] == 0;
+    const size_t more = std::max(nul[0], nul[1]), less = std::min(nul[0], nul[1]);
+    return looked >= fewest && more * 4 >= looked && less * 8 <= more;
+}
+
 int uxl_fgetwc(FILE* file) {
     UConverter* converter = converter_of(0);
     char bytes[16];

@@ -56,6 +56,10 @@ int uxl_from_utf8(int cp, const char* in, size_t bytes, char* out, size_t limit,
 int uxl_to_utf8_r(int cp, const char** in, size_t* in_left, char** out, size_t* out_left);
 int uxl_from_utf8_r(int cp, const char** in, size_t* in_left, char** out, size_t* out_left);
 
+// By a byte order mark, or by what stands at the front: every second byte is NUL in most scripts'
+// words and in all marks. For text files that should be UTF-8.
+int uxl_looks_like_utf16(const char* bytes, size_t count);
+
 // Language of the system ("de_DE.UTF-8", "C"), from the environment; never null.
 const char* uxl_os_lang_name();
 // The language without code page and modifier ("de_DE"); a static buffer.
