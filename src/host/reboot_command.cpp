@@ -9,7 +9,9 @@
 #include "program_run.h"
 #include "reboot.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -91,7 +93,9 @@ void order_reboot(const std::vector<std::string>& words, const wishes& all, outc
                 "The machine is rebooted now, as asked for by " + joined(all.packages) + ".");
 }
 
+// What the command prints must not come between what kmctl tells.
 [[noreturn]] void become(const reboot_order& order) {
+    ::dup2(STDERR_FILENO, STDOUT_FILENO);
     std::vector<char*> words;
     for (const auto& one : order.words)
         words.push_back(const_cast<char*>(one.c_str()));
@@ -132,7 +136,9 @@ void decide_reboot(outcome& result) {
                                    " asked for waits: logged in is " + joined(people) + ".");
 }
 
-reboot_order take_reboot_order(outcome& result) {
+namespace {
+
+reboot_order take_order(outcome& result) {
     reboot_order order;
     if (!result.data.is_object() || !result.data.contains(order_key))
         return order;
@@ -143,25 +149,74 @@ reboot_order take_reboot_order(outcome& result) {
     return order;
 }
 
-bool run_reboot(const reboot_order& order, std::string& why) {
-    if (order.words.empty())
+sigset_t awaited() {
+    sigset_t all;
+    ::sigemptyset(&all);
+    for (const int signal : {SIGCHLD, SIGTERM, SIGINT})
+        ::sigaddset(&all, signal);
+    return all;
+}
+
+using steady = std::chrono::steady_clock;
+
+} // namespace
+
+reboot_run::reboot_run(outcome& result) : order_(take_order(result)) {
+    const sigset_t all = awaited();
+    ::sigprocmask(SIG_BLOCK, order_.words.empty() ? nullptr : &all, &before_);
+    if (order_.words.empty())
+        return;
+    ::signal(SIGCHLD, SIG_DFL);
+    child_ = ::fork();
+    fork_error_ = errno;
+    if (child_ != 0)
+        return;
+    ::sigprocmask(SIG_SETMASK, &before_, nullptr);
+    become(order_);
+}
+
+reboot_run::~reboot_run() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+// False: it is at work still.
+bool reboot_run::wait_until(long seconds, int& status) {
+    constexpr std::chrono::seconds grace(1), for_ever(1000000000);
+    const auto limit = seconds < 0 ? for_ever : std::chrono::seconds(seconds);
+    auto end = steady::now() + (is_asked_to_end_ ? grace.zero() : limit);
+    for (;;) {
+        if (::waitpid(child_, &status, WNOHANG) != 0)
+            return true;
+        const auto left = end - steady::now();
+        if (left <= left.zero())
+            return false;
+        const auto whole = std::chrono::duration_cast<std::chrono::seconds>(left);
+        const timespec time{whole.count(), std::chrono::nanoseconds(left - whole).count()};
+        const sigset_t all = awaited();
+        const int signal = ::sigtimedwait(&all, nullptr, &time);
+        if (signal == SIGTERM || signal == SIGINT) {
+            is_asked_to_end_ = true;
+            end = std::min(end, steady::now() + grace);
+        }
+    }
+}
+
+bool reboot_run::is_good_within(long seconds, std::string& why) {
+    if (order_.words.empty() || child_ == 0)
         return true;
-    const pid_t child = ::fork();
-    if (child == 0)
-        become(order);
+    why = "The machine was not rebooted: " + order_.words[0] + " ";
+    if (child_ < 0) {
+        child_ = 0;
+        why += std::string("cannot be started: ") + std::strerror(fork_error_) + ".";
+        return false;
+    }
     int status = 0;
-    while (child > 0 && ::waitpid(child, &status, 0) < 0 && errno == EINTR)
-        ;
-    if (child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0)
+    if (!wait_until(seconds, status))
         return true;
-    why = "The machine was not rebooted: " + order.words[0] + " ";
-    if (child < 0)
-        why += std::string("cannot be started: ") + std::strerror(errno) + ".";
-    else if (WIFEXITED(status))
+    child_ = 0;
+    if (WIFEXITED(status))
         why += "ended with " + std::to_string(WEXITSTATUS(status)) + ".";
     else
         why += "was ended by signal " + std::to_string(WTERMSIG(status)) + ".";
-    return false;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 } // namespace kmhost

@@ -7,6 +7,9 @@
 
 #include "outcome.h"
 
+#include <csignal>
+#include <sys/types.h>
+
 namespace kmhost {
 
 // What the worker tells the parent: the command, and "NAME=VALUE" lines for its environment.
@@ -19,11 +22,30 @@ struct reboot_order {
 // the outcome, with the words for people. In the worker, with the state entered.
 void decide_reboot(outcome& result);
 
-// In the parent: takes the order out of the outcome, in front of what is shown.
-reboot_order take_reboot_order(outcome& result);
+// The command at work. In the parent, when all else is done but what is shown: a fault that is
+// known in time belongs to the outcome, and one that takes the machine down at once must not keep
+// what is shown from being so.
+class reboot_run {
+  public:
+    // Takes the order out of the outcome and starts its command, if there is one.
+    explicit reboot_run(outcome& result);
+    ~reboot_run();
+    reboot_run(const reboot_run&) = delete;
+    reboot_run& operator=(const reboot_run&) = delete;
 
-// Runs the command, if there is one, and waits for its end; false: `why` says what went wrong. In
-// the parent, when all else is done.
-bool run_reboot(const reboot_order& order, std::string& why);
+    // Waits for the end of the command, so many seconds at most (-1: without a limit), and a second
+    // at most once this process is asked to end (SIGTERM, SIGINT). False: `why` says what went
+    // wrong; told once.
+    bool is_good_within(long seconds, std::string& why);
+
+  private:
+    bool wait_until(long seconds, int& status);
+
+    reboot_order order_;
+    pid_t child_ = 0; // 0: none, or it has ended; -1: it could not be started
+    int fork_error_ = 0;
+    sigset_t before_; // the mask of signals
+    bool is_asked_to_end_ = false;
+};
 
 } // namespace kmhost

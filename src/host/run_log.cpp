@@ -64,13 +64,17 @@ void run_log::line(int level, const std::string& text) {
 
 void run_log::begins() { line(course, what_ + " begins"); }
 
+void run_log::adds(const message& one) {
+    line(one.level == severity::error ? errors : warnings,
+         what_ + ": " + severity_word(one.level) + " " + one.id + ": " + one.text);
+}
+
 void run_log::ended(const outcome& result, bool early) {
     if (early)
         line(errors, what_ + ": internal error, the worker ended early");
     for (const auto& one : result.messages)
         if (one.level != severity::info)
-            line(one.level == severity::error ? errors : warnings,
-                 what_ + ": " + severity_word(one.level) + " " + one.id + ": " + one.text);
+            adds(one);
     line(course, what_ + " ended: " + result.word + ", exit code " + std::to_string(result.exit) +
                      package_text(result));
 }

@@ -24,6 +24,8 @@ class run_log {
     void begins();
     // `early`: the worker ended without an outcome of its own.
     void ended(const outcome& result, bool early);
+    // What went wrong behind that.
+    void adds(const message& one);
 
   private:
     void line(int level, const std::string& text);

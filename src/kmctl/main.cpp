@@ -343,7 +343,21 @@ void report_loss(const global_options& options, const arguments& given, const ch
         result = told;
 }
 
-outcome carry_out(const global_options& options, const arguments& given, const chosen& choice) {
+// The reboot that was asked for, behind all else. The machine may go down at once, so the log has
+// its last line before; a fault that comes within `patience` belongs to the outcome.
+void begin_reboot(kmhost::run_log& log, std::unique_ptr<kmhost::reboot_run>& reboot,
+                  outcome& result) {
+    constexpr long patience = 10; // seconds
+    reboot = std::make_unique<kmhost::reboot_run>(result);
+    std::string why;
+    if (reboot->is_good_within(patience, why))
+        return;
+    result.fail(kmhost::exit_failed, "reboot_failed", why);
+    log.adds(result.messages.back());
+}
+
+outcome carry_out(const global_options& options, const arguments& given, const chosen& choice,
+                  std::unique_ptr<kmhost::reboot_run>& reboot) {
     const bool is_logged = !choice.only_reads && !choice.only_answers;
     const std::string words = words_of(choice, given);
     std::unique_ptr<kmhost::temporary_state> temporary;
@@ -384,8 +398,11 @@ outcome carry_out(const global_options& options, const arguments& given, const c
         report_loss(options, given, choice, enter, end, result);
     if (end.reported)
         kmhost::deliver_at_the_end(where, result);
-    if (is_logged || end.ended_early)
-        kmhost::run_log(end.note, words).ended(result, end.ended_early);
+    if (is_logged || end.ended_early) {
+        kmhost::run_log log(end.note, words);
+        log.ended(result, end.ended_early);
+        begin_reboot(log, reboot, result);
+    }
     return result;
 }
 
@@ -406,16 +423,15 @@ int main(int count, char** texts) {
     given.operation.wait_seconds = given.life.operation.wait_seconds = given.report.wait_seconds =
         options.wait_seconds;
     given.report.selection.with_data = options.json;
-    outcome result = carry_out(options, given, choice);
+    std::unique_ptr<kmhost::reboot_run> reboot;
+    outcome result = carry_out(options, given, choice, reboot);
     if (options.quiet && !choice.only_answers)
         result.text.clear();
     if (result.exit == kmhost::exit_reboot && !options.reboot_exit_code)
         result.exit = kmhost::exit_done;
-    const auto order = kmhost::take_reboot_order(result);
     const bool printed = kmctl::print_outcome(options, choice.command, result);
-    std::string why;
-    const bool rebooted = kmhost::run_reboot(order, why);
-    if (!rebooted)
+    std::string why; // the exit code is told already
+    if (reboot && !reboot->is_good_within(-1, why))
         std::cerr << "kmctl: " << why << "\n";
-    return (printed && rebooted) || result.failed() ? result.exit : int{kmhost::exit_failed};
+    return printed || result.failed() ? result.exit : int{kmhost::exit_failed};
 }

@@ -329,6 +329,18 @@ class RebootCommand(ProgramCase):
                 ended = self.km("install", self.program(13), code=1 if why else 0)
                 self.assertIn("ended with %s." % why if why else "no command", ended.err)
                 self.assertEqual(self.letters("pr")[0], "I")
+        self.start_anew()
+        self.km("config", "set", "reboot_command", "sh -c 'echo noise; exit 3'")
+        told = self.km_json("install", self.program(13), code=1)
+        self.assertEqual((told["outcome"], told["messages"][-1]["id"]), ("failed", "reboot_failed"))
+        self.assertEqual(told["package"]["state"][3], "B")
+        self.assertIn("reboot_failed", text_of(os.path.join(self.state, "log/kmctl.log")))
+
+    def test_the_machine_goes_down_while_the_command_runs(self):
+        self.km("config", "set", "reboot_command",
+                "sh -c 'exec >/dev/null 2>&1; kill -TERM $PPID; sleep 4; exit 7'")
+        told = self.km_json("install", self.program(13))
+        self.assertEqual(told["outcome"], "pending")
 
 
 if __name__ == "__main__":
