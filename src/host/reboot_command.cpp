@@ -171,7 +171,7 @@ reboot_run::reboot_run(outcome& result) : order_(take_order(result)) {
     fork_error_ = errno;
     if (child_ != 0)
         return;
-    ::sigprocmask(SIG_SETMASK, &before_, nullptr);
+    ::sigprocmask(SIG_UNBLOCK, &all, nullptr);
     become(order_);
 }
 

@@ -115,6 +115,19 @@ void set_handler(int signal, void (*handler)(int), int flags) {
     ::sigaction(signal, &what, nullptr);
 }
 
+sigset_t end_signals() {
+    sigset_t all;
+    ::sigemptyset(&all);
+    ::sigaddset(&all, SIGTERM);
+    ::sigaddset(&all, SIGINT);
+    return all;
+}
+
+void let_ends(int how) {
+    const sigset_t all = end_signals();
+    ::sigprocmask(how, &all, nullptr);
+}
+
 void stop_worker(int) { km::request_stop(); }
 
 // The first asks to stop at the next command; a second one of its kind ends the process at once. A
@@ -124,6 +137,7 @@ void prepare_worker_signals() {
     set_handler(SIGTERM, stop_worker, SA_RESTART | static_cast<int>(SA_RESETHAND));
     set_handler(SIGHUP, SIG_IGN, 0);
     set_handler(SIGPIPE, SIG_IGN, 0);
+    let_ends(SIG_UNBLOCK);
 }
 
 volatile pid_t worker_process = 0;
@@ -132,27 +146,47 @@ void pass_on(int signal) {
         ::kill(worker_process, signal);
 }
 
+// Before there was a worker that the terminal would have interrupted, too.
+bool is_interrupted() {
+    sigset_t pending;
+    return ::sigpending(&pending) == 0 && ::sigismember(&pending, SIGINT) == 1;
+}
+
 // While a worker runs, this process waits for it whatever comes. An interrupt from the terminal
-// reaches both; one for this process alone is passed on.
+// reaches both; a request to end for this process alone is passed on. What comes before there is a
+// worker that takes it waits so long.
 class waiting_signals {
   public:
     waiting_signals() {
+        const sigset_t all = end_signals();
+        ::sigprocmask(SIG_BLOCK, &all, &mask_);
+        was_interrupted_ = is_interrupted(); // to ignore the signal throws it away
         for (const int signal : {SIGINT, SIGTERM, SIGHUP})
             ::sigaction(signal, nullptr, &before_[signal]);
         set_handler(SIGINT, SIG_IGN, 0);
         set_handler(SIGHUP, SIG_IGN, 0);
         set_handler(SIGTERM, pass_on, SA_RESTART);
     }
+    void begin(pid_t worker) {
+        worker_process = worker;
+        if (was_interrupted_)
+            pass_on(SIGINT);
+        let_ends(SIG_UNBLOCK);
+    }
     ~waiting_signals() {
+        let_ends(SIG_BLOCK);
         for (const auto& [signal, action] : before_)
             ::sigaction(signal, &action, nullptr);
         worker_process = 0;
+        ::sigprocmask(SIG_SETMASK, &mask_, nullptr);
     }
     waiting_signals(const waiting_signals&) = delete;
     waiting_signals& operator=(const waiting_signals&) = delete;
 
   private:
     std::map<int, struct sigaction> before_;
+    sigset_t mask_;
+    bool was_interrupted_ = false;
 };
 
 [[noreturn]] void be_worker(int descriptor, const worker_body& body) {
@@ -222,6 +256,8 @@ void worker_line::result(const outcome& final) {
     send(result_mark + to_wire(final)); // no event: a long list would be coded twice
 }
 
+void hold_ends() { let_ends(SIG_BLOCK); }
+
 outcome run_worker(const worker_body& body, const progress_watcher& watch, worker_end* end) {
     int ends[2];
     heard so_far;
@@ -230,7 +266,7 @@ outcome run_worker(const worker_body& body, const progress_watcher& watch, worke
         return so_far.result;
     }
     std::fflush(nullptr);
-    const waiting_signals while_it_runs;
+    waiting_signals while_it_runs;
     const pid_t child = ::fork();
     if (child < 0) {
         so_far.result.fail(exit_failed, "fork", std::string("No process: ") + std::strerror(errno));
@@ -242,7 +278,7 @@ outcome run_worker(const worker_body& body, const progress_watcher& watch, worke
         ::close(ends[0]);
         be_worker(ends[1], body);
     }
-    worker_process = child;
+    while_it_runs.begin(child);
     ::close(ends[1]);
     listen(ends[0], so_far, watch);
     ::close(ends[0]);

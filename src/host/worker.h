@@ -70,6 +70,10 @@ struct worker_end {
     std::optional<stream_loss> loss; // also where an outcome came
 };
 
+// From now on SIGTERM and SIGINT reach this process only while it waits for a worker, which is
+// asked to stop: what a worker has told is shown, whatever comes.
+void hold_ends();
+
 // Runs `body` in a child process and gives its outcome. A child that dies, or that the library
 // ends, gives "pending" with exit code 10 and a message that says what happened; `end`, if not
 // null, tells how. `watch` may be empty. The caller must have one thread only.

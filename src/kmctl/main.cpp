@@ -390,6 +390,7 @@ outcome carry_out(const global_options& options, const arguments& given, const c
             kmhost::decide_reboot(result);
         drop_untold(options, choice, result);
     };
+    kmhost::hold_ends();
     const auto watch = kmctl::make_progress_line(options, choice.command);
     kmhost::worker_end end;
     outcome result = kmctl::run_with_retries(options, given.stream, body, enter, watch, end);

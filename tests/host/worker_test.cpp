@@ -1,6 +1,7 @@
 // Outcomes and the worker process.
 #include "engine_exit.h"
 #include "outcome.h"
+#include "stop_request.h"
 #include "worker.h"
 
 #include <csignal>
@@ -59,6 +60,34 @@ TEST(Worker, AnyEarlyEndIsPendingAndNeverASuccess) {
             EXPECT_EQ(end.why, "network error");
         }
     }
+}
+
+TEST(Worker, TakesRequestsToEndForTheWholeProcess) {
+    const auto told_to_stop = [] {
+        return kmhost::run_worker(
+            [](kmhost::worker_line&, outcome& out) {
+                for (int i = 0; i < 5000 && !km::stop_requested(); ++i)
+                    ::usleep(1000);
+                out.text = km::stop_requested() ? "stopped" : "";
+            },
+            {});
+    };
+    kmhost::hold_ends();
+    for (const int signal : {SIGINT, SIGTERM}) {
+        ::raise(signal);
+        EXPECT_EQ(told_to_stop().text, "stopped") << signal;
+    }
+    sigset_t ends, held;
+    ::raise(SIGTERM); // behind the worker: what it told is shown first
+    ::sigpending(&held);
+    EXPECT_EQ(::sigismember(&held, SIGTERM), 1);
+    EXPECT_EQ(::sigismember(&held, SIGINT), 0);
+    ::sigemptyset(&ends);
+    ::sigaddset(&ends, SIGTERM);
+    int got = 0;
+    ::sigwait(&ends, &got);
+    ::sigaddset(&ends, SIGINT);
+    ::sigprocmask(SIG_UNBLOCK, &ends, nullptr);
 }
 
 TEST(Outcome, TheFirstFailureDecidesAndJsonIsOneObject) {
