@@ -12,6 +12,7 @@
 #include "package_file.h"
 #include "sp_object.h"
 #include "tree_walk.h"
+#include "upgrade.h"
 
 #include <cerrno>
 #include <cinttypes>
@@ -21,6 +22,7 @@
 #include <filesystem>
 #include <set>
 #include <sys/stat.h>
+#include <vector>
 
 namespace kmhost {
 
@@ -135,6 +137,21 @@ void export_file(const export_request& request, outcome& result) {
         report(*opened.package, request, result);
 }
 
+// What an upgrade put into the tree, to take older versions out, is none of the package's own.
+void drop_what_an_upgrade_added(km::cm_package& package) {
+    std::vector<km::cm_command*> added;
+    for (km::list_iterator all(package.get_children()); all.hasMoreElements();) {
+        auto* command = static_cast<km::cm_command*>(all.nextElement());
+        const auto* program = dynamic_cast<const km::program_command*>(command);
+        if ((program && !program->acts_for.empty()) ||
+            (dynamic_cast<km::cm_composite_command*>(command) &&
+             command->caption == km::ustring(upgrade_caption)))
+            added.push_back(command);
+    }
+    for (auto* one : added)
+        package.get_children().remove(one);
+}
+
 void export_installed(const export_request& request, outcome& result) {
     catalog_store store;
     package_id id;
@@ -153,8 +170,9 @@ void export_installed(const export_request& request, outcome& result) {
     reader.decode(read, km::pathname(profile.c_str()), 0, km::sp_object::either);
     const std::unique_ptr<km::cm_package> package(read);
     if (!package)
-        result.fail(exit_failed, "profile", "The profile " + profile + " cannot be read.");
-    else if (write_definition(*package, request.output, result))
+        return result.fail(exit_failed, "profile", "The profile " + profile + " cannot be read.");
+    drop_what_an_upgrade_added(*package);
+    if (write_definition(*package, request.output, result))
         report(*package, request, result);
 }
 

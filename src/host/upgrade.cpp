@@ -276,6 +276,7 @@ void upgrader::merge() {
     if (removals.empty())
         return;
     auto* tail = new km::cm_composite_command(1);
+    tail->caption = upgrade_caption;
     package_.add(tail, nullptr);
     for (auto* one : removals)
         tail->add(one, nullptr);

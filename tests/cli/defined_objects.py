@@ -248,14 +248,22 @@ class ProgramsOfThePackage(DefinedObjects):
         self.assertEqual(self.files(), [])
 
     def test_an_upgrade_runs_the_remove_programs_of_what_goes(self):
-        first = self.made("1", self.program("both"), self.program("only"))
-        second = self.made("2", self.program("both"))
+        gone = "add_file { path = %s source = word }" % self.path("gone")
+        own = "remove_file { path = %s }" % self.path("own")
+        first = self.made("1", self.program("both"), self.program("only"), gone)
+        second = self.made("2", self.program("both"), own)
         self.km("install", first)
         self.told()
         self.assertIn("run bin/run.sh only 1 (only)", self.km("upgrade", second, "-n").out)
         self.km("upgrade", second)
         upgraded = ["both 2 install install p^2 w2", "only 1 remove remove p^1 w1"]
         self.assertEqual(self.told(), upgraded)
+        for package, text in (("p", "installed"), (second, "file")):
+            self.km("export", package, "-o", text)
+        blocks = [[line for line in text_of(self.path(text)).splitlines() if line.endswith("{")]
+                  for text in ("installed", "file")]
+        self.assertEqual(*blocks)
+        self.assertIn("  remove_file {", blocks[0])
         self.km("undo", "p")
         undone = ["only 1 undo install p^1 w1", "both 2 undo install p^2 w2",
                   "both 1 undo install p^1 w1"]
