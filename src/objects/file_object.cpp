@@ -152,34 +152,54 @@ cm_result km_file::write_temporary(unzipping_channel& in, const place& where,
 }
 
 namespace {
-// Under its own name, unless something stands there; else under a temporary one.
-bool give_name(const nameless_file& file, const place& where, const std::string& temporary,
-               bool is_taken, bool& in_place) {
-    in_place = !is_taken && name_open_file(where, where.name, file.file.get());
-    if (in_place || name_open_file(where, temporary, file.file.get()))
+// What another processor wrote for the file, as far as it serves.
+const nameless_file* ready_file(const inflate_ahead::entry_data& data, const place& where,
+                                const file_attributes& wanted) {
+    const auto* ready = dynamic_cast<const nameless_file*>(data.product.get());
+    return ready && ready->given == wanted && is_directory(where, ready->made_in) ? ready : nullptr;
+}
+
+// Under a temporary name beside what stands there.
+bool give_temporary_name(const nameless_file& file, const place& where, const std::string& name) {
+    if (name_open_file(where, name, file.file.get()))
         return true;
-    return errno == EEXIST && ::unlinkat(where.directory, temporary.c_str(), 0) == 0 &&
-           name_open_file(where, temporary, file.file.get());
+    return errno == EEXIST && ::unlinkat(where.directory, name.c_str(), 0) == 0 &&
+           name_open_file(where, name, file.file.get());
 }
 } // namespace
 
-// `is_taken`: something stands there. `in_place`: the new file does already.
-cm_result km_file::write_new(unzipping_channel& in, const place& where, const std::string& name,
-                             bool is_taken, bool& in_place) {
+// `data` of the right content. False: the file must be written in the usual way.
+bool km_file::place_nameless(const inflate_ahead::entry_data& data, const place& where,
+                             bool is_taken, std::string& name) {
+    std::unique_ptr<nameless_file> made;
+    const nameless_file* file = ready_file(data, where, attributes());
+    if (!file && !is_taken)
+        file = (made = write_nameless(where.directory, attributes(), data.bytes)).get();
+    if (!file)
+        return false;
+    KM_KILL_POINT("file.before_name");
+    written_inode_ = file->inode;
+    if (!is_taken && name_open_file(where, where.name, file->file.get()))
+        return true;
+    name = temporary_name();
+    return give_temporary_name(*file, where, name);
+}
+
+// `is_taken`: something stands there. `name`: the temporary one that the new file has; empty if it
+// has its own.
+cm_result km_file::write_new(unzipping_channel& in, const place& where, bool is_taken,
+                             std::string& name) {
     const auto data = take_data_ahead(in);
-    const auto* ready = data ? dynamic_cast<const nameless_file*>(data->product.get()) : nullptr;
-    if (ready && ready->given == attributes()) {
+    if (data) {
         const auto checked = check_written(in, static_cast<long>(data->bytes.size()), data->digest);
-        KM_KILL_POINT("file.before_name");
-        written_inode_ = ready->inode;
-        if (checked != cm_command::success || give_name(*ready, where, name, is_taken, in_place))
+        if (checked != cm_command::success || place_nameless(*data, where, is_taken, name))
             return checked;
     }
-    in_place = false;
+    name = temporary_name();
     return write_temporary(in, where, name, data.get());
 }
 
-cm_result km_file::bring(const std::string& name, const std::string& into) {
+cm_result km_file::bring(const std::string& into) {
     unzipping_channel* in = nullptr;
     const auto opened = open_data(in);
     if (opened != cm_command::success)
@@ -197,12 +217,13 @@ cm_result km_file::bring(const std::string& name, const std::string& into) {
     begin_temporary();
     stop_reading_ahead();
     come_to_files(*in, *package, where, replaces);
-    bool in_place = false;
-    const auto written = write_new(*in, where, name, is_taken, in_place);
+    std::string name;
+    const auto written = write_new(*in, where, is_taken, name);
     KM_KILL_POINT("file.before_rename");
-    if (written != cm_command::success || !(in_place || replace_name(where, name, replaces))) {
+    if (written != cm_command::success || !(name.empty() || replace_name(where, name, replaces))) {
         const int error = errno;
-        remove_name(where.parent + "/" + name, false);
+        if (!name.empty())
+            remove_name(where.parent + "/" + name, false);
         return written != cm_command::success ? written : fail("put in place", target, error);
     }
     end_temporary();
@@ -277,7 +298,7 @@ cm_result km_file::put(int) {
     const std::string& bytes = path_bytes();
     if (in_base)
         return take_from_base();
-    return bring(temporary_name(), bytes.substr(bytes.find_last_of('/') + 1));
+    return bring(bytes.substr(bytes.find_last_of('/') + 1));
 }
 
 // The staged copy stands beside the target, so that the commit is a rename.

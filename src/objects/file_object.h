@@ -67,8 +67,8 @@ class km_file : public km_object {
     cm_result take_from_base();
     bool stands_as_described(const std::string& at, bool with_rights) override;
     cm_result check_target(const place& where, const struct stat* present) override;
-    // Writes the data to `name` beside the target, then renames it to `into`.
-    cm_result bring(const std::string& name, const std::string& into);
+    // Writes the data to a file beside the target, which then takes the name `into`.
+    cm_result bring(const std::string& into);
     cm_result pass_over_data(cm_result with);
 
   private:
@@ -83,8 +83,10 @@ class km_file : public km_object {
     cm_result open_data(unzipping_channel*& in);
     cm_result write_ahead(unzipping_channel& in, const inflate_ahead::entry_data& data, int out,
                           const std::string& name);
-    cm_result write_new(unzipping_channel& in, const place& where, const std::string& name,
-                        bool is_taken, bool& in_place);
+    cm_result write_new(unzipping_channel& in, const place& where, bool is_taken,
+                        std::string& name);
+    bool place_nameless(const inflate_ahead::entry_data& data, const place& where, bool is_taken,
+                        std::string& name);
     cm_result check_written(unzipping_channel& in, long written, const std::string& sum);
     cm_result write_from(unzipping_channel& in, int out, const std::string& name);
     cm_result write_temporary(unzipping_channel& in, const place& where, const std::string& name,

@@ -8,22 +8,16 @@
 #include "durable.h"
 #include "file_object.h"
 #include "package.h"
+#include "target_root.h"
 #include "tree_files.h"
 
 #include <algorithm>
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <map>
 #include <sys/vfs.h>
 
 namespace km {
-
-// Stays open until the last file of it is written, however far the walk has come.
-struct files_ahead::directory {
-    open_file at;
-    // The file system would write the data of a file when it replaces another one, and have the
-    // walk wait for that.
-    bool starts_writing;
-};
 
 namespace {
 bool writes_what_replaces(int directory) {
@@ -31,26 +25,48 @@ bool writes_what_replaces(int directory) {
     return ::fstatfs(directory, &about) == 0 && about.f_type == EXT4_SUPER_MAGIC;
 }
 
+class locked {
+  public:
+    explicit locked(pthread_mutex_t& lock) : lock_(lock) { ::pthread_mutex_lock(&lock_); }
+    ~locked() { ::pthread_mutex_unlock(&lock_); }
+    locked(const locked&) = delete;
+    locked& operator=(const locked&) = delete;
+
+  private:
+    pthread_mutex_t& lock_;
+};
 } // namespace
+
+std::unique_ptr<nameless_file> write_nameless(int directory, const file_attributes& attributes,
+                                              const std::string& bytes) {
+    auto made = std::make_unique<nameless_file>(
+        ::openat(directory, ".", O_WRONLY | O_TMPFILE | O_CLOEXEC, mode_while_written(attributes)),
+        attributes);
+    if (!made->file.good() || !write_fully(made->file.get(), bytes.data(), bytes.size()) ||
+        set_attributes(made->file.get(), made->given, made->inode))
+        return nullptr;
+    return made;
+}
 
 void files_ahead::plan(const cm_package& package) {
     planned_for_ = &package;
-    directories_.clear();
+    std::map<std::string, std::size_t> known;
     std::vector<planned> files;
+    std::vector<std::string> parents;
     each_file(package, [&](const km_file& file) {
         if (file.sequence <= 0 || file.in_base || file.stood_as_described)
             return;
         const std::string& path = file.path_bytes();
-        const auto known = directories_.emplace(path.substr(0, path.find_last_of('/')),
-                                                static_cast<int>(directories_.size()));
-        files.push_back({file.sequence, known.first->second, file.attributes()});
+        const auto parent = known.emplace(path.substr(0, path.find_last_of('/')), parents.size());
+        if (parent.second)
+            parents.push_back(parent.first->first);
+        files.push_back({file.sequence, parent.first->second, file.attributes()});
     });
     std::sort(files.begin(), files.end(),
               [](const planned& a, const planned& b) { return a.number < b.number; });
-    ::pthread_mutex_lock(&lock_);
+    const locked here(lock_);
     files_.swap(files);
-    current_ = -1;
-    ::pthread_mutex_unlock(&lock_);
+    parents_.swap(parents);
 }
 
 bool files_ahead::come_to(const cm_package& package, const place& where, bool replaces) {
@@ -59,58 +75,73 @@ bool files_ahead::come_to(const cm_package& package, const place& where, bool re
     else if (parent_ == where.parent)
         return false;
     parent_ = where.parent;
-    const auto known = directories_.find(parent_);
-    auto open = std::shared_ptr<directory>(
-        new directory{open_file(::fcntl(where.directory, F_DUPFD_CLOEXEC, 0)),
-                      replaces && writes_what_replaces(where.directory)});
-    ::pthread_mutex_lock(&lock_);
-    current_ = known == directories_.end() || !open->at.good() ? -1 : known->second;
-    open_.swap(open);
-    ::pthread_mutex_unlock(&lock_);
+    const locked here(lock_);
+    missing_.clear();
+    replaces_ = replaces;
     return true;
 }
 
-bool files_ahead::find(const std::string& name, planned& file, std::shared_ptr<directory>& into) {
+// Locked.
+const files_ahead::planned* files_ahead::find(const std::string& name) const {
     const long number = data_entry_number(name.c_str());
-    ::pthread_mutex_lock(&lock_);
     const auto same =
         std::lower_bound(files_.begin(), files_.end(), number,
                          [](const planned& one, long wanted) { return one.number < wanted; });
-    const bool found = is_possible_ && same != files_.end() && same->number == number &&
-                       same->directory == current_;
-    if (found) {
-        file = *same;
-        into = open_;
-    }
-    ::pthread_mutex_unlock(&lock_);
-    return found;
+    return same != files_.end() && same->number == number ? &*same : nullptr;
 }
 
-bool files_ahead::is_due(const std::string& name) {
-    planned file;
-    std::shared_ptr<directory> into;
-    return find(name, file, into);
+entry_work::when files_ahead::is_due(const std::string& name) {
+    const locked here(lock_);
+    if (!is_possible_)
+        return when::never;
+    if (files_.empty())
+        return when::later;
+    const planned* file = find(name);
+    if (!file)
+        return when::never;
+    return parents_[file->parent] == missing_ ? when::later : when::now;
+}
+
+// The walk makes a directory before it comes to the files in it.
+const files_ahead::directory* files_ahead::open_parent(const std::string& path, bool replaces) {
+    if (open_ && open_->path == path)
+        return open_.get();
+    open_.reset(new directory{path, open_file(open_directory_below_root(path))});
+    if (!open_->at.good() || ::fstat(open_->at.get(), &open_->about) != 0) {
+        open_.reset();
+        return nullptr;
+    }
+    open_->starts_writing = replaces && writes_what_replaces(open_->at.get());
+    return open_.get();
 }
 
 std::unique_ptr<entry_work::product> files_ahead::work(const std::string& name,
                                                        const std::string& bytes) {
-    planned file;
-    std::shared_ptr<directory> into;
-    if (!find(name, file, into))
-        return nullptr;
-    auto made = std::make_unique<nameless_file>(::openat(into->at.get(), ".",
-                                                         O_WRONLY | O_TMPFILE | O_CLOEXEC,
-                                                         mode_while_written(file.attributes)),
-                                                file.attributes);
-    if (!made->file.good()) {
-        ::pthread_mutex_lock(&lock_);
-        is_possible_ = false;
-        ::pthread_mutex_unlock(&lock_);
+    file_attributes attributes;
+    std::string parent;
+    bool replaces = false;
+    {
+        const locked here(lock_);
+        const planned* file = find(name);
+        if (!file)
+            return nullptr;
+        attributes = file->attributes;
+        parent = parents_[file->parent];
+        replaces = replaces_;
+    }
+    const directory* into = open_parent(parent, replaces);
+    if (!into) {
+        const locked here(lock_);
+        missing_ = parent;
         return nullptr;
     }
-    if (!write_fully(made->file.get(), bytes.data(), bytes.size()) ||
-        set_attributes(made->file.get(), made->given, made->inode))
+    auto made = write_nameless(into->at.get(), attributes, bytes);
+    if (!made) {
+        const locked here(lock_);
+        is_possible_ = false;
         return nullptr;
+    }
+    made->made_in = into->about;
     if (into->starts_writing)
         ::sync_file_range(made->file.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
     return made;

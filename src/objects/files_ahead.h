@@ -1,18 +1,19 @@
 // files_ahead: files written before their turn by a second processor, without a name
 //
-// While the walk puts one file of a directory in place, the data of those that follow there are
-// written to files without a name. Giving one its name is all that is left to do in its turn. What
-// never gets a name is gone with its descriptor, also when the process is killed.
+// While the walk puts one file in place, the data of those that follow are written to files without
+// a name, as far as their directories stand. Giving one its name is all that is left to do in its
+// turn. What never gets a name is gone with its descriptor, also when the process is killed.
 #pragma once
 
 #include "file_attributes.h"
 #include "inflate_ahead.h"
 #include "open_file.h"
 
-#include <map>
+#include <cstddef>
 #include <memory>
 #include <pthread.h>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 namespace km {
@@ -25,39 +26,55 @@ struct nameless_file : entry_work::product {
         : file(descriptor), given(attributes) {}
     open_file file; // holds the data of the entry
     ino_t inode = 0;
-    file_attributes given; // that it has
+    file_attributes given;  // that it has
+    struct stat made_in {}; // the directory, which may have given it rights of its own
 };
+
+// Such a file in an open directory. Null: it cannot be made there, or not be written.
+std::unique_ptr<nameless_file> write_nameless(int directory, const file_attributes& attributes,
+                                              const std::string& bytes);
 
 class files_ahead : public entry_work {
   public:
-    bool is_due(const std::string& name) override;
+    when is_due(const std::string& name) override;
     std::unique_ptr<product> work(const std::string& name, const std::string& bytes) override;
 
-    // The walk has come to `where`; true if that is another directory than before. Of the files of
-    // the package that are there too, those that do not stand already are due. `replaces`: a file
-    // stood where the first of them goes.
+    // The walk has come to `where`; true if that is another directory than before. The files of
+    // the package that do not stand already are due. `replaces`: a file stood where this one goes.
     bool come_to(const cm_package& package, const place& where, bool replaces);
 
   private:
-    struct directory;
     struct planned {
         long number = 0; // of its entry
-        int directory = 0;
+        std::size_t parent = 0;
         file_attributes attributes;
+    };
+    // In use by the thread that works.
+    struct directory {
+        std::string path;
+        open_file at;
+        struct stat about {};
+        // The file system would write the data of a file when it replaces another one, and have
+        // the walk wait for that.
+        bool starts_writing = false;
     };
 
     void plan(const cm_package& package);
-    bool find(const std::string& name, planned& file, std::shared_ptr<directory>& into);
+    const planned* find(const std::string& name) const;
+    const directory* open_parent(const std::string& path, bool replaces);
 
     // Of the walk alone:
     const cm_package* planned_for_ = nullptr;
     std::string parent_;
-    std::map<std::string, int> directories_;
+
+    // Of the thread alone:
+    std::unique_ptr<directory> open_;
 
     pthread_mutex_t lock_ = PTHREAD_MUTEX_INITIALIZER; // for the rest
     std::vector<planned> files_;                       // by number
-    int current_ = -1;
-    std::shared_ptr<directory> open_;
+    std::vector<std::string> parents_;
+    std::string missing_; // the directory that is not there yet
+    bool replaces_ = false;
     bool is_possible_ = true; // file systems without such files exist
 };
 

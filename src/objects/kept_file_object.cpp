@@ -171,10 +171,9 @@ cm_result km_kept_file::drop_beside() {
 
 cm_result km_kept_file::lay_beside() {
     const std::string& bytes = path_bytes();
-    const auto laid =
-        stands_as_described(beside(), false)
-            ? pass_over_data(cm_command::success) // a second run
-            : bring(temporary_name(), bytes.substr(bytes.find_last_of('/') + 1) + kept_suffix);
+    const auto laid = stands_as_described(beside(), false)
+                          ? pass_over_data(cm_command::success) // a second run
+                          : bring(bytes.substr(bytes.find_last_of('/') + 1) + kept_suffix);
     if (laid == cm_command::success)
         tell(package, om_kept, bytes, beside());
     return laid;

@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <map>
+#include <string_view>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -26,8 +27,9 @@ constexpr size_t cached_directories = 8;
 struct cached {
     std::string path;
     int descriptor;
-    bool has_device = false;
+    bool is_known = false;
     dev_t device = 0;
+    ino_t inode = 0;
     bool takes_names = false;
     bool gives_back_slowly = false;
 };
@@ -79,7 +81,7 @@ int open_below(const std::string& path, int flags) {
 }
 
 // Most recently used last.
-int cached_directory(const std::string& path) {
+int cached_directory(std::string_view path) {
     auto& all = state().directories;
     for (size_t i = all.size(); i-- > 0;)
         if (all[i].path == path) {
@@ -91,21 +93,22 @@ int cached_directory(const std::string& path) {
     return -1;
 }
 
-bool is_known_absent(const std::string& path) {
+bool is_known_absent(std::string_view path) {
     const std::string& absent = state().absent;
     return !absent.empty() && path.compare(0, absent.size(), absent) == 0 &&
            (path.size() == absent.size() || path[absent.size()] == '/');
 }
 
-int directory_of(const std::string& path) {
-    int descriptor = cached_directory(path);
+int directory_of(std::string_view named) {
+    int descriptor = cached_directory(named);
     if (descriptor >= 0)
         return descriptor;
     // Before an install all names below a missing directory are asked for one by one.
-    if (is_known_absent(path)) {
+    if (is_known_absent(named)) {
         errno = ENOENT;
         return -1;
     }
+    const std::string path(named);
     descriptor = open_below(path, O_PATH | O_DIRECTORY);
     if (descriptor < 0) {
         if (errno == ENOENT)
@@ -132,22 +135,30 @@ cached* cached_under(int directory) {
     return nullptr;
 }
 
-// The file system of a directory; one of the cached is asked once. False with errno.
-bool device_of(int directory, dev_t& device) {
+// The file system and the number of a directory; one of the cached is asked once. False with errno.
+bool identity_of(int directory, dev_t& device, ino_t& inode) {
     cached* known = cached_under(directory);
-    if (known && known->has_device) {
+    if (known && known->is_known) {
         device = known->device;
+        inode = known->inode;
         return true;
     }
     struct stat about {};
     if (::fstat(directory, &about) != 0)
         return false;
     device = about.st_dev;
+    inode = about.st_ino;
     if (known) {
-        known->has_device = true;
+        known->is_known = true;
         known->device = device;
+        known->inode = inode;
     }
     return true;
+}
+
+bool device_of(int directory, dev_t& device) {
+    ino_t inode = 0;
+    return identity_of(directory, device, inode);
 }
 
 // An open descriptor of an O_PATH directory on which modes can be changed and file systems synced.
@@ -189,29 +200,47 @@ int set_target_root(const char* directory) {
 
 const std::string& get_target_root() { return state().text; }
 
+namespace {
+// Of a well-formed path.
+struct split_path {
+    std::string_view parent{"/"}, name{"."};
+
+    explicit split_path(const std::string& path) {
+        const size_t last = path.find_last_not_of('/');
+        if (last == std::string::npos)
+            return; // the root itself
+        const size_t slash = path.find_last_of('/', last);
+        const std::string_view all(path);
+        name = all.substr(slash + 1, last - slash);
+        if (slash > 0)
+            parent = all.substr(0, slash);
+        is_named = name != "." && name != "..";
+    }
+    bool is_named = true;
+};
+} // namespace
+
 place locate(const std::string& path) {
     place where;
-    if (!well_formed(path)) {
-        where.error = EINVAL;
+    where.error = EINVAL;
+    if (!well_formed(path))
         return where;
-    }
-    const size_t end = path.find_last_not_of('/');
-    const size_t slash = end == std::string::npos ? 0 : path.find_last_of('/', end);
-    where.parent = slash == 0 ? "/" : path.substr(0, slash);
-    where.name = end == std::string::npos ? "." : path.substr(slash + 1, end - slash);
-    if (end != std::string::npos && (where.name == "." || where.name == "..")) {
-        where.error = EINVAL;
+    const split_path parts(path);
+    where.parent = parts.parent;
+    where.name = parts.name;
+    if (!parts.is_named)
         return where;
-    }
-    where.directory = directory_of(where.parent);
-    if (where.directory < 0)
-        where.error = errno;
+    where.directory = directory_of(parts.parent);
+    where.error = where.directory < 0 ? errno : 0;
     return where;
 }
 
 std::vector<std::string> missing_parents(const std::string& path, int& error) {
     std::vector<std::string> missing;
     error = 0;
+    if (well_formed(path) && split_path(path).is_named &&
+        cached_directory(split_path(path).parent) >= 0)
+        return missing;
     std::string here = path;
     for (;;) {
         place where = locate(here);
@@ -278,12 +307,18 @@ one_look::~one_look() {
 
 namespace {
 int look_anew(const std::string& path, struct stat& about) {
-    place where = locate(path);
-    if (!where.found()) {
+    place where;
+    const char* name = nullptr; // of which no copy is needed
+    if (well_formed(path) && path.back() != '/' && split_path(path).is_named) {
+        const split_path parts(path);
+        where.directory = directory_of(parts.parent);
+        name = parts.name.data();
+    } else {
+        where = locate(path);
+        name = where.name.c_str();
         errno = where.error;
-        return 0;
     }
-    return ::fstatat(where.directory, where.name.c_str(), &about, AT_SYMLINK_NOFOLLOW) == 0;
+    return where.found() && ::fstatat(where.directory, name, &about, AT_SYMLINK_NOFOLLOW) == 0;
 }
 } // namespace
 
@@ -438,9 +473,23 @@ int replace_name(const place& where, const std::string& temporary, bool replaces
     return 1;
 }
 
-int name_open_file(const place& where, const std::string& name, int open_file) {
+namespace {
+// Straight by its descriptor, which is quicker but not granted to everybody; or by its name in
+// /proc.
+bool link_open_file(int directory, const char* name, int open_file) {
+    static bool is_granted = true;
+    if (is_granted && ::linkat(open_file, "", directory, name, AT_EMPTY_PATH) == 0)
+        return true;
+    if (is_granted && errno != ENOENT)
+        return false;
+    is_granted = false;
     const std::string from = "/proc/self/fd/" + std::to_string(open_file);
-    if (::linkat(AT_FDCWD, from.c_str(), where.directory, name.c_str(), AT_SYMLINK_FOLLOW) != 0)
+    return ::linkat(AT_FDCWD, from.c_str(), directory, name, AT_SYMLINK_FOLLOW) == 0;
+}
+} // namespace
+
+int name_open_file(const place& where, const std::string& name, int open_file) {
+    if (!link_open_file(where.directory, name.c_str(), open_file))
         return 0;
     touched(where.directory, open_file);
     return 1;
@@ -501,6 +550,13 @@ int may_write_in(const place& where) {
 }
 
 int file_system_of(int directory, dev_t& device) { return device_of(directory, device); }
+
+int is_directory(const place& where, const struct stat& about) {
+    dev_t device = 0;
+    ino_t inode = 0;
+    return identity_of(where.directory, device, inode) && device == about.st_dev &&
+           inode == about.st_ino;
+}
 
 int room_in(int directory, unsigned long long& bytes, dev_t& device) {
     struct statvfs space {};

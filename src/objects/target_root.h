@@ -100,6 +100,9 @@ int may_write_in(const place& where);
 // Device number of the file system of `directory`. 1, or 0 with errno.
 int file_system_of(int directory, dev_t& device);
 
+// 1 if `about` is of the directory that `where` is in.
+int is_directory(const place& where, const struct stat& about);
+
 // Bytes that the caller may still write on the file system of `directory`, and its device number.
 // 1, or 0 with errno.
 int room_in(int directory, unsigned long long& bytes, dev_t& device);

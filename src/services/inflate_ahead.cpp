@@ -69,9 +69,14 @@ void inflate_ahead::shared::hand_over(const entry_place& one, std::unique_ptr<en
 }
 
 inflate_ahead::shared::inflated* inflate_ahead::shared::due() {
-    for (size_t i = left_to_reader; i < ready.size() && i < most_worked; ++i)
-        if (!ready[i].worked && work->is_due(ready[i].of.name))
-            return &ready[i];
+    for (size_t i = left_to_reader; i < ready.size() && i < most_worked; ++i) {
+        if (ready[i].worked)
+            continue;
+        const auto turn = work->is_due(ready[i].of.name);
+        if (turn != entry_work::when::never)
+            return turn == entry_work::when::now ? &ready[i] : nullptr;
+        ready[i].worked = true;
+    }
     return nullptr;
 }
 
@@ -88,12 +93,13 @@ bool inflate_ahead::shared::work_on_next() {
         return false;
     const entry_place of = chosen->of;
     auto data = std::move(chosen->data);
-    chosen->worked = true;
     ::pthread_mutex_unlock(&lock);
     data->product = work->work(of.name, data->bytes);
     ::pthread_mutex_lock(&lock);
-    if (inflated* still = find(of.offset))
+    if (inflated* still = find(of.offset)) {
+        still->worked = data->product || work->is_due(of.name) != entry_work::when::later;
         still->data = std::move(data);
+    }
     wake_reader();
     return true;
 }

@@ -23,9 +23,12 @@ class entry_work {
     virtual ~entry_work() = default;
     entry_work(const entry_work&) = delete;
     entry_work& operator=(const entry_work&) = delete;
+    // `later`: not yet, and no entry behind it either.
+    enum class when { never, later, now };
     // Whether the entry's turn has come. Called in either thread, which the other one waits for.
-    virtual bool is_due(const std::string& name) = 0;
-    // Called in the thread that inflates. Null: nothing came of it, and nobody is told.
+    virtual when is_due(const std::string& name) = 0;
+    // Called in the thread that inflates. Null: nothing came of it, and nobody is told; it is tried
+    // again if the entry turns out to be due later.
     virtual std::unique_ptr<product> work(const std::string& name, const std::string& bytes) = 0;
 };
 

@@ -49,20 +49,25 @@ TEST_F(FilesAhead, LeaveNothingBehindAKill) {
 }
 #endif
 
-// The directory in which the walk is, or a file system that makes no such files.
+// Files whose directory stands, on a file system that makes such files.
 TEST_F(FilesAhead, KnowWhatTheyWereMadeFor) {
+    using when = km::entry_work::when;
     km::files_ahead ahead;
     stores all(dir_.at("store"));
     std::unique_ptr<km::unzipping_channel> data;
     const auto package = from_package_file(all, data);
     ASSERT_TRUE(package);
+    EXPECT_EQ(ahead.is_due("d/00000002"), when::later); // the walk is not there yet
+    EXPECT_TRUE(ahead.come_to(*package, km::locate("/etc/x"), true));
+    EXPECT_EQ(ahead.is_due("d/00000002"), when::now);
+    EXPECT_EQ(ahead.work("d/00000002", "some bytes"), nullptr); // no directory
+    EXPECT_EQ(ahead.is_due("d/00000002"), when::later);
     fs::create_directories(dir_.at("target/opt/many"));
-    EXPECT_FALSE(ahead.is_due("d/00000002")); // the walk is not there yet
     EXPECT_TRUE(ahead.come_to(*package, km::locate(path_of(0)), true));
     EXPECT_FALSE(ahead.come_to(*package, km::locate(path_of(1)), true));
-    EXPECT_TRUE(ahead.is_due("d/00000002"));
-    EXPECT_FALSE(ahead.is_due("d/00000099"));
-    EXPECT_FALSE(ahead.is_due("SoftwarePackage"));
+    EXPECT_EQ(ahead.is_due("d/00000002"), when::now);
+    EXPECT_EQ(ahead.is_due("d/00000099"), when::never);
+    EXPECT_EQ(ahead.is_due("SoftwarePackage"), when::never);
     const auto made = ahead.work("d/00000002", "some bytes");
     const auto* file = dynamic_cast<const km::nameless_file*>(made.get());
     ASSERT_TRUE(file);
@@ -72,9 +77,8 @@ TEST_F(FilesAhead, KnowWhatTheyWereMadeFor) {
     EXPECT_EQ(about.st_size, 10);
     EXPECT_EQ(about.st_nlink, 0U);
     EXPECT_EQ(about.st_mtim.tv_sec, packed_at);
-    EXPECT_TRUE(ahead.come_to(*package, km::locate("/etc/x"), false));
-    EXPECT_FALSE(ahead.is_due("d/00000002"));
-    EXPECT_EQ(ahead.work("d/00000002", "some bytes"), nullptr);
+    EXPECT_TRUE(km::is_directory(km::locate(path_of(0)), file->made_in));
+    EXPECT_FALSE(km::is_directory(km::locate("/etc"), file->made_in));
     km::end_data_ahead();
     ASSERT_EQ(km::set_target_root("/proc"), 1);
     km::files_ahead nowhere;

@@ -274,7 +274,9 @@ class marking : public km::entry_work {
     struct mark : product {
         std::string of;
     };
-    bool is_due(const std::string& name) override { return std::stoi(name.substr(1)) % 3 == 0; }
+    when is_due(const std::string& name) override {
+        return std::stoi(name.substr(1)) % 3 == 0 ? when::now : when::never;
+    }
     std::unique_ptr<product> work(const std::string& name, const std::string& bytes) override {
         ::usleep(300);
         auto made = std::make_unique<mark>();
