@@ -23,6 +23,7 @@
 #include "report_writer.h"
 #include "status_words.h"
 #include "stop_request.h"
+#include "target_root.h"
 #include "upgrade_record.h"
 
 #include <cerrno>
@@ -34,6 +35,7 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kmhost {
@@ -333,6 +335,11 @@ void catalog_store::hand_over_strays() {
     km::sweep_private_directories([this](const std::string& name, const std::string& version) {
         return find(name, version) != nullptr;
     });
+}
+
+bool catalog_store::is_on_touched() const {
+    struct stat about {};
+    return ::stat(file_.c_str(), &about) == 0 && km::is_touched(about.st_dev);
 }
 
 int catalog_store::flush() const {

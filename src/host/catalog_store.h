@@ -40,6 +40,8 @@ class catalog_store {
     const std::vector<package_id>& finished_removals() const { return finished_; }
     // Takes counts of packages that the catalog does not know out of the table.
     void prune_counts();
+    // Whether the next km::flush_touched() flushes its file, too.
+    bool is_on_touched() const;
     // Flushes the catalog's file. 1 or 0.
     int flush() const;
 

@@ -21,8 +21,8 @@ const package_id* current_id = nullptr;
 
 int make_durable() {
     keep_digest_state();
-    const int objects = km::flush_touched();
-    return objects && (!current_store || current_store->flush());
+    const bool with_objects = current_store && current_store->is_on_touched();
+    return km::flush_touched() && (!current_store || with_objects || current_store->flush());
 }
 
 void on_exit(int status, const char* why) {

@@ -129,6 +129,11 @@ void forget_holders(const package_id& id) {
         km::sync_directory(km::pathname(file_of(id).parent_path().c_str()));
 }
 
+void drop_holders(const package_id& id) {
+    std::error_code error;
+    fs::remove(file_of(id), error);
+}
+
 long keep_what_others_hold(const catalog_store& store, const package_id& id, km::cm_package& tree) {
     const auto held = held_by_others(store, id);
     if (held.empty())

@@ -25,6 +25,9 @@ path_hashes held_by_others(const catalog_store& store, const package_id& but);
 // Writes the list of a package. A failure only means that it is made again later.
 void write_holders(const package_id& id, km::cm_package& tree);
 void forget_holders(const package_id& id);
+// Of a package that left the catalog: a list that a power cut brings back is forgotten by the sweep
+// before the next change.
+void drop_holders(const package_id& id);
 
 // Before a removal of the package runs, or is verified: what another package holds, too, stays
 // where it is in this run. Returns how many paths these are.

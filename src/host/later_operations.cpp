@@ -66,7 +66,7 @@ void follow_up(session& at, const kind& what) {
         return;
     if (what.operation == km::o_undo || what.operation == km::o_commit)
         restore_after_undo(at.store, at.id, at.result());
-    forget_holders(at.id);
+    drop_holders(at.id);
     km::hand_over_made_directories(at.id.name, at.id.version);
 }
 

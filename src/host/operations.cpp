@@ -116,6 +116,13 @@ bool run_install(session& at, opened_package& opened, const intent& what, bool w
 
 namespace {
 
+// The process ends behind the operation: to take the tree of thousands of commands apart would only
+// hold its answer up.
+void keep_until_exit(std::unique_ptr<km::cm_package> package) {
+    static auto& kept = *new std::vector<std::unique_ptr<km::cm_package>>;
+    kept.push_back(std::move(package));
+}
+
 // A digest is known at the end of a stream only: until then everything can be taken back.
 operation_request prepared(const operation_request& given) {
     operation_request request = given;
@@ -193,6 +200,7 @@ void install(const operation_request& given, worker_line& line, outcome& result)
         return plan_install(package, at.id, at.entry(), request.mode, result);
     }
     change_by_install(request, wanted, at, opened, line);
+    keep_until_exit(std::move(opened.package));
 }
 
 namespace {
@@ -273,14 +281,7 @@ void end_remove(session& at, const km::cm_catalog_entry& before) {
     if (is_in_error(before))
         km::remove_empty_made_directories(at.id.name, at.id.version);
     km::hand_over_made_directories(at.id.name, at.id.version);
-    forget_holders(at.id);
-}
-
-// The process ends behind a removal: to take the tree of thousands of commands apart would only
-// hold its answer up.
-void keep_until_exit(std::unique_ptr<km::cm_package> package) {
-    static auto& kept = *new std::vector<std::unique_ptr<km::cm_package>>;
-    kept.push_back(std::move(package));
+    drop_holders(at.id);
 }
 
 // False: it was refused, and changed nothing.

@@ -34,7 +34,19 @@ struct note_list {
     bool operator==(const note_list&) const = default;
 };
 
+// What the name of a file of notes is made of.
+struct notes_owner {
+    ustring name, version, description;
+    std::int32_t is_backup = 0;
+
+    bool is(const cm_package& package) const {
+        return is_backup == package.is_backup_package && name == package.name &&
+               version == package.version && description == package.description;
+    }
+};
+
 struct notes {
+    notes_owner owner;
     std::string file;
     note_list own;
     note_list left;
@@ -104,9 +116,12 @@ note_list read_notes(const std::string& file) {
 
 notes& notes_of(const cm_package& package) {
     notes& known = cached();
+    if (known.read && known.owner.is(package))
+        return known;
     std::string path = file_of(package);
     if (!known.read || known.file != path)
-        known = {path, read_notes(path), read_notes(left_file()), {}, true};
+        known = {{}, path, read_notes(path), read_notes(left_file()), {}, true};
+    known.owner = {package.name, package.version, package.description, package.is_backup_package};
     return known;
 }
 

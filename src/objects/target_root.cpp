@@ -587,6 +587,8 @@ void wrote_file(int directory, long bytes) {
         note_change(device, directory, bytes);
 }
 
+int is_touched(dev_t device) { return state().changed.count(device) != 0; }
+
 int flush_touched() {
     finish_releases();
     auto& changed = state().changed;

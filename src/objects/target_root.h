@@ -114,6 +114,9 @@ void touched(int directory, int open_file = -1);
 // background.
 void wrote_file(int directory, long bytes);
 
+// 1 if something was changed on the file system since the last flush.
+int is_touched(dev_t device);
+
 // One flush per file system that was changed since the last call. 1, or 0 with errno of the first
 // that failed; what failed is tried again by the next call.
 int flush_touched();
