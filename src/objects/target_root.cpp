@@ -120,7 +120,9 @@ int directory_of(std::string_view named) {
         ::close(all.front().descriptor);
         all.erase(all.begin());
     }
-    all.push_back({path, descriptor, false, 0, false, gives_back_slowly(descriptor)});
+    all.push_back({.path = path,
+                   .descriptor = descriptor,
+                   .gives_back_slowly = gives_back_slowly(descriptor)});
     return descriptor;
 }
 
