@@ -103,18 +103,18 @@ class switched_off {
 };
 
 // The result of a command that is not run because somebody asked for that; else success.
-cm_result stops_here(int action, int phase) {
+cm_result stops_here(cm_package* package, int action, int phase) {
     const bool works = phase == p_do || phase == p_prepare || phase == p_commit;
     if (!works || (action != a_execute && action != a_reverse))
         return cm_command::success;
     if (take_failure_request())
         return cm_command::failure;
-    return stop_requested() ? cm_command::success_retry : cm_command::success;
+    return package && stop_requested() ? result_of_stop(*package, phase) : cm_command::success;
 }
 } // namespace
 
 void km_add_command::do_execute(int action, int phase) {
-    if ((result = stops_here(action, phase)) != success)
+    if ((result = stops_here(package, action, phase)) != success)
         return;
     const one_look for_all_questions;
     tell_index(own(), command_index);
@@ -204,7 +204,7 @@ void km_remove_command::can_execute(int action, int phase) {
 }
 
 void km_remove_command::do_execute(int action, int phase) {
-    if ((result = stops_here(action, phase)) != success)
+    if ((result = stops_here(package, action, phase)) != success)
         return;
     tell_index(dynamic_cast<km_object*>(object), command_index);
     const bool asked_for = package && !package->is_backup_package;

@@ -238,7 +238,7 @@ void program_command::do_execute(int action, int phase) {
     const bool lays = files.tree() && action == a_execute && (phase == p_do || phase == p_prepare);
     if (!verifies && (lays || (one && does_work(phase))) &&
         (stop_requested() || take_failure_request())) {
-        result = stop_requested() ? success_retry : failure;
+        result = stop_requested() ? result_of_stop(*package, phase) : failure;
         return;
     }
     if (lays && !lay_files())

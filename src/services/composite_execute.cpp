@@ -165,13 +165,10 @@ cm_composite_command::step cm_composite_command::fold(list_iterator& at, cm_comm
         package->_curr_result |= bit_in_a_reboot;
         return step::go_on;
     case success_retry:
-        if (package->not_compressed_installation) {
+        if (package->not_compressed_installation)
             child.set_executed(1);
-        } else {
+        else
             run_again();
-            // A walk behind the first one passes over what that one has not executed.
-            child.set_executed(package->get_executed());
-        }
         return end_walk_with(success_retry);
     case warning:
         child.set_executed(1);

@@ -165,6 +165,15 @@ INSTANTIATE_TEST_SUITE_P(
     case_name);
 #endif
 
+// What stops between two commands goes on there.
+INSTANTIATE_TEST_SUITE_P(
+    Stops, InstallLife,
+    testing::Values("stop 4 install; again; install = 0 IC--- new",
+                    "install t = 0 IP--- before; stop 5 commit; commit = 0 IC--- new",
+                    "install tu = 0 IPU-- before; stop 9 commit; stop 3 commit; "
+                    "commit = 0 ICU-- new; undo = 0 none before"),
+    case_name);
+
 // What stood there is left, by the commit as by the remove; what the package put there goes, also
 // where its commit was cut behind the rename.
 TEST_F(LifeTest, APreparedInstallThatReplacesNothingTakesNothingAway) {

@@ -9,6 +9,7 @@
 #include "made_directories.h"
 #include "object_commands.h"
 #include "room.h"
+#include "stop_request.h"
 #include "zip_file.h"
 
 #include "package/package_fixture.h"
@@ -18,6 +19,7 @@
 #include <set>
 #include <sstream>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 namespace km_test {
 
@@ -343,8 +345,9 @@ class LifeTest : public PackageTest {
     // Steps apart by ';', "OPERATION MODE = RESULT LETTERS TREE": result, letters and tree hold
     // what must come of it ("-" any tree). Mode letters below. Others: "fail CALL ACTION PHASE
     // NAME=RESULT", "mend" (nothing fails any more), "spoil" and "heal" a file of the package,
-    // "block" and "free" the directory of backups, "kill POINT OPERATION MODE", "again" (what was
-    // cut goes on from its profile), "refused OPERATION" (beside the gate).
+    // "block" and "free" the directory of backups, "kill POINT OPERATION MODE", "stop COUNT
+    // OPERATION MODE" (asked for behind so many commands), "again" (what was cut goes on from its
+    // profile), "refused OPERATION" (beside the gate).
     void play(const std::string& script) {
         SCOPED_TRACE(script);
         std::istringstream steps(script);
@@ -398,6 +401,8 @@ class LifeTest : public PackageTest {
             EXPECT_EQ(run(op, 0), 9) << op;
         } else if (word == "kill") {
             killed(words);
+        } else if (word == "stop") {
+            stopped(words);
         } else {
             return false;
         }
@@ -407,6 +412,27 @@ class LifeTest : public PackageTest {
         std::string point, op, mode;
         words >> point >> op >> mode;
         ASSERT_TRUE(dies_at(point, [&] { run(op, mode_of(mode)); })) << " is not on the way";
+    }
+    // In a process of its own: a request to stop stays.
+    void stopped(std::istringstream& words) {
+        static int left = 0;
+        std::string op, mode;
+        words >> left >> op >> mode;
+        const pid_t child = ::fork();
+        if (child == 0) {
+            auto hooks = km::get_engine_hooks();
+            hooks.progress = [](long, long, const km::cm_command*) {
+                if (--left == 0)
+                    km::request_stop();
+            };
+            km::set_engine_hooks(hooks);
+            const int result = run(op, mode_of(mode));
+            ::_exit(km::stop_requested() ? result : 99);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        // The first leg of an operation ends the process itself.
+        EXPECT_TRUE(status == 0 || status == km::cm_command::success_retry << 8) << status;
     }
     static unsigned mode_of(const std::string& letters) {
         static const std::map<char, unsigned> bits = {

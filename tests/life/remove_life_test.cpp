@@ -51,6 +51,14 @@ INSTANTIATE_TEST_SUITE_P(
                     "undo = 0 IC--- new"),
     case_name);
 
+INSTANTIATE_TEST_SUITE_P(
+    Stops, RemoveLife,
+    testing::Values("stop 4 remove; again; remove = 0 none removed",
+                    "remove t = 0 RP--- new; stop 5 commit; commit = 0 none removed",
+                    "remove tu = 0 RPU-- new; stop 8 commit; stop 2 commit; "
+                    "commit = 0 RCU-- removed; undo = 0 IC--- new"),
+    case_name);
+
 #ifdef KM_KILL_POINTS // a release build has none
 INSTANTIATE_TEST_SUITE_P(
     Kills, RemoveLife,

@@ -216,16 +216,6 @@ TEST(CompositeWalk, PhasesOfTheSecondLeg) {
     EXPECT_EQ(of.walk(a_execute, p_commit_cleanup), "b a 0");
 }
 
-TEST(CompositeWalk, ASecondLegThatWasStoppedGoesOnWhereItStopped) {
-    tree of("a b6 c");
-    of[0].in_commit = of.package.executed = 1;
-    for (auto* child : of.commands)
-        child->executed = 1;
-    EXPECT_EQ(of.walk(a_execute, p_commit), "a b 6");
-    of[1].run = cm_command::success;
-    EXPECT_EQ(of.walk(a_execute, p_commit), "b c 0");
-}
-
 TEST(CompositeCheck, ATemporaryFailureLetsTheOthersReport) {
     const struct {
         int a, b, stop, device, asks_b, result;
