@@ -57,7 +57,9 @@ void files_ahead::plan(const cm_package& package) {
         if (file.sequence <= 0 || file.in_base || file.stood_as_described)
             return;
         const std::string& path = file.path_bytes();
-        const auto parent = known.emplace(path.substr(0, path.find_last_of('/')), parents.size());
+        const size_t slash = path.find_last_of('/');
+        const auto parent =
+            known.emplace(slash ? path.substr(0, slash) : std::string("/"), parents.size());
         if (parent.second)
             parents.push_back(parent.first->first);
         files.push_back({file.sequence, parent.first->second, file.attributes()});
