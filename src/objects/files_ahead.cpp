@@ -8,7 +8,6 @@
 #include "durable.h"
 #include "file_object.h"
 #include "package.h"
-#include "target_root.h"
 #include "tree_files.h"
 
 #include <algorithm>
@@ -104,17 +103,16 @@ entry_work::when files_ahead::is_due(const std::string& name) {
     return parents_[file->parent] == missing_ ? when::later : when::now;
 }
 
-// The walk makes a directory before it comes to the files in it.
-const files_ahead::directory* files_ahead::open_parent(const std::string& path, bool replaces) {
-    if (open_ && open_->path == path)
-        return open_.get();
-    open_.reset(new directory{path, open_file(open_directory_below_root(path))});
-    if (!open_->at.good() || ::fstat(open_->at.get(), &open_->about) != 0) {
-        open_.reset();
-        return nullptr;
+// False: it is not there. The walk makes a directory before it comes to the files in it.
+bool files_ahead::open_parent(const std::string& path, bool replaces) {
+    if (!open_.go_to(path))
+        return true;
+    if (!open_.good() || ::fstat(open_.get(), &about_open_) != 0) {
+        open_.close();
+        return false;
     }
-    open_->starts_writing = replaces && writes_what_replaces(open_->at.get());
-    return open_.get();
+    starts_writing_ = replaces && writes_what_replaces(open_.get());
+    return true;
 }
 
 std::unique_ptr<entry_work::product> files_ahead::work(const std::string& name,
@@ -131,20 +129,19 @@ std::unique_ptr<entry_work::product> files_ahead::work(const std::string& name,
         parent = parents_[file->parent];
         replaces = replaces_;
     }
-    const directory* into = open_parent(parent, replaces);
-    if (!into) {
+    if (!open_parent(parent, replaces)) {
         const locked here(lock_);
         missing_ = parent;
         return nullptr;
     }
-    auto made = write_nameless(into->at.get(), attributes, bytes);
+    auto made = write_nameless(open_.get(), attributes, bytes);
     if (!made) {
         const locked here(lock_);
         is_possible_ = false;
         return nullptr;
     }
-    made->made_in = into->about;
-    if (into->starts_writing)
+    made->made_in = about_open_;
+    if (starts_writing_)
         ::sync_file_range(made->file.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
     return made;
 }

@@ -5,6 +5,7 @@
 // turn. What never gets a name is gone with its descriptor, also when the process is killed.
 #pragma once
 
+#include "directory_kept_open.h"
 #include "file_attributes.h"
 #include "inflate_ahead.h"
 #include "open_file.h"
@@ -49,26 +50,20 @@ class files_ahead : public entry_work {
         std::size_t parent = 0;
         file_attributes attributes;
     };
-    // In use by the thread that works.
-    struct directory {
-        std::string path;
-        open_file at;
-        struct stat about {};
-        // The file system would write the data of a file when it replaces another one, and have
-        // the walk wait for that.
-        bool starts_writing = false;
-    };
-
     void plan(const cm_package& package);
     const planned* find(const std::string& name) const;
-    const directory* open_parent(const std::string& path, bool replaces);
+    bool open_parent(const std::string& path, bool replaces);
 
     // Of the walk alone:
     const cm_package* planned_for_ = nullptr;
     std::string parent_;
 
     // Of the thread alone:
-    std::unique_ptr<directory> open_;
+    directory_kept_open open_;
+    struct stat about_open_ {};
+    // The file system would write the data of a file when it replaces another one, and have the
+    // walk wait for that.
+    bool starts_writing_ = false;
 
     pthread_mutex_t lock_ = PTHREAD_MUTEX_INITIALIZER; // for the rest
     std::vector<planned> files_;                       // by number

@@ -203,7 +203,7 @@ int set_target_root(const char* directory) {
 const std::string& get_target_root() { return state().text; }
 
 namespace {
-// Of a well-formed path.
+// Of no use for a path that is not well formed.
 struct split_path {
     std::string_view parent{"/"}, name{"."};
 
@@ -240,8 +240,8 @@ place locate(const std::string& path) {
 std::vector<std::string> missing_parents(const std::string& path, int& error) {
     std::vector<std::string> missing;
     error = 0;
-    if (well_formed(path) && split_path(path).is_named &&
-        cached_directory(split_path(path).parent) >= 0)
+    if (const split_path parts(path);
+        well_formed(path) && parts.is_named && cached_directory(parts.parent) >= 0)
         return missing;
     std::string here = path;
     for (;;) {
@@ -311,8 +311,7 @@ namespace {
 int look_anew(const std::string& path, struct stat& about) {
     place where;
     const char* name = nullptr; // of which no copy is needed
-    if (well_formed(path) && path.back() != '/' && split_path(path).is_named) {
-        const split_path parts(path);
+    if (const split_path parts(path); well_formed(path) && path.back() != '/' && parts.is_named) {
         where.directory = directory_of(parts.parent);
         name = parts.name.data();
     } else {

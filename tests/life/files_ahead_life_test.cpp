@@ -2,6 +2,10 @@
 #include "files_ahead.h"
 #include "many_files.h"
 
+#include <csignal>
+#include <fcntl.h>
+#include <sys/resource.h>
+
 using namespace km_test;
 
 namespace {
@@ -80,8 +84,17 @@ TEST_F(FilesAhead, KnowWhatTheyWereMadeFor) {
     EXPECT_TRUE(km::is_directory(km::locate(path_of(0)), file->made_in));
     EXPECT_FALSE(km::is_directory(km::locate("/etc"), file->made_in));
     km::end_data_ahead();
-    ASSERT_EQ(km::set_target_root("/proc"), 1);
-    km::files_ahead nowhere;
-    EXPECT_TRUE(nowhere.come_to(*package, km::locate("/opt"), false));
-    EXPECT_EQ(nowhere.work("d/00000002", "some bytes"), nullptr);
+    const km::open_file nowhere(::open("/proc", O_PATH | O_DIRECTORY));
+    EXPECT_EQ(km::write_nameless(nowhere.get(), file->given, "some bytes"), nullptr);
+    // What was not to be written once is not tried again.
+    rlimit usual{};
+    ::getrlimit(RLIMIT_FSIZE, &usual);
+    const rlimit none{0, usual.rlim_max};
+    const auto before = ::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &none);
+    const auto failed = ahead.work("d/00000002", "some bytes");
+    ::setrlimit(RLIMIT_FSIZE, &usual);
+    ::signal(SIGXFSZ, before);
+    EXPECT_EQ(failed, nullptr);
+    EXPECT_EQ(ahead.is_due("d/00000002"), when::never);
 }
