@@ -3,6 +3,7 @@
 // invariant: without an outcome from the child the result is never a success
 #include "worker.h"
 
+#include "base/uxl.h"
 #include "json_text.h"
 #include "stop_request.h"
 
@@ -21,9 +22,10 @@ using nlohmann::json;
 
 namespace {
 
+// Asked behind each command; its steps are of some milliseconds.
 long now_ms() {
     timespec now{};
-    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
     return now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
@@ -266,6 +268,7 @@ outcome run_worker(const worker_body& body, const progress_watcher& watch, worke
         return so_far.result;
     }
     std::fflush(nullptr);
+    km::uxl_max_bytes(0); // the code page is looked up once for both processes
     waiting_signals while_it_runs;
     const pid_t child = ::fork();
     if (child < 0) {

@@ -16,6 +16,7 @@
 #include "own_texts.h"
 #include "pack_ahead.h"
 #include "package.h"
+#include "plain_text.h"
 #include "room.h"
 #include "tree_files.h"
 #include "trclog.h"
@@ -245,6 +246,17 @@ ustring state_of_inode(const struct stat& about) {
 bool is_time(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
+
+// Read as numbers first: to write the text of each file costs more.
+bool tells_of(const ustring& state, const struct stat& about) {
+    const char16_t* at = state.c_str();
+    unsigned long inode = 0, seconds = 0, nanoseconds = 0;
+    const bool is_same =
+        take_number(at, inode) && *at++ == u' ' && take_number(at, seconds) && *at++ == u'.' &&
+        take_number(at, nanoseconds) && !*at && inode == about.st_ino &&
+        is_time({static_cast<time_t>(seconds), static_cast<long>(nanoseconds)}, about.st_ctim);
+    return is_same || state == state_of_inode(about);
+}
 } // namespace
 
 // Behind the rename, which is a change of the inode, too. Whoever got hold of the file in between
@@ -261,11 +273,11 @@ void km_file::note_placed(const place& where) {
 // Every write, and every change of the times, sets the time of change to the present. A verify
 // looks at the bytes themselves: disks forget, too.
 bool km_file::is_as_placed(const struct stat& about) {
-    if (placed.empty() || (package && package->operation_name == ustring(u"verify")))
+    if (placed.empty() || (package && says(package->operation_name, u"verify")))
         return false;
     if (seen_as_placed_.is(about))
         return true;
-    if (!is_time(about.st_mtim, modification_time()) || placed != state_of_inode(about))
+    if (!is_time(about.st_mtim, modification_time()) || !tells_of(placed, about))
         return false;
     seen_as_placed_.set(about);
     return true;

@@ -14,6 +14,7 @@
 #include "made_directories.h"
 #include "object_messages.h"
 #include "parents.h"
+#include "plain_text.h"
 #include "package.h"
 #include "present_object.h"
 #include "temporary_name.h"
@@ -22,6 +23,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -55,15 +57,11 @@ void km_object::encode_object(encoder& to) const {
 namespace {
 // What strtol makes of the text, but never below 0.
 long size_of(const ustring& digits) {
-    constexpr unsigned safe_digits = 18;
-    long value = 0;
-    for (unsigned i = 0; i < digits.length(); ++i) {
-        const char16_t c = digits[i];
-        if (c < u'0' || c > u'9' || i == safe_digits)
-            return std::max(std::strtol(digits.mbcs_str(), nullptr, 10), 0L);
-        value = value * 10 + (c - u'0');
-    }
-    return value;
+    const char16_t* at = digits.c_str();
+    unsigned long value = 0;
+    if (take_number(at, value) && !*at && value <= static_cast<unsigned long>(LONG_MAX))
+        return static_cast<long>(value);
+    return std::max(std::strtol(digits.mbcs_str(), nullptr, 10), 0L);
 }
 } // namespace
 
@@ -160,9 +158,9 @@ bool are_its_units(const std::string& bytes, const ustring& text) {
     if (bytes.size() != text.length())
         return false;
     const char16_t* units = text.c_str();
-    unsigned differ = 0;
+    char16_t differ = 0; // no wider: as many as possible are compared at a time
     for (size_t i = 0; i < bytes.size(); ++i)
-        differ |= static_cast<unsigned>(static_cast<unsigned char>(bytes[i]) ^ units[i]);
+        differ = static_cast<char16_t>(differ | (static_cast<unsigned char>(bytes[i]) ^ units[i]));
     return differ == 0;
 }
 } // namespace
@@ -228,13 +226,30 @@ void km_object::take_default_metadata(std::int32_t default_mode) {
     mtime = time_text_of({now.tv_sec, 0});
 }
 
+namespace {
+constexpr long nanoseconds_of_a_second = 1000000000;
+
+// "seconds.nanoseconds" as this library writes it. False: the text is no such.
+bool is_plain_time(const ustring& text, timespec& when) {
+    const char16_t* at = text.c_str();
+    unsigned long seconds = 0, nanoseconds = 0;
+    if (!take_number(at, seconds) || *at != u'.' || !take_number(++at, nanoseconds) || *at ||
+        seconds > static_cast<unsigned long>(LONG_MAX) || nanoseconds >= nanoseconds_of_a_second)
+        return false;
+    when = {static_cast<time_t>(seconds), static_cast<long>(nanoseconds)};
+    return true;
+}
+} // namespace
+
 timespec km_object::modification_time() const {
+    timespec when{};
+    if (is_plain_time(mtime, when))
+        return when;
     const std::string text = mtime.mbcs_str();
     char* dot = nullptr;
-    timespec when{};
     when.tv_sec = std::strtoll(text.c_str(), &dot, 10);
     when.tv_nsec = dot && *dot == '.' ? std::strtol(dot + 1, nullptr, 10) : 0;
-    if (when.tv_nsec < 0 || when.tv_nsec > 999999999)
+    if (when.tv_nsec < 0 || when.tv_nsec >= nanoseconds_of_a_second)
         when.tv_nsec = 0;
     return when;
 }
@@ -275,10 +290,13 @@ bool is_reason_to_stay(int error) {
 
 cm_result km_object::remove_made_parents(const std::string& of) {
     emptied& last = last_emptied();
-    const std::string parent = parent_of(of);
-    if (parent == last.directory)
+    const size_t slash = of.find_last_of('/');
+    if (last.directory.size() == slash && of.starts_with(last.directory))
         return cm_command::success;
-    const cm_result others = leave_directory();
+    if (last.directory == of)
+        last.directory.clear(); // it is gone itself
+    const std::string parent = parent_of(of);
+    const cm_result others = leave_directory(parent);
     last.by = nullptr;
     if (package && !parent.empty() && made_by(*package, parent))
         last.directory = parent;
@@ -286,11 +304,14 @@ cm_result km_object::remove_made_parents(const std::string& of) {
 }
 
 // Nearly all of a directory's files go one after the other, and only behind the last one it can go
-// itself: it is tried when the walk comes to another one, and at the end.
-cm_result km_object::leave_directory() {
+// itself: it is tried when the walk comes to one that does not lie in it, and at the end.
+cm_result km_object::leave_directory(const std::string& for_another) {
     std::string parent;
     parent.swap(last_emptied().directory);
-    while (package && !parent.empty() && made_by(*package, parent)) {
+    const auto is_left = [&] {
+        return !for_another.starts_with(parent) || for_another[parent.size()] != '/';
+    };
+    while (package && !parent.empty() && is_left() && made_by(*package, parent)) {
         if (!remove_name(parent, true))
             return is_reason_to_stay(errno) ? cm_command::success
                                             : fail("remove the directory", parent, errno);
@@ -365,7 +386,7 @@ cm_result km_object::check_add(int phase) {
 
 cm_result km_object::check_remove(int phase) {
     result = cm_command::success;
-    const bool rolls_back = package && package->operation_phase == ustring(u"rollback");
+    const bool rolls_back = package && says(package->operation_phase, u"rollback");
     if (rolls_back || is_quiet_phase(phase))
         return result;
     if (!well_formed())
@@ -415,7 +436,9 @@ cm_result km_object::remove(int phase) {
     result = cm_command::success;
     if (!well_formed())
         return is_quiet_phase(phase) ? result : fail(om_undefined, path_bytes());
-    const ustring word = package ? package->operation_phase : ustring();
+    const auto is_in = [this](const char16_t* word) {
+        return package && says(package->operation_phase, word);
+    };
     switch (phase) {
     case p_do:
     case p_commit:
@@ -423,12 +446,12 @@ cm_result km_object::remove(int phase) {
         return result = take();
     case p_prepare:
         // A rollback takes the staged copy back; a remove that is only prepared changes nothing.
-        if (word != ustring(u"rollback"))
+        if (!is_in(u"rollback"))
             return result = check_remove(phase);
         drop_unnoted();
         return result = drop_staged();
     case p_prepare_cleanup:
-        if (word == ustring(u"rollback_cleanup"))
+        if (is_in(u"rollback_cleanup"))
             drop_staged();
         drop_temporary();
         return result;
@@ -539,8 +562,8 @@ cm_result km_object::put_staged(int) {
 // A verify and an undo ask what is there, not what may be replaced. Something of another kind is no
 // newer state of this object: it stands in its way, and the check says so.
 int km_object::is_newer() {
-    if (package && (package->operation_name == ustring(u"verify") ||
-                    package->operation_name == ustring(u"undo")))
+    if (package &&
+        (says(package->operation_name, u"verify") || says(package->operation_name, u"undo")))
         return 0;
     struct stat about {};
     return well_formed() && look_at(path_bytes(), about) && is_same_kind(about) &&
@@ -555,7 +578,10 @@ long km_object::load_modification_time() {
 cm_result km_object::load(int) { return result = cm_command::success; }
 
 ustring km_object::get_log(int) {
-    return size ? path + ustring((" (" + std::to_string(size) + " bytes)").c_str()) : path;
+    ustring text = path;
+    if (size)
+        text += (" (" + std::to_string(size) + " bytes)").c_str();
+    return text;
 }
 
 } // namespace km

@@ -105,7 +105,7 @@ class km_object : public cm_object {
     cm_result make_parents(const std::string& of);
     // Parents that this package made and that are empty now, as soon as the walk leaves them.
     cm_result remove_made_parents(const std::string& of);
-    cm_result leave_directory();
+    cm_result leave_directory(const std::string& for_another = {});
     cm_result clean_parents();
     cm_result remove_own(const std::string& name);
     void drop_temporary();

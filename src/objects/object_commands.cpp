@@ -18,6 +18,8 @@
 #include "target_root.h"
 #include "trclog.h"
 
+#include <typeinfo>
+
 namespace km {
 
 namespace {
@@ -50,9 +52,10 @@ void km_add_command::export_(exporter& to) const {
 namespace {
 void take_look(const cm_package* package, const km_object* object, int action, int phase,
                bool works) {
-    if (!package || action != a_reverse || (phase != p_do && phase != p_commit))
+    if (!package || !object || action != a_reverse || (phase != p_do && phase != p_commit))
         return;
-    const auto* file = dynamic_cast<const km_file*>(object);
+    const auto* file = typeid(*object) == typeid(km_file) ? static_cast<const km_file*>(object)
+                                                          : dynamic_cast<const km_file*>(object);
     ahead_look found;
     if (file && take_look_ahead(*package, *file, works, found))
         keep_look(file->path_bytes(), found.about, found.held);

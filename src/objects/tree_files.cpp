@@ -6,14 +6,30 @@
 #include "composite_command.h"
 #include "directory_object.h"
 #include "kept_file_object.h"
-#include "object_command.h"
+#include "object_commands.h"
+
+#include <typeinfo>
 
 namespace km {
+
+namespace {
+// Files of the one class that most of them have are told by it: casts cost more than the rest.
+const km_file* plain_file_of(const cm_command& command) {
+    const auto* add = dynamic_cast<const km_add_command*>(&command);
+    const cm_object* object = add ? add->object : nullptr;
+    return object && typeid(*object) == typeid(km_file) ? static_cast<const km_file*>(object)
+                                                        : nullptr;
+}
+} // namespace
 
 void each_file(const cm_composite_command& tree, const std::function<void(const km_file&)>& act,
                const std::function<void()>& other) {
     for (list_iterator at(tree.get_children()); at.hasMoreElements();) {
-        const auto* command = at.nextElement();
+        const auto* command = static_cast<const cm_command*>(at.nextElement());
+        if (const km_file* plain = plain_file_of(*command)) {
+            act(*plain);
+            continue;
+        }
         if (const auto* inner = dynamic_cast<const cm_composite_command*>(command)) {
             each_file(*inner, act, other);
             continue;

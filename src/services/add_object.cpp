@@ -324,8 +324,10 @@ ustring cm_add_object::get_name() {
 }
 
 ustring cm_add_object::get_log(int action) {
-    return ustring(action == a_execute ? u"add " : u"remove ") +
-           (object ? object->get_log(action) : ustring());
+    ustring text(action == a_execute ? u"add " : u"remove ");
+    if (object)
+        text += object->get_log(action);
+    return text;
 }
 
 int cm_add_object::select_commands(filter_command_algorithm& filter, int evaluate, int) {

@@ -162,7 +162,8 @@ int log_object_list::log_command(cm_command* command, int action, int phase) {
         return 1;
     if (!header_written_)
         log_header();
-    std::fprintf(stream_, "[%s]\t%s\n", outcome.mbcs_str(), text.mbcs_str());
+    for (const char* part : {"[", outcome.mbcs_str(), "]\t", text.mbcs_str(), "\n"})
+        std::fputs(part, stream_);
     std::fflush(stream_);
     return 1;
 }

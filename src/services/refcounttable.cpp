@@ -165,7 +165,7 @@ const Hashtable* cm_ref_count_table::get_table() {
 
 const counter* cm_ref_count_table::find(const ustring& object) {
     init();
-    return table_->get_as<counter>(object);
+    return table_->size() ? table_->get_as<counter>(object) : nullptr;
 }
 
 int cm_ref_count_table::set_counter(const ustring& object, const ustring& package,

@@ -34,6 +34,8 @@ void cm_add_object::do_default_sharing_control(int action, int phase) {
     auto* table = counts();
     if (!table || !object)
         return;
+    if (action == a_reverse && (object->sharing_control_count || !is_auto_shared()))
+        return;
     const ustring name = object->get_name();
     if (action == a_execute) {
         // Asked for the place itself: in p_prepare an object may answer for its staged form.
@@ -50,7 +52,7 @@ void cm_add_object::do_default_sharing_control(int action, int phase) {
             mark_shared();
             object->sharing_control_count = object->get_ref_count();
         }
-    } else if (action == a_reverse && !object->sharing_control_count && is_auto_shared()) {
+    } else if (action == a_reverse) {
         KM_TRACE(trace_info, "common",
                  "(reverse) autoshare is true but this package didn't act during install");
         if (table->get_ref_count(name, dummy_package, dummy_version) <= 0)

@@ -10,6 +10,7 @@
 #include "dynamic_variables.h"
 #include "encode_channel.h"
 #include "engine_exit.h"
+#include "entry_ahead.h"
 #include "file.h"
 #include "package.h"
 #include "signatures.h"
@@ -46,6 +47,25 @@ class kept_open {
     input_channel& channel_;
     bool before_;
 };
+
+// An entry is the package's alone.
+bool is_entry(input_channel& source) {
+    return dynamic_cast<unzipping_channel*>(&source) || dynamic_cast<entry_ahead*>(&source);
+}
+
+// To the end of the entry: the checksum is seen, and the offset is one that can be returned to.
+void close_entry_of(input_channel& source) {
+    if (auto* zip = dynamic_cast<unzipping_channel*>(&source))
+        zip->close_entry();
+    else if (auto* ahead = dynamic_cast<entry_ahead*>(&source))
+        ahead->close_entry();
+}
+
+// To start a thread takes as long as to inflate some of these.
+bool is_worth_a_thread(file_input_channel& source) {
+    constexpr long bytes = 65536;
+    return source.get_handle().filelength() >= bytes;
+}
 
 bool is_one_of(const ustring& signature, const char* const* all) {
     for (; *all; ++all)
@@ -170,9 +190,8 @@ void sp_object::decode_tree(cm_package*& package, decoder& from, input_channel& 
         from.variables = chain;
     keep_order_in_remove(*chain);
     std::unique_ptr<cm_package> read(from.take_owned<cm_package>(package_field));
-    // To the end of its entry: the checksum is seen, and the offset is one that can be returned to.
-    if (auto* zip = dynamic_cast<unzipping_channel*>(&source); zip && read)
-        zip->close_entry();
+    if (read)
+        close_entry_of(source);
     if (!read || from.get_status() || source.get_error()) {
         if (source.get_error() == channel_network) {
             KM_TRACE(trace_error, "common", "Unable to decode package. A Network error occured");
@@ -203,8 +222,7 @@ cm_result sp_object::decode(cm_package*& package, input_channel* from, int subst
     {
         const kept_open guard(*from);
         decode_channel channel(from);
-        if (whole_channel ||
-            dynamic_cast<unzipping_channel*>(from)) // an entry is the package's alone
+        if (whole_channel || is_entry(*from))
             channel.read_in_blocks();
         decoder stream(&channel);
         if (decode_head(stream, type))
@@ -231,7 +249,10 @@ cm_result sp_object::decode(cm_package*& package, const pathname& from, int subs
         tell_corrupted();
         return result = cm_command::failure;
     }
-    return decode(package, &zip, substitute, type);
+    if (!is_worth_a_thread(source))
+        return decode(package, &zip, substitute, type);
+    entry_ahead ahead(zip);
+    return decode(package, &ahead, substitute, type);
 }
 
 cm_result sp_object::decode_variables(input_channel* from, variable_list*& variables) {
