@@ -3,39 +3,14 @@
 // invariant: either every function is there or none is used
 #include "curl_library.h"
 
-#include <dlfcn.h>
+#include "lazy_library.h"
 
 namespace kmhost {
 
 namespace {
 
-constexpr const char* file_name = "libcurl.so.4";
-
-class loader {
-  public:
-    loader() : library_(::dlopen(file_name, RTLD_NOW | RTLD_LOCAL)) {
-        if (!library_)
-            note_failure();
-    }
-    template <class function> void find(const char* name, function& into) {
-        if (!why.empty())
-            return;
-        into = reinterpret_cast<function>(::dlsym(library_, name));
-        if (!into)
-            note_failure();
-    }
-    std::string why;
-
-  private:
-    void note_failure() {
-        const char* told = ::dlerror();
-        why = told ? told : file_name;
-    }
-    void* library_;
-};
-
 std::string load(curl_library& all) {
-    loader from;
+    km::lazy_library from("libcurl.so.4");
     from.find("curl_global_init", all.global_init);
     from.find("curl_easy_init", all.easy_init);
     from.find("curl_easy_setopt", all.easy_setopt);
@@ -59,9 +34,9 @@ std::string load(curl_library& all) {
     from.find("curl_url_get", all.url_get);
     from.find("curl_url_cleanup", all.url_cleanup);
     from.find("curl_free", all.free);
-    if (from.why.empty() && all.global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK)
-        from.why = "it cannot be initialised";
-    return from.why;
+    if (from.why().empty() && all.global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK)
+        return "it cannot be initialised";
+    return from.why();
 }
 
 } // namespace

@@ -1,6 +1,4 @@
 // curl_library: libcurl, loaded when the first address is opened
-//
-// Loading it takes longer than most commands that need no network.
 #pragma once
 
 #include <curl/curl.h>

@@ -75,7 +75,9 @@ std::string new_run_id() {
     return id;
 }
 
-bool write_intent(const intent& what, outcome& result) {
+namespace {
+
+std::string coded(const intent& what) {
     json object = {{"command", what.command},
                    {"file", what.file},
                    {"definitions", what.definitions},
@@ -84,18 +86,44 @@ bool write_intent(const intent& what, outcome& result) {
                    {"run", run_of(what)}};
     if (!what.message.empty())
         object["message"] = what.message;
-    const std::string text = json_text(object) + "\n";
+    return json_text(object) + "\n";
+}
+
+// What goes before its writing: the text.
+std::string prepare(const intent& what) {
+    std::string text = coded(what);
     km::make_directories_durably(km::pathname(directory().c_str()));
-    const std::string path = file_of(what.id);
     km::expect_leftovers(intent_of(what.id).has_value());
+    return text;
+}
+
+// 0, or errno.
+int replace(const std::string& path, const std::string& text) {
     const auto write = [&text](int out) { return km::write_fully(out, text.data(), text.size()); };
-    if (km::replace_durably(km::pathname(path.c_str()), 0600, write)) {
+    return km::replace_durably(km::pathname(path.c_str()), 0600, write) ? 0 : errno;
+}
+
+bool has_come(const std::string& path, int error, outcome& result) {
+    if (!error) {
         KM_KILL_POINT("intent.after_write");
         return true;
     }
     result.fail(exit_failed, "intent",
-                path + " cannot be written: " + std::strerror(errno) + ". Nothing was changed.");
+                path + " cannot be written: " + std::strerror(error) + ". Nothing was changed.");
     return false;
+}
+
+} // namespace
+
+begun_intent::begun_intent(const intent& what)
+    : path_(file_of(what.id)),
+      writing_([path = path_, text = prepare(what)] { return replace(path, text); }) {}
+
+bool begun_intent::stands(outcome& result) { return has_come(path_, writing_.result(), result); }
+
+bool write_intent(const intent& what, outcome& result) {
+    const std::string path = file_of(what.id);
+    return has_come(path, replace(path, prepare(what)), result);
 }
 
 void drop_intent(const package_id& id) {

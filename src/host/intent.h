@@ -4,6 +4,7 @@
 // is found tells that a command was killed.
 #pragma once
 
+#include "background_thread.h"
 #include "outcome.h"
 #include "words.h"
 
@@ -31,6 +32,19 @@ std::string new_run_id();
 
 // False: `result` says why it cannot be written.
 bool write_intent(const intent& what, outcome& result);
+
+// The same, with something else to do while the disk is busy.
+class begun_intent {
+  public:
+    explicit begun_intent(const intent& what);
+    // Waits until it stands; false as above.
+    bool stands(outcome& result);
+
+  private:
+    std::string path_;
+    km::meanwhile writing_;
+};
+
 void drop_intent(const package_id& id);
 std::vector<intent> read_intents();
 std::optional<intent> intent_of(const package_id& id);

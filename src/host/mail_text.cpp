@@ -3,10 +3,11 @@
 // invariant: no field of a report begins a line of the head, or ends the head
 #include "mail_text.h"
 
+#include "crypto_library.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <openssl/evp.h>
 
 namespace kmhost {
 
@@ -31,9 +32,9 @@ std::string cut(const std::string& text, size_t from, size_t count) {
 
 std::string base64(const std::string& bytes) {
     std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-    const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                                       reinterpret_cast<const unsigned char*>(bytes.data()),
-                                       static_cast<int>(bytes.size()));
+    const int length = km::crypto_library::get().encode_block(
+        reinterpret_cast<unsigned char*>(text.data()),
+        reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
     text.resize(static_cast<size_t>(length));
     return text;
 }

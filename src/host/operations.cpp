@@ -319,14 +319,19 @@ bool run_remove(session& at, std::unique_ptr<km::cm_package>& package,
     return true;
 }
 
-void plan_dry_remove(session& at, km::cm_package& package, const km::cm_catalog_entry& before,
-                     unsigned mode) {
-    if (!at.would_pass_gate(package, km::o_execute, km::a_reverse, mode, "remove"))
+void dry_remove(session& at, const package_id& id, const km::cm_catalog_entry& before,
+                const intent& wanted) {
+    const auto package = open_profile(before.profile_name.mbcs_str(), at.messages, at.result());
+    if (!package)
+        return;
+    at.take(*package);
+    tell_cut(wanted, at.result());
+    if (!at.would_pass_gate(*package, km::o_execute, km::a_reverse, wanted.mode, "remove"))
         return;
     if (failed_in_install(before))
-        switch_off_unreached(package);
-    keep_and_tell_what_others_hold(at.store, at.id, package, at.result());
-    plan_remove(package, at.id, before, mode, at.result());
+        switch_off_unreached(*package);
+    keep_and_tell_what_others_hold(at.store, id, *package, at.result());
+    plan_remove(*package, id, before, wanted.mode, at.result());
 }
 
 } // namespace
@@ -343,20 +348,19 @@ void remove(const operation_request& request, worker_line& line, outcome& result
         return;
     }
     const km::cm_catalog_entry before = *at.store.find(id.name, id.version);
-    auto package = open_profile(before.profile_name.mbcs_str(), at.messages, result);
-    if (!package)
-        return;
-    at.take(*package);
     const intent wanted{"remove", id, "", {}, request.mode, 0};
-    if (request.dry_run) {
-        tell_cut(wanted, result);
-        return plan_dry_remove(at, *package, before, request.mode);
-    }
+    if (request.dry_run)
+        return dry_remove(at, id, before, wanted);
     if (!passes_cut(wanted, result))
         return;
     const auto cut = intent_of(id);
-    if (!write_intent(wanted, result))
+    begun_intent begun(wanted);
+    auto package = open_profile(before.profile_name.mbcs_str(), at.messages, result);
+    if (!begun.stands(result))
         return;
+    if (!package)
+        return put_back_intent(id, cut);
+    at.take(*package);
     const bool ran = run_remove(at, package, before, request.mode, cut.has_value());
     keep_until_exit(std::move(package));
     if (ran)

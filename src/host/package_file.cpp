@@ -12,6 +12,7 @@
 #include "package_stream.h"
 #include "signatures.h"
 #include "sp_object.h"
+#include "tree_memory.h"
 #include "user_variables.h"
 #include "variable_file.h"
 #include "words.h"
@@ -219,6 +220,8 @@ bool open_package(const std::string& path, const std::vector<std::string>& defin
     opened.reader = std::make_unique<km::unzipping_channel>(
         new km::file_input_channel(km::pathname(path.c_str())));
     opened.reader->set_skip_tail(0);
+    if (const auto* tree = directory->at<km::zip_entry>(0))
+        expect_tree(tree->csize);
     km::begin_data_ahead(opened.reader.get(), path.c_str(), *directory);
     return decode_package(path, definitions, messages, opened, result, substitute);
 }
@@ -269,6 +272,9 @@ std::unique_ptr<km::cm_package> open_profile(const std::string& path, km::spmess
     km::spmessage of_decoding;
     km::sp_object reader(&of_decoding);
     km::cm_package* read = nullptr;
+    struct stat about {};
+    if (::stat(path.c_str(), &about) == 0)
+        expect_tree(about.st_size);
     reader.decode(read, km::pathname(path.c_str()), 1, km::sp_object::either);
     std::unique_ptr<km::cm_package> package(read);
     if (!package) {

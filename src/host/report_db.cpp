@@ -3,10 +3,10 @@
 // invariant: the key of a report is unique in the table, and a repeat changes nothing
 #include "durable.h"
 #include "report_channels.h"
+#include "sqlite_library.h"
 
 #include <cstdlib>
 #include <memory>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 namespace kmhost {
@@ -33,36 +33,37 @@ constexpr const char* insert_report =
 
 class database {
   public:
-    database() = default;
-    ~database() { sqlite3_close(handle_); }
+    explicit database(const sqlite_library& lib) : lib_(lib) {}
+    ~database() { lib_.close(handle_); }
     database(const database&) = delete;
     database& operator=(const database&) = delete;
 
     bool open(const std::string& path, long seconds) {
         constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
-        if (sqlite3_open_v2(path.c_str(), &handle_, flags, nullptr) != SQLITE_OK)
+        if (lib_.open_v2(path.c_str(), &handle_, flags, nullptr) != SQLITE_OK)
             return false;
-        sqlite3_extended_result_codes(handle_, 1);
-        sqlite3_busy_timeout(handle_, static_cast<int>(seconds * 1000));
+        lib_.extended_result_codes(handle_, 1);
+        lib_.busy_timeout(handle_, static_cast<int>(seconds * 1000));
         return true;
     }
     bool run(const char* text) {
-        return sqlite3_exec(handle_, text, nullptr, nullptr, nullptr) == SQLITE_OK;
+        return lib_.exec(handle_, text, nullptr, nullptr, nullptr) == SQLITE_OK;
     }
     // -1 if it cannot be read.
     int user_version() {
         int version = -1;
         sqlite3_stmt* ask = nullptr;
-        if (sqlite3_prepare_v2(handle_, "PRAGMA user_version", -1, &ask, nullptr) == SQLITE_OK &&
-            sqlite3_step(ask) == SQLITE_ROW)
-            version = sqlite3_column_int(ask, 0);
-        sqlite3_finalize(ask);
+        if (lib_.prepare_v2(handle_, "PRAGMA user_version", -1, &ask, nullptr) == SQLITE_OK &&
+            lib_.step(ask) == SQLITE_ROW)
+            version = lib_.column_int(ask, 0);
+        lib_.finalize(ask);
         return version;
     }
     bool insert(const report_fields& report);
-    std::string reason() const { return handle_ ? sqlite3_errmsg(handle_) : "not enough memory"; }
+    std::string reason() const { return handle_ ? lib_.errmsg(handle_) : "not enough memory"; }
 
   private:
+    const sqlite_library& lib_;
     sqlite3* handle_ = nullptr;
 };
 
@@ -75,15 +76,15 @@ bool database::insert(const report_fields& r) {
         &r.pathname};
     const long numbers[] = {r.exception, r.primary, r.operation_type, r.operation_mode};
     sqlite3_stmt* row = nullptr;
-    if (sqlite3_prepare_v2(handle_, insert_report, -1, &row, nullptr) != SQLITE_OK)
+    if (lib_.prepare_v2(handle_, insert_report, -1, &row, nullptr) != SQLITE_OK)
         return false;
     int at = 0;
     for (const auto* text : texts)
-        sqlite3_bind_text64(row, ++at, text->data(), text->size(), SQLITE_STATIC, SQLITE_UTF8);
+        lib_.bind_text64(row, ++at, text->data(), text->size(), SQLITE_STATIC, SQLITE_UTF8);
     for (const long number : numbers)
-        sqlite3_bind_int64(row, ++at, number);
-    const bool done = sqlite3_step(row) == SQLITE_DONE;
-    sqlite3_finalize(row);
+        lib_.bind_int64(row, ++at, number);
+    const bool done = lib_.step(row) == SQLITE_DONE;
+    lib_.finalize(row);
     return done;
 }
 
@@ -118,9 +119,9 @@ delivery deliver_to_db(const report_fields& report, const report_settings& setti
     std::string reason;
     if (const char* fault = fault_of(settings.db)) {
         reason = fault;
-    } else {
+    } else if (const auto* lib = sqlite_library::get(reason)) {
         km::make_directories_durably(km::pathname(settings.db.c_str()).get_parent());
-        database to;
+        database to(*lib);
         if (to.open(settings.db, settings.timeout) && store(to, report, reason))
             return delivery::done;
         if (reason.empty())

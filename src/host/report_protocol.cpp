@@ -3,11 +3,10 @@
 // invariant: what is answered as done is done, or not set up
 #include "report_protocol.h"
 
+#include "digest.h"
 #include "log_protocol.h"
 #include "report_words.h"
 #include "status_words.h"
-
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <memory>
@@ -98,20 +97,6 @@ bool is_key(const std::string& text) {
                        [](unsigned char c) { return (c < 0x80 && std::isalnum(c)) || c == '-'; });
 }
 
-std::string digest_of(const std::string& text) {
-    unsigned char bytes[EVP_MAX_MD_SIZE];
-    unsigned count = 0;
-    EVP_Digest(text.data(), text.size(), bytes, &count, EVP_sha256(), nullptr);
-    constexpr char digits[] = "0123456789abcdef";
-    constexpr unsigned enough = 20;
-    std::string hex;
-    for (unsigned i = 0; i < std::min(count, enough); ++i) {
-        hex += digits[bytes[i] >> 4];
-        hex += digits[bytes[i] & 15];
-    }
-    return hex;
-}
-
 report_fields fields_of(const km::log_protocol& from, const std::string& message) {
     report_fields all;
     const auto text = [](const km::ustring& field) { return std::string(field.mbcs_str()); };
@@ -196,7 +181,8 @@ std::string key_of(const km::log_protocol& report, const std::string& message) {
          {report.operation_type, report.operation_mode, report.state,
           static_cast<long>(report.exception), static_cast<long>(report.primary)})
         whole += '\0' + std::to_string(number);
-    return digest_of(whole);
+    constexpr size_t enough = 40; // hexadecimal digits
+    return km::digest_of(whole).substr(0, enough);
 }
 
 km::log_protocol* report_protocols::make(const char* logger_name) const {

@@ -1,11 +1,11 @@
 // stream_digest: SHA-256 of a stream whose state can be kept and taken up again
 // format: the texts of `states` in docs/formats/stream-source.md
 // invariant: a state is used for the offset that it was taken at, and for no other
-#define OPENSSL_SUPPRESS_DEPRECATED // the present interface gives no state away
 #include "stream_digest.h"
 
+#include "crypto_library.h"
+
 #include <cstring>
-#include <openssl/sha.h>
 
 namespace kmhost {
 
@@ -50,14 +50,14 @@ struct stream_digest::inner {
     SHA256_CTX sum{};
     long worked_in = 0;
     std::string held; // what follows, not worked in yet
-    inner() { SHA256_Init(&sum); }
+    inner() { km::crypto_library::get().sha256_init(&sum); }
 };
 
 stream_digest::stream_digest() : inner_(std::make_unique<inner>()) {}
 stream_digest::~stream_digest() = default;
 
 void stream_digest::work_in(std::size_t count) {
-    SHA256_Update(&inner_->sum, inner_->held.data(), count);
+    km::crypto_library::get().sha256_update(&inner_->sum, inner_->held.data(), count);
     inner_->held.erase(0, count);
     inner_->worked_in += static_cast<long>(count);
 }
@@ -88,7 +88,7 @@ bool stream_digest::restore(long offset, const std::string& state) {
         bytes.size() != words + static_cast<std::size_t>(offset) % block)
         return false;
     SHA256_CTX sum{};
-    SHA256_Init(&sum);
+    km::crypto_library::get().sha256_init(&sum);
     std::memcpy(sum.h, bytes.data(), words);
     std::memcpy(sum.data, bytes.data() + words, bytes.size() - words);
     const auto bits = static_cast<unsigned long long>(offset) * 8;
@@ -104,7 +104,7 @@ bool stream_digest::restore(long offset, const std::string& state) {
 std::string stream_digest::finish() {
     work_in(inner_->held.size());
     unsigned char bytes[SHA256_DIGEST_LENGTH];
-    SHA256_Final(bytes, &inner_->sum);
+    km::crypto_library::get().sha256_final(bytes, &inner_->sum);
     return in_hex(bytes, sizeof bytes);
 }
 

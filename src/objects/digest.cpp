@@ -3,10 +3,11 @@
 // invariant: a digest is 64 lower-case hexadecimal digits
 #include "digest.h"
 
+#include "crypto_library.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <openssl/evp.h>
 #include <unistd.h>
 
 namespace km {
@@ -14,17 +15,18 @@ namespace km {
 namespace {
 // Looking an algorithm up costs more than the digest of a small file.
 const EVP_MD* algorithm() {
-    static EVP_MD* const only = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    static EVP_MD* const only = crypto_library::get().md_fetch(nullptr, "SHA256", nullptr);
     return only;
 }
 } // namespace
 
 struct sha256::state {
-    EVP_MD_CTX* context = EVP_MD_CTX_new();
-    ~state() { EVP_MD_CTX_free(context); }
+    const crypto_library& crypto = crypto_library::get();
+    EVP_MD_CTX* context = crypto.md_ctx_new();
+    ~state() { crypto.md_ctx_free(context); }
     void start() {
         // Without memory or without the algorithm nothing can be trusted.
-        if (!context || !EVP_DigestInit_ex2(context, algorithm(), nullptr))
+        if (!context || !crypto.digest_init(context, algorithm(), nullptr))
             std::abort();
     }
 };
@@ -33,14 +35,14 @@ sha256::sha256() : state_(std::make_unique<state>()) { state_->start(); }
 sha256::~sha256() = default;
 
 void sha256::add(const void* bytes, std::size_t count) {
-    EVP_DigestUpdate(state_->context, bytes, count);
+    state_->crypto.digest_update(state_->context, bytes, count);
 }
 
 std::string sha256::finish() {
     constexpr char digits[] = "0123456789abcdef";
     unsigned char bytes[EVP_MAX_MD_SIZE];
     unsigned length = 0;
-    EVP_DigestFinal_ex(state_->context, bytes, &length);
+    state_->crypto.digest_final(state_->context, bytes, &length);
     state_->start();
     std::string text;
     text.reserve(2 * length);

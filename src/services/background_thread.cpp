@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <unistd.h>
+#include <utility>
 
 namespace km {
 
@@ -48,6 +49,21 @@ void joined_thread::join() {
     if (runs_)
         ::pthread_join(thread_, nullptr);
     runs_ = false;
+}
+
+meanwhile::meanwhile(std::function<int()> work) : work_(std::move(work)) {
+    const auto run = [](void* of) -> void* {
+        auto& self = *static_cast<meanwhile*>(of);
+        self.result_ = self.work_();
+        return nullptr;
+    };
+    if (!thread_.start(run, this))
+        result_ = work_();
+}
+
+int meanwhile::result() {
+    thread_.join();
+    return result_;
 }
 
 } // namespace km

@@ -1,6 +1,7 @@
 // background_thread: a thread of the library's own beside the one that works
 #pragma once
 
+#include <functional>
 #include <pthread.h>
 
 namespace km {
@@ -22,6 +23,23 @@ class joined_thread {
   private:
     bool runs_ = false;
     pthread_t thread_{};
+};
+
+// One piece of work done meanwhile, as waiting for the disk. It touches nothing of the caller's.
+class meanwhile {
+  public:
+    // Begins at once. Without a thread it is done when this returns.
+    explicit meanwhile(std::function<int()> work);
+    ~meanwhile() { thread_.join(); }
+    meanwhile(const meanwhile&) = delete;
+    meanwhile& operator=(const meanwhile&) = delete;
+    // Waits for its end. What the work returned.
+    int result();
+
+  private:
+    std::function<int()> work_;
+    int result_ = 0;
+    joined_thread thread_;
 };
 
 } // namespace km

@@ -13,8 +13,10 @@
 namespace km {
 
 namespace {
-constexpr int block_size = 16384;
+constexpr int block_size = 65536;
 constexpr unsigned block_count = 8;
+// A thread that waits for room is woken when there is much: a wake-up takes as long as a block.
+constexpr unsigned few_left = 2;
 } // namespace
 
 // The thread fills them in turn, and the reader empties them.
@@ -53,8 +55,8 @@ bool entry_ahead::blocks::fill_next() {
     next.length = entry.read(next.bytes, block_size);
     ::pthread_mutex_lock(&lock);
     ++filled;
-    ::pthread_cond_signal(&came);
     ::pthread_mutex_unlock(&lock);
+    ::pthread_cond_signal(&came);
     return next.length > 0;
 }
 
@@ -99,14 +101,15 @@ int entry_ahead::close_entry() {
 // Gives back the block that was read, and waits for the next.
 bool entry_ahead::next_block() {
     ::pthread_mutex_lock(&blocks_->lock);
-    if (at_) {
+    if (at_)
         ++blocks_->emptied;
-        ::pthread_cond_signal(&blocks_->went);
-    }
+    const bool has_room = blocks_->filled - blocks_->emptied == few_left;
     while (blocks_->filled == blocks_->emptied)
         ::pthread_cond_wait(&blocks_->came, &blocks_->lock);
     const blocks::block& next = blocks_->all[blocks_->emptied % block_count];
     ::pthread_mutex_unlock(&blocks_->lock);
+    if (has_room)
+        ::pthread_cond_signal(&blocks_->went);
     at_ = next.bytes;
     left_ = std::max(next.length, 0);
     ended_ = left_ == 0;

@@ -14,6 +14,9 @@
 
 #include <algorithm>
 #include <climits>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
 
 namespace km {
 
@@ -103,29 +106,60 @@ cm_ref_count_table::cm_ref_count_table(const pathname& directory, int no_backup)
         table.copy(backup, 0);
     } else {
         init();
-        write_table(backup_path());
+        write_first_backup();
     }
 }
 
-cm_ref_count_table::~cm_ref_count_table() = default;
+cm_ref_count_table::~cm_ref_count_table() { finish_first_backup(); }
+
+// 0, or the error of the channel.
+int cm_ref_count_table::encode_table(file_output_channel& out) const {
+    if (out.get_error())
+        return out.get_error();
+    encode_channel channel(&out);
+    encoder coder(&channel);
+    coder.encode_object(table_.get());
+    coder.flush();
+    return out.get_error();
+}
+
+void cm_ref_count_table::drop_table_file(const pathname& path, int error) const {
+    KM_TRACE(trace_error, "common", "error encoding the reference count table ..");
+    KM_TRACE(trace_error, "common", "error = %d", error);
+    file(path).remove(0);
+}
 
 // A failed writing leaves no file of that name.
 int cm_ref_count_table::write_table(const pathname& path) {
     file_output_channel out(path, 0);
-    int error = out.get_error();
-    if (!error) {
-        encode_channel channel(&out);
-        encoder coder(&channel);
-        coder.encode_object(table_.get());
-        coder.flush();
-        error = out.get_error();
-    }
+    const int error = encode_table(out);
     if (!error && sync_directory(directory_))
         return 1;
-    KM_TRACE(trace_error, "common", "error encoding the reference count table ..");
-    KM_TRACE(trace_error, "common", "error = %d", error);
-    file(path).remove(0);
+    drop_table_file(path, error);
     return 0;
+}
+
+void cm_ref_count_table::write_first_backup() {
+    file_output_channel out(backup_path(), 0);
+    out.set_sync_data(0);
+    if (const int error = encode_table(out)) {
+        drop_table_file(backup_path(), error);
+        return;
+    }
+    const std::string name(backup_path().mbcs_str()), directory(directory_.mbcs_str());
+    first_flush_ = std::make_unique<meanwhile>([name, directory] {
+        const int written = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+        const int done = written >= 0 && sync_descriptor(written);
+        if (written >= 0)
+            ::close(written);
+        return done && sync_directory(pathname(directory.c_str()));
+    });
+}
+
+void cm_ref_count_table::finish_first_backup() {
+    if (first_flush_ && !first_flush_->result())
+        drop_table_file(backup_path(), 0);
+    first_flush_.reset();
 }
 
 int cm_ref_count_table::init() {
@@ -225,6 +259,7 @@ int cm_ref_count_table::get_ref_count(const ustring& object, const ustring& pack
 
 int cm_ref_count_table::commit() {
     KM_TRACE_FUNCTION("cm_ref_count_table::commit");
+    finish_first_backup();
     file backup(backup_path()), table(table_path());
     if (!modified_) {
         backup.remove(0);

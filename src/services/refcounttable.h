@@ -6,6 +6,7 @@
 // docs/formats/reference-counts.md.
 #pragma once
 
+#include "background_thread.h"
 #include "hashtable.h"
 #include "pathname.h"
 #include "vector.h"
@@ -13,6 +14,8 @@
 #include <memory>
 
 namespace km {
+
+class file_output_channel;
 
 // Coded form: string field 1 name, string field 2 version, integer field 3 count.
 class counter_element : public codable {
@@ -90,7 +93,12 @@ class cm_ref_count_table {
 
   private:
     int init();
+    int encode_table(file_output_channel& out) const;
     int write_table(const pathname& path);
+    void write_first_backup();
+    // Nothing needs the first backup on disk before a counter is on its way there.
+    void finish_first_backup();
+    void drop_table_file(const pathname& path, int error) const;
     const counter* find(const ustring& object);
     pathname table_path() const { return directory_ + ustring(u"rct.tme"); }
     pathname backup_path() const { return directory_ + ustring(u"rctbak.tme"); }
@@ -98,6 +106,7 @@ class cm_ref_count_table {
     std::unique_ptr<Hashtable> table_;
     pathname directory_;
     int modified_ = 0;
+    std::unique_ptr<meanwhile> first_flush_;
 };
 
 } // namespace km
