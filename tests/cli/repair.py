@@ -52,6 +52,22 @@ class Repair(KmctlCase):
         self.assert_same(before[0], picture(self.root))
         self.assert_same(before[1], self.state_picture())
 
+    def test_a_damaged_profile(self):
+        work = os.path.join(self.state, "work")
+        profile = os.path.join(work, next(n for n in os.listdir(work) if n.startswith("PP")))
+        whole = bytes_of(profile)
+        before = picture(self.root)
+        for spoilt in (whole[:-100], whole[:200], whole[:300] + b"????" + whole[304:], b""):
+            put(profile, spoilt)
+            ended = self.km("remove", "p", code=1)
+            self.assertIn(profile, ended.err)
+            self.assert_same(before, picture(self.root))
+            # It had not begun: nothing waits to be gone on with.
+            self.assertEqual(os.listdir(os.path.join(work, "intent")), [])
+        self.km("install", self.package, "--force")
+        self.km("remove", "p")
+        self.assertEqual(os.listdir(self.root), [])
+
     def test_damaged_counts(self):
         table = os.path.join(self.state, "catalog", "rct.tme")
         backup = os.path.join(self.state, "catalog", "rctbak.tme")

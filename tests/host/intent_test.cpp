@@ -106,3 +106,20 @@ TEST_F(Intent, ARefusedCommandLeavesTheCutOne) {
     kmhost::put_back_intent(p, std::nullopt);
     EXPECT_TRUE(kmhost::read_intents().empty());
 }
+
+TEST_F(Intent, OneThatIsBegunStandsOrSaysWhyNot) {
+    const intent wanted{"remove", {"p", "1.0"}, "", {}, 0, 0};
+    kmhost::outcome result;
+    {
+        kmhost::begun_intent begun(wanted);
+        EXPECT_TRUE(begun.stands(result));
+    }
+    ASSERT_TRUE(kmhost::intent_of(wanted.id));
+    EXPECT_EQ(kmhost::intent_of(wanted.id)->command, "remove");
+    intent other = wanted;
+    other.id = {"no/directory", "1.0"};
+    kmhost::begun_intent begun(other);
+    EXPECT_FALSE(begun.stands(result));
+    EXPECT_TRUE(result.failed());
+    EXPECT_HAS(result.messages.back().text, "no/directory^1.0 cannot be written: No such file");
+}

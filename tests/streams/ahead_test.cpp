@@ -1,6 +1,7 @@
 // What a second processor inflates and deflates is what the first one would have made.
 #include "bytes_ahead.h"
 #include "deflating_channel.h"
+#include "entry_ahead.h"
 #include "inflate_ahead.h"
 #include "zipping_channel.h"
 
@@ -186,4 +187,92 @@ TEST(DeflatingChannel, MakesTheBytesOfTheContainer) {
     km::deflating_channel dropped(1); // whoever fails in the middle drops it
     const std::string much(1000000, 'x');
     dropped.write(raw(much), static_cast<int>(much.size()));
+}
+
+namespace {
+
+// A large entry, and one behind it.
+std::string two_entries(const std::string& first) {
+    km::array_output_channel out(1024);
+    km::zipping_channel zip(&out);
+    for (const std::string& text : {first, "behind"s}) {
+        auto* one = new km::zip_entry(text == first ? "first" : "second");
+        one->size = static_cast<long>(text.size());
+        one->time = 0;
+        zip.put_next_entry(one);
+        zip.write(raw(text), static_cast<int>(text.size()));
+    }
+    zip.finish();
+    return km_test::bytes_of(out);
+}
+
+// The reader of a container, which stands in its first entry.
+struct standing_reader {
+    explicit standing_reader(const std::string& bytes)
+        : source(raw(bytes), static_cast<int>(bytes.size())), zip(&source) {
+        source.inhibit(1);
+        zip.set_skip_tail(0);
+        zip.get_next_entry();
+    }
+    bool has_second() {
+        const km::zip_entry* next = zip.get_next_entry();
+        return next && next->get_name() == "second"s;
+    }
+    km::array_input_channel source;
+    km::unzipping_channel zip;
+};
+
+std::string all_of(km::input_channel& from, int at_a_time) {
+    std::string all, block(static_cast<size_t>(at_a_time), '\0');
+    for (int got; (got = from.read(reinterpret_cast<unsigned char*>(block.data()), at_a_time)) > 0;)
+        all.append(block, 0, static_cast<size_t>(got));
+    return all;
+}
+
+} // namespace
+
+TEST(EntryAhead, GivesTheEntryAndLeavesItsReaderWhereItWouldBe) {
+    for (const int length : {1, 65536, 65537, 700000, 3000000})
+        for (const int at_a_time : {997, 65536, 1 << 20}) {
+            const std::string text = text_of(5, length);
+            const std::string bytes = two_entries(text);
+            standing_reader reader(bytes);
+            km::entry_ahead ahead(reader.zip);
+            EXPECT_TRUE(all_of(ahead, at_a_time) == text) << length << " " << at_a_time;
+            EXPECT_EQ(ahead.read(), -1);
+            ahead.close_entry();
+            EXPECT_EQ(ahead.get_error(), 0);
+            EXPECT_TRUE(reader.has_second()) << length << " " << at_a_time;
+        }
+}
+
+TEST(EntryAhead, MayBeLeftAnywhere) {
+    const std::string bytes = two_entries(text_of(7, 2000000));
+    for (const int taken : {0, 1, 65536, 70000, 600000, 1999999}) {
+        standing_reader reader(bytes);
+        {
+            km::entry_ahead ahead(reader.zip);
+            for (int i = 0; i < taken; ++i)
+                ASSERT_GE(ahead.read(), 0);
+            if (taken % 2) {
+                EXPECT_EQ(ahead.get_error(), 0);
+            }
+        }
+        EXPECT_EQ(reader.zip.close_entry(), 1) << taken;
+        EXPECT_TRUE(reader.has_second()) << taken;
+    }
+}
+
+TEST(EntryAhead, AFaultOfTheEntryIsItsOwn) {
+    const std::string text = text_of(9, 900000);
+    const std::string good = two_entries(text);
+    for (size_t at = 40; at < good.size(); at += good.size() / 37) {
+        std::string bytes = good;
+        bytes[at] = static_cast<char>(bytes[at] ^ 0x10);
+        standing_reader alone(bytes), helped(bytes);
+        const bool is_same = all_of(alone.zip, 65536) == text;
+        km::entry_ahead ahead(helped.zip);
+        EXPECT_EQ(all_of(ahead, 2048) == text, is_same) << at;
+        EXPECT_EQ(ahead.get_error(), alone.zip.get_error()) << at;
+    }
 }
