@@ -7,6 +7,7 @@
 #include "char_traits.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace km {
@@ -325,10 +326,27 @@ int ustring::getline(FILE* file) {
     return 1;
 }
 
+namespace {
+// As many of them as stand before the first 0, four at a time.
+size_t units_before_0(const char16_t* units, size_t count) {
+    constexpr std::uint64_t ones = 0x0001000100010001U, tops = 0x8000800080008000U;
+    size_t at = 0;
+    for (std::uint64_t four; at + 4 <= count; at += 4) {
+        std::memcpy(&four, units + at, sizeof four);
+        if ((four - ones) & ~four & tops)
+            break;
+    }
+    while (at < count && units[at])
+        ++at;
+    return at;
+}
+} // namespace
+
 const char* ustring::mbcs_str() const {
-    const size_t bytes = uxl_wcsntombs(0, nullptr, buffer_, uxl_wcslen(buffer_), 0);
+    const size_t units = units_before_0(buffer_, length_);
+    const size_t bytes = uxl_wcsntombs(0, nullptr, buffer_, units, 0);
     char* text = new char[bytes + 1];
-    uxl_wcstombs(0, text, buffer_, bytes + 1);
+    uxl_wcsntombs(0, text, buffer_, units, bytes);
     text[bytes] = 0;
     delete[] cache_;
     return cache_ = text;

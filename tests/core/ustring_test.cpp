@@ -176,3 +176,17 @@ TEST(NumberText, OnlyRadixTenHasASign) {
     EXPECT_STREQ(km::ultoa(35, buffer, 36), "z");
     EXPECT_STREQ(km::_ltoa(-9223372036854775807L - 1, buffer, 10), "-9223372036854775808");
 }
+
+TEST(Ustring, ItsBytesEndAtTheFirst0) {
+    const std::string letters = "abcdefghijklm";
+    for (unsigned length = 0; length <= 13; ++length)
+        for (unsigned at = 0; at <= length; ++at) {
+            ustring text(letters.substr(0, length).c_str());
+            if (at < length)
+                text.replace(at, 1, 1, u'\0');
+            EXPECT_STREQ(text.mbcs_str(), letters.substr(0, at).c_str()) << length << " " << at;
+        }
+    // Units that a test of several at once might take for a 0.
+    const char16_t odd[] = {0x0100, 0x8000, 0x0001, 0xFF00, 0x00FF, 0x8080};
+    EXPECT_TRUE(ustring(ustring(odd, 6).mbcs_str()) == ustring(odd, 6));
+}
