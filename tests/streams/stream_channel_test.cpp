@@ -1,4 +1,5 @@
 // Readers and channels at the edges: text out of bytes, the network's frame, translation, tokens.
+#include "background_thread.h"
 #include "base/uxl.h"
 #include "file.h"
 #include "ioch_channel.h"
@@ -313,4 +314,24 @@ TEST(TokenChannel, ErrorsOfItsOwnComeFirstAndStay) {
     trickle::gone = 0;
     EXPECT_EQ(km::token_input_channel(nullptr, new trickle("a")).read(), -1);
     EXPECT_EQ(trickle::gone, 1);
+}
+
+TEST(CodePage, TwoThreadsConvertAtOnce) {
+    const code_page japanese("EUC-JP");
+    if (!japanese.made)
+        GTEST_SKIP() << "no such locale can be made here";
+    const std::string bytes = "\xC6\xFC\xCB\xDC\xB8\xEC and \xA5\xC6\xA5\xAD\xA5\xB9\xA5\xC8";
+    const km::ustring wanted(bytes.c_str());
+    ASSERT_EQ(wanted.length(), 12U);
+    const auto count_faults = [&bytes, wanted] {
+        int faults = 0;
+        for (int i = 0; i < 3000; ++i) {
+            const km::ustring text(bytes.c_str());
+            faults += !(text == wanted) || text.mbcs_str() != bytes;
+        }
+        return faults;
+    };
+    km::meanwhile other(count_faults);
+    EXPECT_EQ(count_faults(), 0);
+    EXPECT_EQ(other.result(), 0);
 }

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <langinfo.h>
 #include <locale.h>
+#include <mutex>
 #include <string>
 
 #include <unicode/uchar.h>
@@ -78,6 +79,10 @@ struct default_page {
 
 default_page page;
 
+// A converter is for one thread at a time. Who starts a thread has looked the page up before: he
+// has made a path or a text for it.
+std::mutex converting;
+
 UConverter* converter_of(int) {
     if (page.known)
         return page.converter;
@@ -99,6 +104,7 @@ UConverter* converter_of(int) {
 }
 
 int decode_page(UConverter* converter, const char* s, size_t bytes, char32_t& c) {
+    const std::lock_guard<std::mutex> alone(converting);
     // One more byte at a time until the converter has a character: no code page needs many.
     const size_t most = static_cast<size_t>(ucnv_getMaxCharSize(converter)) + 4;
     for (size_t n = 1; n <= bytes && n <= most; ++n) {
@@ -125,6 +131,7 @@ int encode_page(UConverter* converter, char32_t c, char* to) {
         units[1] = static_cast<char16_t>(0xDC00 | (c & 0x3FF));
         count = 2;
     }
+    const std::lock_guard<std::mutex> alone(converting);
     ucnv_resetFromUnicode(converter);
     int bytes = ucnv_fromUChars(converter, to, 16, units, count, &error);
     return U_SUCCESS(error) && bytes > 0 ? bytes : 0;
