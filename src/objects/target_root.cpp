@@ -380,16 +380,17 @@ namespace {
 class held_file {
   public:
     // `held` is taken over.
-    held_file(const place& where, bool is_file, int held = -1) : held_(held) {
+    held_file(const place& where, bool is_file, int held = -1, std::int64_t bytes = 0)
+        : held_(held), bytes_(bytes) {
         if (held_ >= 0)
             return;
         const cached* known = is_file ? cached_under(where.directory) : nullptr;
         if (known && known->gives_back_slowly)
-            held_ = hold_for_release(where.directory, where.name.c_str());
+            held_ = hold_for_release(where.directory, where.name.c_str(), bytes);
     }
     ~held_file() {
         const int error = errno;
-        release_late(held_);
+        release_late(held_, bytes_);
         errno = error;
     }
     held_file(const held_file&) = delete;
@@ -397,11 +398,16 @@ class held_file {
 
   private:
     int held_;
+    std::int64_t bytes_;
 };
 
-int unlink_name(const place& where, bool is_directory, int looked_at) {
-    const held_file held(where, !is_directory, looked_at);
-    return ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
+int unlink_name(const place& where, bool is_directory, int looked_at, std::int64_t bytes) {
+    if (is_directory) {
+        const release_pause pause;
+        return ::unlinkat(where.directory, where.name.c_str(), AT_REMOVEDIR);
+    }
+    const held_file held(where, !is_directory, looked_at, bytes);
+    return ::unlinkat(where.directory, where.name.c_str(), 0);
 }
 
 int rename_in_place(const place& where, const std::string& temporary, bool replaces_file) {
@@ -417,8 +423,9 @@ int remove_name(const std::string& path, bool is_directory) {
         return where.error == ENOENT || where.error == ENOTDIR;
     }
     look& last = state().last;
-    const int looked_at = last.path == path ? std::exchange(last.held, -1) : -1;
-    int done = unlink_name(where, is_directory, looked_at);
+    const bool known = last.path == path;
+    const int looked_at = known ? std::exchange(last.held, -1) : -1;
+    int done = unlink_name(where, is_directory, looked_at, known ? last.about.st_size : 0);
     if (done != 0 && errno == EACCES) {
         writable_directory lifted(where.directory);
         done = ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
