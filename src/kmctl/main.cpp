@@ -413,7 +413,8 @@ int main(int count, char** texts) {
     global_options options;
     arguments given;
     chosen choice;
-    CLI::App app("Installs and removes software packages.", "kmctl");
+    // Never taken apart: what it holds is spread over many pages, each of which the worker shares.
+    static CLI::App& app = *new CLI::App("Installs and removes software packages.", "kmctl");
     add_globals(app, options);
     add_commands(app, given, options, choice);
     try {

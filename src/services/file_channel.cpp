@@ -60,19 +60,23 @@ void file_output_channel::latch(int done) {
 
 void file_output_channel::write(int byte) {
     const char one = static_cast<char>(byte);
+    is_flushed_ = false;
     if (!error_)
         latch(handle_.write(&one, 1));
 }
 
 void file_output_channel::write(const unsigned char* buffer, int length) {
+    is_flushed_ = false;
     if (length > 0)
         latch(handle_.write(reinterpret_cast<const char*>(buffer),
                             static_cast<unsigned long>(length)));
 }
 
 void file_output_channel::flush() {
-    if (!error_ && handle_.is_open())
-        latch(handle_.flush());
+    if (error_ || is_flushed_ || !handle_.is_open())
+        return;
+    latch(handle_.flush());
+    is_flushed_ = !error_ && handle_.get_sync();
 }
 
 void file_output_channel::close() {

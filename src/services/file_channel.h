@@ -47,12 +47,16 @@ class file_output_channel : public output_channel {
     int get_error() override { return error_; }
     int get_sync_data() override { return handle_.get_sync(); }
     void set_sync_data(int value) override { handle_.set_sync(value); }
-    file_handle& get_handle() { return handle_; }
+    file_handle& get_handle() {
+        is_flushed_ = false; // whoever asks may write
+        return handle_;
+    }
 
   private:
     void latch(int done);
     file_handle handle_;
     int error_ = 0;
+    bool is_flushed_ = false; // coders flush what they end on, and channels what they are closed on
 };
 
 } // namespace km

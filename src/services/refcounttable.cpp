@@ -17,6 +17,7 @@
 #include <fcntl.h>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace km {
 
@@ -110,7 +111,7 @@ cm_ref_count_table::cm_ref_count_table(const pathname& directory, int no_backup)
     }
 }
 
-cm_ref_count_table::~cm_ref_count_table() { finish_first_backup(); }
+cm_ref_count_table::~cm_ref_count_table() { finish_backup_flush(); }
 
 // 0, or the error of the channel.
 int cm_ref_count_table::encode_table(file_output_channel& out) const {
@@ -142,12 +143,18 @@ int cm_ref_count_table::write_table(const pathname& path) {
 void cm_ref_count_table::write_first_backup() {
     file_output_channel out(backup_path(), 0);
     out.set_sync_data(0);
-    if (const int error = encode_table(out)) {
+    if (const int error = encode_table(out))
         drop_table_file(backup_path(), error);
+    else
+        flushes_backup_ = true;
+}
+
+void cm_ref_count_table::note_change() {
+    modified_ = 1;
+    if (!std::exchange(flushes_backup_, false))
         return;
-    }
     const std::string name(backup_path().mbcs_str()), directory(directory_.mbcs_str());
-    first_flush_ = std::make_unique<meanwhile>([name, directory] {
+    backup_flush_ = std::make_unique<meanwhile>([name, directory] {
         const int written = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
         const int done = written >= 0 && sync_descriptor(written);
         if (written >= 0)
@@ -156,10 +163,10 @@ void cm_ref_count_table::write_first_backup() {
     });
 }
 
-void cm_ref_count_table::finish_first_backup() {
-    if (first_flush_ && !first_flush_->result())
+void cm_ref_count_table::finish_backup_flush() {
+    if (backup_flush_ && !backup_flush_->result())
         drop_table_file(backup_path(), 0);
-    first_flush_.reset();
+    backup_flush_.reset();
 }
 
 int cm_ref_count_table::init() {
@@ -220,7 +227,7 @@ int cm_ref_count_table::set_counter(const ustring& object, const ustring& packag
         KM_TRACE(trace_error, "common", "%s", known ? "error on update" : "error on put");
         return 0;
     }
-    modified_ = 1;
+    note_change();
     return 1;
 }
 
@@ -240,7 +247,7 @@ int cm_ref_count_table::reset_counter(const ustring& object, const ustring& pack
         KM_TRACE(trace_error, "common", "error on update");
         return 0;
     }
-    modified_ = 1;
+    note_change();
     return 1;
 }
 
@@ -259,7 +266,7 @@ int cm_ref_count_table::get_ref_count(const ustring& object, const ustring& pack
 
 int cm_ref_count_table::commit() {
     KM_TRACE_FUNCTION("cm_ref_count_table::commit");
-    finish_first_backup();
+    finish_backup_flush();
     file backup(backup_path()), table(table_path());
     if (!modified_) {
         backup.remove(0);
@@ -274,7 +281,8 @@ int cm_ref_count_table::commit() {
                  backup_path().mbcs_str());
         return false;
     };
-    if (!drop_backup())
+    // Where there is no table yet, its first backup stays until one is whole.
+    if (table.exists() && !drop_backup())
         return 0;
     if (table_) {
         KM_TRACE(trace_info, "common", "Save the old RCT in the backup file");

@@ -96,8 +96,10 @@ class cm_ref_count_table {
     int encode_table(file_output_channel& out) const;
     int write_table(const pathname& path);
     void write_first_backup();
-    // Nothing needs the first backup on disk before a counter is on its way there.
-    void finish_first_backup();
+    // Nothing needs the first backup on disk before a counter is on its way there: its flush begins
+    // with the first change, in the background.
+    void note_change();
+    void finish_backup_flush();
     void drop_table_file(const pathname& path, int error) const;
     const counter* find(const ustring& object);
     pathname table_path() const { return directory_ + ustring(u"rct.tme"); }
@@ -106,7 +108,8 @@ class cm_ref_count_table {
     std::unique_ptr<Hashtable> table_;
     pathname directory_;
     int modified_ = 0;
-    std::unique_ptr<meanwhile> first_flush_;
+    bool flushes_backup_ = false;
+    std::unique_ptr<meanwhile> backup_flush_;
 };
 
 } // namespace km

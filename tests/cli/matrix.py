@@ -189,7 +189,14 @@ def delta(box):
     box.km("delta", box.one, box.two, "-o", os.path.join(box.dir, "delta.spb"))
 
 
+def without_counts(box):
+    """As on a machine that never had a package with shared files."""
+    box.km("remove", "q")
+    os.unlink(os.path.join(box.state, "catalog", "rct.tme"))
+
+
 OPERATIONS = {
+    "first counts": (without_counts, ["install", "{one}"]),
     "install": (before(), ["install", "{one}"]),
     "undoable install": (before(), ["install", "--undoable", "{one}"]),
     "prepare": (before(), ["install", "--transactional", "--undoable", "{one}"]),
