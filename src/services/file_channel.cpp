@@ -66,10 +66,10 @@ void file_output_channel::write(int byte) {
 }
 
 void file_output_channel::write(const unsigned char* buffer, int length) {
+    if (length <= 0)
+        return;
     is_flushed_ = false;
-    if (length > 0)
-        latch(handle_.write(reinterpret_cast<const char*>(buffer),
-                            static_cast<unsigned long>(length)));
+    latch(handle_.write(reinterpret_cast<const char*>(buffer), static_cast<unsigned long>(length)));
 }
 
 void file_output_channel::flush() {
