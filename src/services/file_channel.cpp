@@ -50,6 +50,7 @@ file_output_channel::file_output_channel(const pathname& path, int append) {
 int file_output_channel::init(const pathname& path, int append, int create) {
     handle_.open(path, O_WRONLY | (create ? O_CREAT : 0) | (append ? O_APPEND : O_TRUNC));
     error_ = handle_.get_state();
+    is_flushed_ = false;
     return error_ == 0;
 }
 
