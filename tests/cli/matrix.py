@@ -285,7 +285,7 @@ class Matrix:
             return self.judge(told, only_new=True)
         self.recover(point.recovery, told)
         # What was told to be done is done, also when the power goes a moment later.
-        after_all = point.way.startswith("power") and point.at > self.calls
+        after_all = point.way.startswith("power") and point.at > len(self.films.calls)
         return self.judge(told, only_new=after_all and point.recovery != "back")
 
     def recover(self, how, told):
@@ -327,7 +327,8 @@ class Matrix:
     def cut_power(self, point):
         if self.films is None:
             self.films = Film(self)
-        self.films.show(point.at, point.way.split(None, 1)[1])
+        # The film may have a few calls more or less than the run that was counted.
+        self.films.show(min(point.at, len(self.films.moments)), point.way.split(None, 1)[1])
         return self.films.ended
 
 
