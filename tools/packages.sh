@@ -16,6 +16,7 @@ km_missing_packages() {
     need libsqlite3-dev "header sqlite3.h"
     need libcli11-dev "header CLI/CLI.hpp"
     need nlohmann-json3-dev "header nlohmann/json.hpp"
+    need locales "test -e /usr/share/i18n/charmaps/EUC-JP.gz -o -e /usr/share/i18n/charmaps/EUC-JP"
     need libgtest-dev "header gtest/gtest.h"
     need unzip "command -v unzip"
     need openssl "command -v openssl"

@@ -428,7 +428,7 @@ int remove_name(const std::string& path, bool is_directory) {
     int done = unlink_name(where, is_directory, looked_at, known ? last.about.st_size : 0);
     if (done != 0 && errno == EACCES) {
         writable_directory lifted(where.directory);
-        done = ::unlinkat(where.directory, where.name.c_str(), is_directory ? AT_REMOVEDIR : 0);
+        done = unlink_name(where, is_directory, -1, 0);
     }
     if (done != 0)
         return errno == ENOENT;

@@ -4,6 +4,7 @@
 #include "base/uxl.h"
 
 #include <algorithm>
+#include <atomic>
 #include <clocale>
 #include <cstdint>
 #include <cstdlib>
@@ -73,20 +74,15 @@ int encode_utf8(char32_t c, char* to) {
 
 // The converter of the default code page; null stands for UTF-8, which needs none.
 struct default_page {
-    bool known = false;
+    std::atomic<bool> known = false;
     UConverter* converter = nullptr;
 };
 
 default_page page;
 
-// A converter is for one thread at a time. Who starts a thread has looked the page up before: he
-// has made a path or a text for it.
-std::mutex converting;
+std::mutex converting; // a converter, and the look for it, are for one thread at a time
 
-UConverter* converter_of(int) {
-    if (page.known)
-        return page.converter;
-    page.known = true;
+UConverter* open_converter() {
     locale_t locale = ::newlocale(LC_CTYPE_MASK, "", nullptr);
     std::string name = locale ? ::nl_langinfo_l(CODESET, locale) : "UTF-8";
     if (locale)
@@ -94,12 +90,22 @@ UConverter* converter_of(int) {
     if (name == "UTF-8" || name == "utf8" || name == "ANSI_X3.4-1968" || name == "US-ASCII")
         return nullptr;
     UErrorCode error = U_ZERO_ERROR;
-    page.converter = ucnv_open(name.c_str(), &error);
+    UConverter* const opened = ucnv_open(name.c_str(), &error);
     if (U_FAILURE(error))
-        return page.converter = nullptr;
-    ucnv_setToUCallBack(page.converter, UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
-    ucnv_setFromUCallBack(page.converter, UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr,
-                          &error);
+        return nullptr;
+    ucnv_setToUCallBack(opened, UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
+    ucnv_setFromUCallBack(opened, UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
+    return opened;
+}
+
+UConverter* converter_of(int) {
+    if (page.known)
+        return page.converter;
+    const std::lock_guard<std::mutex> alone(converting);
+    if (!page.known) {
+        page.converter = open_converter();
+        page.known = true;
+    }
     return page.converter;
 }
 
@@ -519,7 +525,8 @@ const char* uxl_canonical_lang(const char* name) {
 void uxl_uninit() {
     if (page.converter)
         ucnv_close(page.converter);
-    page = {};
+    page.converter = nullptr;
+    page.known = false;
 }
 
 } // namespace km
